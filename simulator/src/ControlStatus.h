@@ -1,0 +1,8 @@
+// Start, end, control status and connection parameters.
+#pragma once
+
+namespace kel::sim {
+
+void ResetControlStatus();
+
+}  // namespace kel::sim

@@ -1,0 +1,8 @@
+// The library's interface version.
+#pragma once
+
+namespace kel::sim {
+
+void ResetVersions();
+
+}  // namespace kel::sim

@@ -1,0 +1,211 @@
+// The task engine: all that one connection is made of.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "KELHandler.h"
+#include "adapter/TaskRecord.h"
+#include "catalogue/BrelTUIsList.h"
+#include "engine/IniFileReader.h"
+#include "engine/Status.h"
+#include "listeners/QueueListener.h"
+#include "logging/ALogger.h"
+#include "logging/DebugPrint.h"
+#include "platform/platform.h"
+#include "sequencer/BrelTasksSequencer.h"
+
+namespace kel {
+
+/// The alerts callback of in-process users: gets an engine status. No export offers it.
+using AlertsCallback = void (*)(std::uint32_t status);
+
+/// One connection: its settings, task table, sequences, listeners and the link to its adapter row.
+///
+///   state         entered by
+///   built         constructor: nothing runs
+///   initialising  init()
+///   initialised   the end of init(): mInitialized is 1
+///   finalised     Finalize(); never initialised again
+///
+/// Data can come from the moment that the adapter is connected, which is before mInitialized is set; the handlers drop
+/// broadcasts and alerts until then, while answers to tasks are taken.
+///
+/// Locks, outermost first: mLifecycleLock (the whole of init() and of Finalize()), mInitLock (mInitialized; held by the
+/// handlers through the client's callback), then the sequencer's mutex and the queues' locks. mSendLock and
+/// mAsyncThreadsCountLock are taken alone.
+///
+/// The steps of init() and Finalize(), their order, their statuses and what they leave behind are what clients rely on.
+class BrelEngine {
+ public:
+  BrelEngine();
+  ~BrelEngine();
+  BrelEngine(const BrelEngine&) = delete;
+  BrelEngine& operator=(const BrelEngine&) = delete;
+
+  // Lifecycle.cpp. The paths may be null. 2, or 1, 3, 5, 7, 11, 21 with everything taken down again.
+  Status init(const char* TUIsFilePath, bool activateVersionControl, const char* versionsVectorsPath);
+  /// 2, or 1 with the engine half torn down.
+  Status Finalize();
+
+  // SyncTasks.cpp.
+  /// Sends a task by name and, if `responseExpected` is 1, waits for its answer. `*expectedResultsTaskBuffer` gets the
+  /// answer's payload in a block of the caller's, or null, unless the name is unknown. The request's block and the copy
+  /// of the whole answer stay allocated: meant.
+  Status InvokeTask(const char* taskName, std::uint32_t commandID, const void* inputBuffer,
+                    std::uint32_t inputBufferSize, std::uint32_t initialSeqTUI, std::uint8_t responseExpected,
+                    void** expectedResultsTaskBuffer, std::uint32_t* expectedResultsTaskBufferSize,
+                    std::uint32_t* resultParam4, OpaqueCallback streamCallbackFunc);
+  /// The same for a record that the caller has built and keeps. `*responseRecord` gets the whole answer in a block of the
+  /// caller's, `*responseSize` its size with the head.
+  Status IssueCommand(std::uint32_t commandID, task* record, task** responseRecord, std::uint32_t* responseSize,
+                      OpaqueCallback streamCallbackFunc);
+
+  // AsyncTasks.cpp.
+  Status InvokeAsyncTask(const char* taskName, std::uint32_t commandID, const void* inputBuffer,
+                         std::uint32_t inputBufferSize, std::uint32_t initialSeqTUI, std::uint8_t responseExpected,
+                         std::uint32_t* seqNum, OpaqueCallback callbackFunc, OpaqueCallback streamCallbackFunc);
+  Status IssueAsyncCommand(std::uint32_t commandID, task* record, std::uint32_t* seqNum, OpaqueCallback callbackFunc,
+                           OpaqueCallback streamCallbackFunc);
+
+  // FixedTasks.cpp.
+  Status GetTraceFilePath(char** filePath);
+  Status SetTraceFilePath(const char* filePath);
+  Status GetTraceSeverityMultiple(std::uint8_t** buffer, std::uint32_t* size);
+  Status SetTraceSeverityMultiple(const std::uint8_t* severityArray);
+  Status GetAllStatistics(std::uint8_t** buffer, std::uint32_t* size);
+  Status ResetStatisticsBuffer();
+
+  // Versioning.cpp.
+  Status ValidateVersion(char* fileName, const void* fileBuffer, std::uint32_t fileLength, void* userVersion,
+                         const char* versionsVectorsPath);
+
+  // Lookups.cpp.
+  /// 2, also for an unknown name, which leaves `*tui` at 0.
+  Status BrelFindTuiByName(const char* name, std::uint32_t* tui);
+  /// A text in a block that is the caller's, and 2; or 1 for a code that has none.
+  Status GetStatusString(std::uint32_t code, char** text);
+  Status GetCallbackStatusString(std::uint32_t code, char** text);
+
+  // IncomingData.cpp. `record` holds `size` bytes and stays the caller's.
+  std::uint32_t TakeRecord(const std::uint8_t* record, std::uint32_t size);
+  std::uint32_t TakeAlert(std::uint32_t errorCode);
+  bool HandleAlertResponse(const std::uint8_t* buffer, std::uint32_t bufferSize);
+  bool HandleBroadcastResponse(const std::uint8_t* buffer, std::uint32_t bufferSize);
+
+  /// The console outlet: prints while mLogToConsole is not 0.
+  const DebugPrint& debugPrint() const { return mDebugPrint; }
+
+  // Constant after BrelInit().
+  KEL_BroadcastCallback mBroadcastCallback = nullptr;
+  AlertsCallback mAlertsCallback = nullptr;
+
+ private:
+  // Lifecycle.cpp.
+  Status initSteps(const char* TUIsFilePath, bool activateVersionControl, const char* versionsVectorsPath,
+                   bool* locked) NO_THREAD_SAFETY_ANALYSIS;
+  Status finalizeSteps(bool* locked) NO_THREAD_SAFETY_ANALYSIS;
+  Status undo(Status status, const char* problem, bool* locked);
+  bool disconnectAdapter();
+  void setInitialized(bool initialized) EXCLUDES(mInitLock);
+
+  // Listeners.cpp.
+  template <class Listener>
+  bool activate(Listener& listener, const char* function, const char* listenerName, ProcessDataFunc processDataFunc,
+                platform::Handle* dataEvent, platform::Handle* stopWaitEvent, std::atomic<bool>* active);
+  template <class Listener>
+  bool deactivate(Listener& listener, const char* function, const char* listenerName, std::atomic<bool>* active);
+  bool ActivateAlerterThread();
+  bool ActivateBroadcastThread();
+  bool ShutdownAlerterThread();
+  bool ShutdownBroadcastThread();
+
+  // AsyncTasks.cpp.
+  bool ActivateAsyncThread();
+  bool ShutdownAsyncThread();
+  bool GenerateAsyncThread(std::uint32_t seqNum, platform::Handle aSyncDataEvent, platform::Handle stopEvent,
+                           bool isStream);
+  bool DisposeAsyncThread(std::uint32_t seqNum);
+  /// Ends a sequence that has no listener thread. False, with a line in the log, if there is no such sequence.
+  bool FreeSequenceElementOnly(std::uint32_t seqNum);
+
+  // Settings.cpp.
+  bool LoadBrelIniSettings();
+  std::uint32_t readNumber(const char* key, std::atomic<std::uint32_t>* setting);
+  void readText(const char* key, const char* defaultText, const char* unchanged, char** setting);
+
+  // SyncTasks.cpp.
+  static task* BuildRequest(std::uint32_t TUI, std::uint8_t responseExpected, std::uint32_t initialSeqTUI,
+                            const void* inputBuffer, std::uint32_t inputBufferSize);
+  Status IssueCommandBase(ApiType apiType, std::uint32_t commandID, task* record, task** responseRecord,
+                          std::uint32_t* responseSize, OpaqueCallback streamCallbackFunc);
+  std::uint32_t SendToDorv(const char* callerName, const task* record, std::uint32_t recordSize);
+  bool WaitForRx(const char* callerName, platform::Handle dataEvent);
+  task* GetRxMsgBuf(const char* callerName, std::uint32_t seqNum, platform::Handle dataEvent);
+
+  // IncomingData.cpp.
+  std::uint32_t takeBroadcast(const std::uint8_t* record, std::uint32_t size);
+  std::uint32_t takeResponse(std::uint32_t word, const std::uint8_t* record, std::uint32_t size);
+
+  // Versioning.cpp.
+  bool InitVersioningSupport();
+
+  template <class... Pieces>
+  void report(std::uint32_t level, const char* function, const Pieces&... pieces) {
+    ReportTwice(mLogger, mDebugPrint, level, function, pieces...);
+  }
+
+  friend class EngineTable;  // sets mHandle
+
+  // Own locking.
+  ALogger mLogger;
+
+  // Constant after init(); owned.
+  char* mVersionsVectorsPath = nullptr;
+
+  // Own locking.
+  BrelTasksSequencer mTasksSequencer;
+
+  AlertsListener mAlertsListener;
+  std::atomic<bool> mAlertsListenerActive{false};
+  platform::Handle mAlertsDataEvent = nullptr;
+  platform::Handle mAlertsStopWaitEvent = nullptr;
+  BroadcastListener mBroadcastListener;
+  std::atomic<bool> mBroadcastListenerActive{false};
+  platform::Handle mBroadcastDataEvent = nullptr;
+  platform::Handle mBroadcastStopWaitEvent = nullptr;
+  std::atomic<bool> mAsyncListenerActive{false};
+
+  std::int32_t mAsyncThreadsCount GUARDED_BY(mAsyncThreadsCountLock) = 0;
+  platform::CriticalSection mAsyncThreadsCountLock;
+  platform::CriticalSection mSendLock;  ///< one Dorv_Send at a time
+  platform::CriticalSection mLifecycleLock;
+
+  /// Written under mInitLock, and read under it by the handlers of broadcasts, alerts and sequences. Atomic, since the
+  /// way in for alerts reads it without.
+  std::atomic<bool> mInitialized{false};
+  platform::CriticalSection mInitLock;
+
+  std::atomic<platform::Handle> mGeneralStopEvent{nullptr};  ///< manual-reset; stale after Finalize()
+
+  // Constant after init().
+  std::atomic<std::uint32_t> mRxWaitTimeout{10000};  ///< in milliseconds
+  bool mIniFileFound = false;
+  IniFileReader mIniReader;
+  char* mRequestStructDumpFilename;  // these four and the next owned; empty: no dump
+  char* mRequestStructPayloadDumpFilename;
+  char* mResponseStructDumpFilename;
+  char* mResponseStructPayloadDumpFilename;
+  BrelTUIsList mTUIsList;
+  char* mTUIsFilePath;  ///< owned, and never released: meant
+  std::string mBrelDllsPath;
+  char* mUpperDriverIpAddress;
+  std::atomic<std::uint32_t> mUpperDriverPortNumber{1234};
+  std::atomic<std::uint32_t> mLogToConsole{0};
+  std::uint32_t mHandle = 0;  ///< row in the table of engines
+
+  DebugPrint mDebugPrint{mLogToConsole};
+};
+
+}  // namespace kel

@@ -1,0 +1,195 @@
+// The road of a task that a client sends and waits for, and the one door to the adapter.
+#include <algorithm>
+
+#include "adapter/Dorv.h"
+#include "engine/BrelEngine.h"
+#include "engine/DorvBinding.h"
+#include "engine/Instances.h"
+#include "platform/memory.h"
+
+namespace kel {
+namespace {
+
+constexpr const char* kIssue = "IssueCommandBase";
+
+}  // namespace
+
+Status BrelEngine::InvokeTask(const char* taskName, std::uint32_t commandID, const void* inputBuffer,
+                              std::uint32_t inputBufferSize, std::uint32_t initialSeqTUI,
+                              std::uint8_t responseExpected, void** expectedResultsTaskBuffer,
+                              std::uint32_t* expectedResultsTaskBufferSize, std::uint32_t* /*resultParam4*/,
+                              OpaqueCallback streamCallbackFunc) {
+  std::uint32_t TUI = 0;
+  if (!mTUIsList.FindTuiByName("InvokeTask", taskName != nullptr ? taskName : "", &TUI)) return kStatusFailed;
+  mDebugPrint("\nTUI = %d\n", static_cast<int>(TUI));
+
+  // Neither the request nor the whole response is released: meant.
+  task* record = BuildRequest(TUI, responseExpected, initialSeqTUI, inputBuffer, inputBufferSize);
+  task* responseRecord = nullptr;
+  std::uint32_t responseSize = 0;
+  const Status status =
+      IssueCommandBase(BREL_INVOKE_TASK, commandID, record, &responseRecord, &responseSize, streamCallbackFunc);
+  if (status == kStatusOk && responseRecord != nullptr) {
+    *expectedResultsTaskBufferSize = responseRecord->payloadSize;
+    *expectedResultsTaskBuffer = CopyBlock(PayloadOf(responseRecord), responseRecord->payloadSize);
+  } else {
+    *expectedResultsTaskBuffer = nullptr;
+    *expectedResultsTaskBufferSize = 0;
+  }
+  return status;
+}
+
+Status BrelEngine::IssueCommand(std::uint32_t commandID, task* record, task** responseRecord,
+                                std::uint32_t* responseSize, OpaqueCallback streamCallbackFunc) {
+  return IssueCommandBase(BREL_ISSUE_COMMAND, commandID, record, responseRecord, responseSize, streamCallbackFunc);
+}
+
+/// A request in a block of the record capacity, or of what a payload beyond it needs.
+task* BrelEngine::BuildRequest(std::uint32_t TUI, std::uint8_t responseExpected, std::uint32_t initialSeqTUI,
+                               const void* inputBuffer, std::uint32_t inputBufferSize) {
+  const bool hasInput = inputBuffer != nullptr && inputBufferSize != 0;
+  const std::size_t needed = sizeof(task) + (hasInput ? std::size_t{inputBufferSize} : 0);
+  auto* record = static_cast<task*>(AllocateBlock(std::max<std::size_t>(needed, BrelTaskRecordCapacity)));
+  record->TUI = TUI;
+  record->responseExpected = responseExpected;
+  record->seqTUI = initialSeqTUI;
+  if (hasInput) {
+    record->payloadSize = inputBufferSize;
+    std::memcpy(PayloadOf(record), inputBuffer, inputBufferSize);
+  } else {
+    record->payloadSize = GetTuiType(TUI) == kTypeRef ? 0 : kValPayloadSize;
+    std::memset(PayloadOf(record), 0, record->payloadSize);
+  }
+  return record;
+}
+
+Status BrelEngine::IssueCommandBase(ApiType apiType, std::uint32_t commandID, task* record, task** responseRecord,
+                                    std::uint32_t* responseSize, OpaqueCallback streamCallbackFunc) {
+  const std::uint32_t recordSize = record->payloadSize + std::uint32_t{sizeof(task)};
+  const std::uint32_t TUI = record->TUI;
+  const bool waits = record->responseExpected == 1;
+  const bool isStream = streamCallbackFunc != nullptr;
+
+  std::uint32_t seqNum = 0, streamSeqNum = 0, streamEndSeqNum = 0;
+  platform::Handle syncDataEvent = nullptr, aSyncDataEvent = nullptr, seqStopEvent = nullptr;
+  if (waits || isStream) {
+    if (mTasksSequencer.AssignSequence(apiType, commandID, &seqNum, TUI, &syncDataEvent, &aSyncDataEvent, &seqStopEvent,
+                                       nullptr, streamCallbackFunc, &streamSeqNum, &streamEndSeqNum, false,
+                                       isStream) != SEQ_ASSIGN_OK) {
+      report(kError, kIssue, "could not assign sequence number \n");
+      return kStatusFailed;
+    }
+    report(kInfo, kIssue, "assigned sequence number ", seqNum, " \n");
+    record->seqTUI = MakeSeqTUI(TUI, static_cast<std::uint8_t>(seqNum));
+    if (isStream && !GenerateAsyncThread(seqNum, aSyncDataEvent, seqStopEvent, true)) {
+      report(kError, kIssue, "could not generate stream thread for stream sequence number ", streamSeqNum, " \n");
+      FreeSequenceElementOnly(seqNum);
+      return kStatusFailed;
+    }
+  }
+
+  const std::uint32_t dorvCode = SendToDorv(kIssue, record, recordSize);
+  if (dorvCode != DORV_OK) {
+    // Also where no sequence was opened, and then number 0 is meant, whoever has it.
+    if (isStream) {
+      DisposeAsyncThread(seqNum);
+    } else {
+      FreeSequenceElementOnly(seqNum);
+    }
+    return TranslateDorvStatus(dorvCode);
+  }
+
+  *responseSize = 0;
+  task* response = nullptr;
+  if (waits) {
+    response = GetRxMsgBuf(kIssue, seqNum, syncDataEvent);
+    if (response == nullptr) return kStatusFailed;
+    *responseSize = response->payloadSize + std::uint32_t{sizeof(task)};
+  }
+  *responseRecord = response;
+  report(kInfo, kIssue, "response received from Dorv \n");
+  return kStatusOk;
+}
+
+std::uint32_t BrelEngine::SendToDorv(const char* callerName, const task* record, std::uint32_t recordSize) {
+  std::uint32_t thisDorvHandle = kNoDorvHandle;
+  GetDorvHandle(mHandle, &thisDorvHandle);
+  if (thisDorvHandle == kNoDorvHandle) return DORV_FAILED;
+
+  const auto mark = [&](const char* text) {
+    mLogger.log(kInfo, "SendToDorv", kLogFlags) << text << " \n";
+    mDebugPrint("AAAAAAAAA\n");
+    mDebugPrint("SendToDorv - %s - current handle = %d, DorvHandle = %d\n", text, static_cast<int>(mHandle),
+                static_cast<int>(thisDorvHandle));
+    mDebugPrint("AAAAAAAAA\n");
+  };
+  mark("Send START");
+  mSendLock.enter();
+  const std::uint32_t dorvCode = gDorv.Send(thisDorvHandle, record, recordSize);
+  mSendLock.leave();
+  mark("Send END");
+  if (dorvCode != DORV_OK) {
+    report(kError, callerName, "Dorv_Send FAILED - command not sent \n");
+  } else {
+    report(kInfo, callerName, "Dorv_Send SUCCESS - command sent \n");
+  }
+  return dorvCode;
+}
+
+bool BrelEngine::WaitForRx(const char* callerName, platform::Handle dataEvent) {
+  const auto told = [&](std::uint32_t level, const char* text) {
+    mLogger.log(level, callerName, kLogFlags) << text;
+    mDebugPrint("%s %s", callerName, text);
+  };
+  const platform::Handle events[] = {dataEvent, mGeneralStopEvent};
+  switch (platform::waitForAny(2, events, mRxWaitTimeout)) {
+    case 0: told(kInfo, "- WaitForRx - dataEvent was signaled. \n"); return true;
+    case 1: told(kInfo, "- WaitForRx - generalStopEvent was signaled. \n"); return false;
+    case platform::kWaitTimeout:
+      told(kError, "- WaitForRx - WAIT_TIMEOUT exceeded while waiting for Rx from Dorv. \n");
+      return false;
+    default: told(kError, "- WaitForRx - Unknown Error on wait for Rx from Dorv. \n"); return false;
+  }
+}
+
+/// Waits for the answer of a sequence and takes it: a block that is the caller's, or null with the reason in the log.
+/// After a failed wait the sequence stays open, with its number: meant.
+task* BrelEngine::GetRxMsgBuf(const char* callerName, std::uint32_t seqNum, platform::Handle dataEvent) {
+  if (!WaitForRx(callerName, dataEvent)) return nullptr;
+
+  // `consoleText` differs from `text` in one line.
+  const auto failed = [&](const char* text, const char* consoleText) {
+    mLogger.log(kError, callerName, kLogFlags)
+        << "- GetRxMsgBuf - " << text << " for sequence number " << seqNum << ", event handle " << dataEvent << " \n";
+    mDebugPrint("%s - GetRxMsgBuf - %s for sequence number %d, event handle %d \n", callerName, consoleText,
+                static_cast<int>(seqNum), HandleNumber(dataEvent));
+    return nullptr;
+  };
+  std::uint32_t TUI = 0;
+  std::uint8_t* tmpBuffer = nullptr;
+  std::uint32_t tmpBufferSize = 0;
+  bool isStream = false;
+  if (mTasksSequencer.RetrieveDataBySeqNum(seqNum, &TUI, &tmpBuffer, &tmpBufferSize, &isStream) != SEQ_RETRIEVE_OK) {
+    return failed("could not find data", "could not find data");
+  }
+  if (tmpBuffer == nullptr) return failed("data was NULL", "data was NULL for");
+  if (tmpBufferSize == 0) return failed("data size was 0", "data size was 0");
+  if (isStream) {
+    if (mTasksSequencer.InsertAckBySeqNum(seqNum) != SEQ_INSERT_OK) {
+      mLogger.log(kError, callerName, kLogFlags)
+          << "- GetRxMsgBuf - could not insert ack related to sequence number " << seqNum << " \n";
+      mDebugPrint("%s - GetRxMsgBuf - could not insert ack related to sequence number %d \n", callerName,
+                  static_cast<int>(seqNum));
+      return nullptr;
+    }
+  } else if (mTasksSequencer.FreeSequence(seqNum) != SEQ_FREE_OK) {
+    mLogger.log(kError, callerName, kLogFlags) << "- GetRxMsgBuf - could not free sequence number " << seqNum
+                                               << ", event handle " << dataEvent << " \n";
+    mDebugPrint("%s - GetRxMsgBuf - could not free sequence number %d, event handle %d \n", callerName,
+                static_cast<int>(seqNum), HandleNumber(dataEvent));
+    return nullptr;
+  }
+  return reinterpret_cast<task*>(tmpBuffer);
+}
+
+}  // namespace kel

@@ -1,0 +1,53 @@
+// The locked first-in first-out of buffers between the thread that received them and the one that hands them on.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+
+#include "platform/platform.h"
+
+namespace kel {
+
+/// One queued buffer.
+struct queue_element_struct {
+  std::uint8_t* buffer;
+  std::uint32_t bufferSize;
+};
+
+/// Results of the queue's operations. Nothing returns QUEUE_EXTRACT_FAILED; those who extract test for it all the same.
+enum QueueResult : std::uint32_t {
+  QUEUE_INIT_OK = 1,
+  QUEUE_SHUTDOWN_OK = 3,
+  QUEUE_INSERT_OK = 5,
+  QUEUE_EXTRACT_FAILED = 6,
+  QUEUE_EMPTY = 7,
+  QUEUE_EXTRACT_OK = 8,
+};
+
+/// Moves pointers and sizes, with no limit on their number; it copies no data and signals nobody.
+///
+/// A buffer belongs to the queue from insert() on and to the taker from extract() on. The queue frees none: what is
+/// still in it at its end is the owner's to have drained. Threads: any number may insert and extract at once. The lock is
+/// a leaf and is held for the container's operation only.
+class SafeQueue {
+ public:
+  SafeQueue() { init(); }
+  ~SafeQueue() { shutdown(); }
+  SafeQueue(const SafeQueue&) = delete;
+  SafeQueue& operator=(const SafeQueue&) = delete;
+
+  /// Makes the lock. Owners call it once more than the constructor does, and test the result.
+  QueueResult init();
+  /// Takes the lock away and leaves the buffers. Owners may call it ahead of the destructor.
+  QueueResult shutdown();
+
+  QueueResult insert(std::uint8_t* buffer, std::uint32_t bufferSize);
+  /// QUEUE_EXTRACT_OK, or QUEUE_EMPTY with null and 0.
+  QueueResult extract(std::uint8_t** buffer, std::uint32_t* bufferSize);
+
+ private:
+  std::deque<queue_element_struct> mQueue GUARDED_BY(mLock);
+  platform::CriticalSection mLock;
+};
+
+}  // namespace kel

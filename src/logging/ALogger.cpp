@@ -1,0 +1,105 @@
+#include "logging/ALogger.h"
+
+#include <fstream>
+#include <ios>
+
+#include "logging/Registry.h"
+#include "platform/platform.h"
+
+namespace kel {
+namespace {
+
+constexpr const char* kLevelWords[] = {"info", "warning", "error"};
+
+/// The format flags of a line are numbered in the logger's own way, which is none of the standard library's business.
+std::ios_base::fmtflags StreamFlags(std::uint32_t flags) {
+  static constexpr struct {
+    std::uint32_t bit;
+    std::ios_base::fmtflags flag;
+  } kFlags[] = {
+      {0x001, std::ios_base::skipws},   {0x002, std::ios_base::unitbuf}, {0x004, std::ios_base::uppercase},
+      {0x008, std::ios_base::showbase}, {0x010, std::ios_base::showpoint}, {0x020, std::ios_base::showpos},
+      {0x040, std::ios_base::left},     {0x080, std::ios_base::right},   {0x100, std::ios_base::internal},
+      {0x200, std::ios_base::dec},      {0x400, std::ios_base::oct},     {0x800, std::ios_base::hex},
+      {0x1000, std::ios_base::scientific}, {0x2000, std::ios_base::fixed}, {0x4000, std::ios_base::boolalpha},
+  };
+  std::ios_base::fmtflags result{};
+  for (const auto& entry : kFlags) {
+    if (flags & entry.bit) result |= entry.flag;
+  }
+  return result;
+}
+
+std::uint32_t ReadSwitch(const char* key, const char* valueName) {
+  std::uint32_t value = 0;
+  ReadRegistryDword(platform::RegistryRoot::localMachine, key, valueName, &value);
+  return value;
+}
+
+}  // namespace
+
+ALogger::~ALogger() {
+  for (const FileName* name = mFileName.load(); name != nullptr;) {
+    const FileName* previous = name->previous;
+    delete name;
+    name = previous;
+  }
+}
+
+void ALogger::setRegistryKey(const char* key) {
+  mRegistryKey.store(key, std::memory_order_relaxed);
+  mInfoEnabled.store(ReadSwitch(key, "Info"), std::memory_order_relaxed);
+  mWarnEnabled.store(ReadSwitch(key, "Warn"), std::memory_order_relaxed);
+  mErrEnabled.store(ReadSwitch(key, "Err"), std::memory_order_relaxed);
+}
+
+void ALogger::setFileName(const std::string& name) {
+  std::string full;
+  if (!name.empty()) {
+    if (ReadRegistryString(platform::RegistryRoot::localMachine, mRegistryKey.load(std::memory_order_relaxed), "LogPath",
+                           &full)) {
+      full += platform::kPathSeparator;
+    }
+    char date[platform::kDateTextSize];
+    platform::dateText(date);
+    date[2] = date[5] = '-';
+    full.append(date).append("-").append(name);
+  }
+  const FileName* current = mFileName.load(std::memory_order_acquire);
+  if (current != nullptr && current->text == full) return;
+  auto* next = new FileName{std::move(full), current};
+  while (!mFileName.compare_exchange_weak(next->previous, next, std::memory_order_acq_rel)) {
+  }
+}
+
+void ALogger::writeHead(std::uint32_t level, const char* function) {
+  const FileName* name = mFileName.load(std::memory_order_acquire);
+  if (name == nullptr || name->text.empty()) return;
+  std::ofstream file = platform::openToAppend(name->text);
+  if (!file) return;
+
+  // The results stand in the head, not the texts: a line's date is in the file's name.
+  char text[platform::kDateTextSize];
+  file << std::endl << "[" << platform::dateText(text) << " - " << platform::timeText(text) << "] ";
+  file << kLevelWords[level] << " - ";
+  if (const char* module = mModuleName.load(std::memory_order_relaxed)) file << module << " - ";
+  if (function != nullptr) file << function << " - ";
+}
+
+template <class Value>
+void ALogger::write(Value value) {
+  const FileName* name = mFileName.load(std::memory_order_acquire);
+  if (name == nullptr || name->text.empty()) return;
+  std::ofstream file = platform::openToAppend(name->text);
+  if (!file) return;
+  file.flags(StreamFlags(mFormatFlags.load(std::memory_order_relaxed)));
+  file << value;
+}
+
+template void ALogger::write(const char*);
+template void ALogger::write(std::int32_t);
+template void ALogger::write(std::uint32_t);
+template void ALogger::write(std::uint8_t);
+template void ALogger::write(const void*);
+
+}  // namespace kel

@@ -1,0 +1,104 @@
+// The library's log: text lines in a dated file, switched on in the registry.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+namespace kel {
+
+// Levels of a line. Any other number is switched off.
+inline constexpr std::uint32_t kInfo = 0;
+inline constexpr std::uint32_t kWarning = 1;
+inline constexpr std::uint32_t kError = 2;
+
+/// What every line gives as its format flags: decimal, right-aligned, with base.
+inline constexpr std::uint32_t kLogFlags = 648;
+
+/// Registry key of all the library's loggers.
+inline constexpr const char* kLoggerRegistryKey = "Software\\Brel\\ALogger";
+
+/// Writes lines of the form
+///
+///     [0 - 0] info - DorvL5 - Dorv_Init - (0) - Success.
+///
+/// each behind a line break of its own. A line is a head call and the insertions that follow it; nothing is kept between
+/// them, for each opens the file, appends and closes it. A line can therefore be followed from outside while the process
+/// runs or when it has died, and several processes may share a file.
+///
+/// Threads: any number, with no lock. Pieces of lines from several threads may interleave, and a thread may see the line
+/// flag of another; each piece by itself reaches the file whole. A head call that is switched off costs a comparison, an
+/// insertion behind it the test of a flag.
+///
+/// Nothing is ever reported: a missing key, an unwritable folder or a failed open only means that lines are lost.
+class ALogger {
+ public:
+  constexpr ALogger() = default;
+  ~ALogger();
+  ALogger(const ALogger&) = delete;
+  ALogger& operator=(const ALogger&) = delete;
+
+  /// Reads the three level switches from `key`, once and for all. `key` is not copied.
+  void setRegistryKey(const char* key);
+
+  /// Settles the file: the registry's folder, today's date and `name`. Empty: nothing is written. Wants the key first.
+  void setFileName(const std::string& name);
+
+  /// `name` is not copied.
+  void setModuleName(const char* name) { mModuleName.store(name, std::memory_order_relaxed); }
+
+  /// Opens a line of that level. `function` may be null.
+  ALogger& log(std::uint32_t level, const char* function, std::uint32_t flags) {
+    mFormatFlags.store(flags, std::memory_order_relaxed);
+    const bool enabled = isEnabled(level);
+    if (enabled) writeHead(level, function);
+    mLineEnabled.store(enabled, std::memory_order_relaxed);
+    return *this;
+  }
+
+  ALogger& operator<<(const char* text) { return insert(text); }
+  ALogger& operator<<(std::int32_t number) { return insert(number); }
+  ALogger& operator<<(std::uint32_t number) { return insert(number); }
+  /// One character, not a number.
+  ALogger& operator<<(std::uint8_t character) { return insert(character); }
+  /// A handle, in hexadecimal digits.
+  ALogger& operator<<(const void* handle) { return insert(handle); }
+
+ private:
+  /// A file name stays as long as the logger, since other threads may be writing by it when it is replaced.
+  struct FileName {
+    std::string text;
+    const FileName* previous;
+  };
+
+  bool isEnabled(std::uint32_t level) const {
+    switch (level) {
+      case kInfo: return mInfoEnabled.load(std::memory_order_relaxed) != 0;
+      case kWarning: return mWarnEnabled.load(std::memory_order_relaxed) != 0;
+      case kError: return mErrEnabled.load(std::memory_order_relaxed) != 0;
+      default: return false;
+    }
+  }
+
+  template <class Value>
+  ALogger& insert(Value value) {
+    if (mLineEnabled.load(std::memory_order_relaxed)) write(value);
+    return *this;
+  }
+
+  void writeHead(std::uint32_t level, const char* function);
+  template <class Value>
+  void write(Value value);
+
+  // Atomic: any thread, in no order.
+  std::atomic<const FileName*> mFileName{nullptr};
+  std::atomic<const char*> mModuleName{nullptr};
+  std::atomic<const char*> mRegistryKey{nullptr};
+  std::atomic<std::uint32_t> mInfoEnabled{0};
+  std::atomic<std::uint32_t> mWarnEnabled{0};
+  std::atomic<std::uint32_t> mErrEnabled{0};
+  std::atomic<bool> mLineEnabled{false};
+  std::atomic<std::uint32_t> mFormatFlags{0};
+};
+
+}  // namespace kel

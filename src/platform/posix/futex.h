@@ -1,0 +1,56 @@
+// The kernel's wait on a word, and the plain lock built on it.
+#pragma once
+
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <ctime>
+
+#include "platform/thread_annotations.h"
+
+namespace kel::platform::posix {
+
+static_assert(sizeof(std::atomic<std::uint32_t>) == sizeof(std::uint32_t), "the kernel reads the word itself");
+
+/// Sleeps while `word` holds `expected`, at most until `deadline` on the monotonic clock (null: for good). May return
+/// early. False only if the deadline has passed.
+inline bool sleepWhile(const std::atomic<std::uint32_t>& word, std::uint32_t expected, const timespec* deadline) {
+  return syscall(SYS_futex, &word, FUTEX_WAIT_BITSET_PRIVATE, expected, deadline, nullptr, FUTEX_BITSET_MATCH_ANY) ==
+             0 ||
+         errno != ETIMEDOUT;
+}
+
+/// Wakes one sleeper on `word`. The word may be gone already: then nobody wakes, or somebody for no reason.
+inline void wakeOne(const std::atomic<std::uint32_t>& word) {
+  syscall(SYS_futex, &word, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+}
+
+/// A lock of one word, without code at its start or end, so that it serves as a static until the very last thread.
+class CAPABILITY("lock") FutexLock {
+ public:
+  void lock() ACQUIRE() {
+    std::uint32_t seen = kFree;
+    if (!mWord.compare_exchange_strong(seen, kTaken, std::memory_order_acquire, std::memory_order_relaxed))
+      lockSlowly();
+  }
+  void unlock() RELEASE() {
+    if (mWord.exchange(kFree, std::memory_order_release) == kWanted) wakeOne(mWord);
+  }
+
+ private:
+  enum : std::uint32_t { kFree, kTaken, kWanted };
+
+  // The word says kWanted from here on, also once this thread has the lock: others may still sleep on it.
+  void lockSlowly() {
+    while (mWord.exchange(kWanted, std::memory_order_acquire) != kFree) sleepWhile(mWord, kWanted, nullptr);
+  }
+
+  std::atomic<std::uint32_t> mWord{kFree};
+};
+
+}  // namespace kel::platform::posix

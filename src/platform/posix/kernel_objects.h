@@ -1,0 +1,134 @@
+// Events, mutexes and threads: the objects behind the handles, and how a thread waits for one.
+//
+// All of it lies under one lock, gLock, which each operation holds once and briefly. What has no lock of its own below
+// is guarded by it.
+//
+// An object lives in a slot of one table and never moves. Its handle is the slot's number with a generation above it,
+// and closing the handle moves the generation on; so a stale handle is seen to be one, and nothing ever reaches memory
+// through it. The slot is used again when the last reference to the object is dropped. References are held by the open
+// handle, by each wait for the object, by the owner of a mutex, and by a thread that still runs.
+//
+// A waiting thread hangs a link into the queue of each object that it waits for, and sleeps on a word of its own.
+// Whoever signals an object hands it over to the first in the queue: under the lock it takes the object for the waiter,
+// takes the waiter off all queues and fixes its result. Only behind the lock is the word set, which wakes the sleeper.
+// Nothing that happens in between can change the outcome: neither a reset, nor a time-out, nor a close.
+#pragma once
+
+#include "platform/platform.h"
+#include "platform/posix/futex.h"
+
+namespace kel::platform::posix {
+
+class Thread;
+struct Object;
+struct Waiter;
+
+/// A waiter's place in the queue of one object. First come, first served.
+struct WaitLink {
+  Object* object;
+  Waiter* waiter;
+  WaitLink* previous;
+  WaitLink* next;
+};
+
+/// One wait, on the stack of the thread that waits.
+struct Waiter {
+  Thread& thread;
+  WaitLink* const links;
+  const std::uint32_t count;
+  std::uint32_t result = kWaitTimeout;  ///< another one from the moment when an object is handed over
+  Waiter* nextToWake = nullptr;
+  std::atomic<std::uint32_t> woken = 0;  ///< set without gLock, and the last that is done to a Waiter from outside
+};
+
+enum class Kind : std::uint8_t { event, mutex, thread };
+
+struct Object {
+  std::uint64_t generation = 1;
+  std::uint32_t slot = 0;  ///< constant
+  std::uint32_t references = 0;
+  Object* nextFree = nullptr;
+  WaitLink* firstWaiting = nullptr;
+  WaitLink* lastWaiting = nullptr;
+  Kind kind = Kind::event;
+  bool manualReset = false;  ///< stays signalled when a wait takes it: a manual-reset event or a thread
+  bool signalled = false;    ///< an event is set, a mutex is free, a thread has ended
+
+  // Of a mutex.
+  bool abandoned = false;  ///< its last owner ended without releasing it, and nobody was told yet
+  std::uint32_t entries = 0;
+  Thread* owner = nullptr;
+  Object* previousOwned = nullptr;
+  Object* nextOwned = nullptr;
+
+  // Of a thread.
+  int systemId = 0;  ///< 0 before it runs
+  int priority = 0;
+};
+
+/// What is kept per thread, this library's own or not. Its end is the thread's end: it gives up the mutexes that the
+/// thread still owns, and then signals the thread's own object.
+class Thread {
+ public:
+  constexpr Thread() = default;
+  ~Thread();
+  Thread(const Thread&) = delete;
+  Thread& operator=(const Thread&) = delete;
+
+  Object* ownObject = nullptr;  ///< if createThread() made it
+  Object* firstOwned = nullptr;
+};
+
+Thread& currentThread();
+
+extern constinit FutexLock gLock;
+
+/// One operation: holds gLock, and behind it wakes those whom the operation released.
+class SCOPED_CAPABILITY Operation {
+ public:
+  Operation() ACQUIRE(gLock) { gLock.lock(); }
+  ~Operation() RELEASE() {
+    gLock.unlock();
+    // A woken thread may leave the frame that its Waiter lies in, so what is next comes first.
+    while (Waiter* const waiter = mFirst) {
+      mFirst = waiter->nextToWake;
+      waiter->woken.store(1, std::memory_order_release);
+      wakeOne(waiter->woken);
+    }
+  }
+  Operation(const Operation&) = delete;
+  Operation& operator=(const Operation&) = delete;
+
+  void wakeLater(Waiter& waiter) {
+    *mEnd = &waiter;
+    mEnd = &waiter.nextToWake;
+  }
+
+ private:
+  Waiter* mFirst = nullptr;
+  Waiter** mEnd = &mFirst;
+};
+
+/// A new object with one reference, or null with the last error set.
+Object* newObject(Kind kind) REQUIRES(gLock);
+Handle handleOf(const Object& object);
+/// The object of an open handle, or null with the last error set.
+Object* find(Handle handle) REQUIRES(gLock);
+Object* find(Handle handle, Kind kind) REQUIRES(gLock);
+void drop(Object& object) REQUIRES(gLock);
+bool close(Handle handle) REQUIRES(gLock);
+
+/// Would a wait by this thread end at once?
+inline bool isOpenTo(const Object& object, const Thread& thread) REQUIRES(gLock) {
+  return object.signalled || (object.kind == Kind::mutex && object.owner == &thread);
+}
+/// Does to an object what a wait does that it ends. Gives kWaitObject or kWaitAbandoned.
+std::uint32_t take(Object& object, Thread& thread) REQUIRES(gLock);
+
+void enqueue(WaitLink& link) REQUIRES(gLock);
+/// Takes a waiter off all its queues.
+void dequeue(Waiter& waiter) REQUIRES(gLock);
+/// Signals an object and hands it over to as many as it lets through. The caller holds a reference.
+void signal(Object& object, Operation& operation) REQUIRES(gLock);
+
+}  // namespace kel::platform::posix

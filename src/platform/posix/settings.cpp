@@ -1,0 +1,125 @@
+// Settings: ini files, and the registry that is kept in one.
+#include <algorithm>
+#include <charconv>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <string_view>
+
+#include "platform/platform.h"
+#include "platform/posix/errors.h"
+
+namespace kel::platform {
+namespace {
+
+using std::string_view;
+
+// An old end-of-file mark counts as a blank too.
+constexpr string_view kBlanks = " \t\n\v\f\r\x1a";
+
+string_view withoutBlanks(string_view text) {
+  const std::size_t begin = text.find_first_not_of(kBlanks);
+  if (begin == text.npos) return {};
+  return text.substr(begin, text.find_last_not_of(kBlanks) + 1 - begin);
+}
+
+bool sameName(string_view one, string_view other) {
+  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; };
+  return std::ranges::equal(one, other, {}, lower, lower);
+}
+
+std::optional<std::string> contentOf(const char* fileName) {
+  std::ifstream file(fileName, std::ios::binary);
+  if (!file) return {};
+  return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+// The value of the first key of that name in the first section of that name, without the blanks round it. What stands
+// before the first head of a section belongs to one without a name. Nothing is looked for behind that first section,
+// and a key without '=' hides a later one with it.
+std::optional<string_view> findValue(string_view content, string_view section, string_view key) {
+  constexpr string_view kByteOrderMark = "\xEF\xBB\xBF";
+  if (content.starts_with(kByteOrderMark)) content.remove_prefix(kByteOrderMark.size());
+  section = withoutBlanks(section);
+  key = withoutBlanks(key);
+
+  bool inSection = section.empty();
+  while (!content.empty()) {
+    const std::size_t end = std::min(content.find_first_of("\r\n"), content.size() - 1);
+    const string_view line = withoutBlanks(content.substr(0, end + 1));
+    content.remove_prefix(end + 1);
+    if (line.empty()) continue;
+    if (const std::size_t close = line.rfind(']'); line.front() == '[' && close != line.npos) {
+      if (inSection) return {};
+      inSection = sameName(withoutBlanks(line.substr(1, close - 1)), section);
+    } else if (inSection) {
+      const std::size_t equals = line.find('=');
+      if (!sameName(withoutBlanks(line.substr(0, equals)), key)) continue;
+      if (equals == line.npos) return {};
+      const string_view value = withoutBlanks(line.substr(equals + 1));
+      return value.substr(0, value.find('\0'));
+    }
+  }
+  return {};
+}
+
+bool isQuoted(string_view text) {
+  return text.size() > 1 && (text.front() == '"' || text.front() == '\'') && text.back() == text.front();
+}
+
+// One section for each key of HKEY_LOCAL_MACHINE, in a file of the working directory or else of the machine.
+std::optional<std::string> findInRegistry(RegistryRoot root, const char* subKey, const char* valueName) {
+  if (root != RegistryRoot::localMachine) return {};
+  std::optional<std::string> content = contentOf("Brel.registry");
+  if (!content) content = contentOf("/etc/Brel.registry");
+  if (!content) return {};
+  std::optional<string_view> value = findValue(*content, subKey, valueName);
+  if (!value) return {};
+  if (isQuoted(*value)) value = value->substr(1, value->size() - 2);
+  return std::string(*value);
+}
+
+}  // namespace
+
+std::uint32_t iniValue(const char* section, const char* key, const char* defaultText, char* value, std::uint32_t size,
+                       const char* fileName) {
+  if (size == 0) return 0;
+  const std::optional<std::string> content = contentOf(fileName);
+  const std::optional<string_view> found = content ? findValue(*content, section, key) : std::nullopt;
+  string_view text = found ? *found : string_view(defaultText);
+  if (!found) {
+    while (text.size() > 1 && text.back() == ' ') text.remove_suffix(1);  // a single blank stays
+  }
+
+  const bool quoted = isQuoted(text);
+  if (quoted) text.remove_prefix(1);
+  // The closing quote is taken off behind the cut, so that a text which was cut by just the quote loses a character
+  // more.
+  const bool losesLast = quoted && text.size() <= size;
+  text = text.substr(0, size - 1);
+  if (losesLast && !text.empty()) text.remove_suffix(1);
+  text.copy(value, text.size());
+  value[text.size()] = '\0';
+  return static_cast<std::uint32_t>(text.size());
+}
+
+bool registryNumber(RegistryRoot root, const char* subKey, const char* valueName, std::uint32_t* number) {
+  const std::optional<std::string> text = findInRegistry(root, subKey, valueName);
+  if (!text) return posix::fail(posix::kFileNotFound);
+  const bool hexadecimal = text->starts_with("0x") || text->starts_with("0X");
+  const char* const end = text->data() + text->size();
+  std::uint32_t read = 0;
+  const auto [stop, error] = std::from_chars(text->data() + (hexadecimal ? 2 : 0), end, read, hexadecimal ? 16 : 10);
+  if (error != std::errc() || stop != end) return posix::fail(posix::kInvalidData);
+  *number = read;
+  return true;
+}
+
+bool registryText(RegistryRoot root, const char* subKey, const char* valueName, std::string* text) {
+  std::optional<std::string> found = findInRegistry(root, subKey, valueName);
+  if (!found) return posix::fail(posix::kFileNotFound);
+  *text = std::move(*found);
+  return true;
+}
+
+}  // namespace kel::platform

@@ -1,0 +1,25 @@
+// Handles; events and mutexes.
+#include "platform/platform.h"
+#include "platform/win32/windows_api.h"
+
+namespace kel::platform {
+
+Handle createEvent(bool manualReset, bool set) { return CreateEventA(nullptr, manualReset, set, nullptr); }
+
+bool setEvent(Handle event) { return SetEvent(event) != 0; }
+
+bool resetEvent(Handle event) { return ResetEvent(event) != 0; }
+
+Handle createMutex(bool owned) { return CreateMutexA(nullptr, owned, nullptr); }
+
+bool releaseMutex(Handle mutex) { return ReleaseMutex(mutex) != 0; }
+
+bool closeHandle(Handle handle) { return CloseHandle(handle) != 0; }
+
+std::size_t openHandles() {
+  DWORD count = 0;
+  GetProcessHandleCount(GetCurrentProcess(), &count);
+  return count;
+}
+
+}  // namespace kel::platform

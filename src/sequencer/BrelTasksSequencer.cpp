@@ -1,0 +1,387 @@
+#include "sequencer/BrelTasksSequencer.h"
+
+#include <string>
+
+#include "platform/memory.h"
+
+namespace kel {
+namespace {
+
+constexpr std::uint32_t kTableWait = 60000;
+constexpr std::uint32_t kNextBufferWait = 5000;
+
+bool CloseEvent(platform::Handle* event) {
+  const bool closed = *event == nullptr || platform::closeHandle(*event);
+  *event = nullptr;
+  return closed;
+}
+
+}  // namespace
+
+BrelTasksSequencer::BrelTasksSequencer() {
+  mLogger.setRegistryKey(kLoggerRegistryKey);
+  mLogger.setFileName("Brel_Tasks_Sequencer.logs");
+  mLogger.setModuleName("BrelTasksSequencer");
+  // A sequencer that did not come up has no numbers to give, which is how its engine learns of it.
+  init();
+}
+
+bool BrelTasksSequencer::init() {
+  mMutex.handle = platform::createMutex(false);
+  if (!acquire(kTableWait, Abandoned::refuse)) return false;
+  for (std::uint32_t number = 0; number < kSequenceNumbers; ++number) mFreeSeqNums.push_back(number);
+  return release();
+}
+
+BrelTasksSequencer::~BrelTasksSequencer() {
+  if (!acquire(kTableWait, Abandoned::refuse)) return;
+  // The mutex is taken again inside.
+  for (std::uint32_t number = 0; number < kSequenceNumbers; ++number) FreeSequence(number);
+  mSequences.clear();
+  release();
+  if (mMutex.handle != nullptr) platform::closeHandle(mMutex.handle);
+}
+
+bool BrelTasksSequencer::acquire(std::uint32_t milliseconds, Abandoned abandoned) NO_THREAD_SAFETY_ANALYSIS {
+  switch (platform::waitForOne(mMutex.handle, milliseconds)) {
+    case platform::kWaitObject: return true;
+    case platform::kWaitAbandoned:
+      if (abandoned == Abandoned::accept) return true;
+      platform::releaseMutex(mMutex.handle);
+      return false;
+    default: return false;
+  }
+}
+
+bool BrelTasksSequencer::release() NO_THREAD_SAFETY_ANALYSIS { return platform::releaseMutex(mMutex.handle); }
+
+sequence_element* BrelTasksSequencer::find(std::uint32_t seqNum) {
+  mSequencesIter = mSequences.find(seqNum);
+  return mSequencesIter != mSequences.end() ? mSequencesIter->second : nullptr;
+}
+
+void BrelTasksSequencer::refile() { mSequences.insert(mSequences.extract(mSequencesIter)); }
+
+// ---------------------------------------------------------------------------------------------------------------------
+// Opening and closing
+// ---------------------------------------------------------------------------------------------------------------------
+
+SeqStatus BrelTasksSequencer::AssignSequence(ApiType apiType, std::uint32_t commandID, std::uint32_t* seqNum,
+                                             std::uint32_t TUI, platform::Handle* syncDataEvent,
+                                             platform::Handle* aSyncDataEvent, platform::Handle* stopEvent,
+                                             OpaqueCallback callbackFunc, OpaqueCallback streamCallbackFunc,
+                                             std::uint32_t* streamSeqNum, std::uint32_t* streamEndSeqNum, bool isAsync,
+                                             bool isStream) {
+  if (!acquire(kTableWait, Abandoned::accept)) return SEQ_ASSIGN_FAILED;
+
+  // Made ahead of the test for a number, and left behind if there is none: meant, as is what a failure below loses.
+  auto* element = new sequence_element{};
+  if (mFreeSeqNums.empty()) {
+    release();
+    return SEQ_ASSIGN_NO_FREE_NUMBER;
+  }
+  const std::uint32_t number = mFreeSeqNums.front();
+  mFreeSeqNums.pop_front();
+  *seqNum = number;
+  *streamSeqNum = GetStreamSeqNum(number);
+  *streamEndSeqNum = GetStreamEndSeqNum(number);
+
+  for (platform::Handle* event : {&element->syncDataEvent, &element->aSyncDataEvent, &element->stopEvent}) {
+    *event = platform::createEvent(false, false);
+    if (*event == nullptr) {
+      release();
+      return SEQ_ASSIGN_FAILED;
+    }
+  }
+  *syncDataEvent = element->syncDataEvent;
+  *aSyncDataEvent = element->aSyncDataEvent;
+  *stopEvent = element->stopEvent;
+  element->apiType = apiType;
+  element->commandID = commandID;
+  element->TUI = TUI;
+  element->callbackFunc = callbackFunc;
+  element->streamCallbackFunc = streamCallbackFunc;
+  element->isAsync = isAsync;
+  element->isStream = isStream;
+
+  element->asyncBuffersQueue = new SafeQueue;
+  if (element->asyncBuffersQueue->init() != QUEUE_INIT_OK) {
+    release();
+    return SEQ_ASSIGN_FAILED;
+  }
+  mSequences[number] = element;
+  if (!release()) return SEQ_ASSIGN_FAILED;
+  report(kInfo, "AssignSequence", "assigned sequence number ", number, " \n");
+  return SEQ_ASSIGN_OK;
+}
+
+SeqStatus BrelTasksSequencer::FreeSequence(std::uint32_t seqNum) {
+  SeqStatus result = SEQ_FREE_OK;
+  if (!acquire(kTableWait, Abandoned::accept)) return SEQ_FREE_FAILED;
+  sequence_element* element = find(seqNum);
+  if (element == nullptr) {
+    release();
+    return SEQ_FREE_FAILED;
+  }
+  for (platform::Handle* event : {&element->syncDataEvent, &element->aSyncDataEvent, &element->stopEvent}) {
+    if (!CloseEvent(event)) result = SEQ_FREE_FAILED;
+  }
+
+  std::uint8_t* queued = nullptr;
+  std::uint32_t queuedSize = 0;
+  for (;;) {
+    const QueueResult queueRes = element->asyncBuffersQueue->extract(&queued, &queuedSize);
+    if (queueRes == QUEUE_EMPTY) break;
+    if (queueRes == QUEUE_EXTRACT_FAILED) {
+      report(kError, "FreeSequence", "problem extracting from asyncBuffersQueue \n");
+      break;
+    }
+    std::free(queued);
+  }
+  if (element->asyncBuffersQueue->shutdown() != QUEUE_SHUTDOWN_OK) result = SEQ_FREE_FAILED;
+  delete element->asyncBuffersQueue;
+  std::free(element->buffer);
+
+  mSequences.erase(mSequencesIter);
+  delete element;
+  mFreeSeqNums.push_back(seqNum);
+  if (!release()) return SEQ_FREE_FAILED;
+  report(kInfo, "FreeSequence", "freed sequence number ", seqNum, " \n");
+  return result;
+}
+
+// ---------------------------------------------------------------------------------------------------------------------
+// Filing
+// ---------------------------------------------------------------------------------------------------------------------
+
+template <class Change>
+bool BrelTasksSequencer::update(std::uint32_t seqNum, Change change) {
+  if (!acquire(kTableWait, Abandoned::accept)) return false;
+  sequence_element* element = find(seqNum);
+  if (element == nullptr) {
+    // The same words for all four operations.
+    debugPrint("InsertDataBySeqNum - could not find sequence number %d \n", static_cast<int>(seqNum));
+    release();
+    return false;
+  }
+  const bool changed = change(*element);
+  if (changed) refile();
+  return release() && changed;
+}
+
+SeqStatus BrelTasksSequencer::InsertDataBySeqNum(std::uint32_t seqNum, const std::uint8_t* buffer, std::uint32_t size,
+                                                 platform::Handle* syncDataEvent, platform::Handle* aSyncDataEvent,
+                                                 AsyncListener** asyncListenerInstance, bool* isAsync,
+                                                 bool* isStream) {
+  const bool inserted = update(seqNum, [&](sequence_element& element) {
+    const bool hasData = buffer != nullptr && size != 0;
+    element.bufferSize = hasData ? size : 0;
+    element.buffer = hasData ? CopyBlock(buffer, size) : nullptr;
+    *syncDataEvent = element.syncDataEvent;
+    *aSyncDataEvent = element.aSyncDataEvent;
+    *asyncListenerInstance = element.asyncListenerInstance;
+    *isAsync = element.isAsync;
+    *isStream = element.isStream;
+    return true;
+  });
+  if (!inserted) return SEQ_INSERT_FAILED;
+  report(kInfo, "InsertDataBySeqNum", "inserted data for sequence number ", seqNum, " \n");
+  return SEQ_INSERT_OK;
+}
+
+SeqStatus BrelTasksSequencer::InsertAsyncDataBySeqNum(std::uint32_t seqNum, const std::uint8_t* buffer,
+                                                      std::uint32_t size, platform::Handle* syncDataEvent,
+                                                      platform::Handle* aSyncDataEvent,
+                                                      AsyncListener** asyncListenerInstance, bool* isAsync,
+                                                      bool* isStream) {
+  const bool inserted = update(seqNum, [&](sequence_element& element) NO_THREAD_SAFETY_ANALYSIS {
+    std::uint8_t* copy = nullptr;
+    std::uint32_t copySize = 0;
+    if (buffer != nullptr && size != 0) {
+      copy = CopyBlock(buffer, size);
+      copySize = size;
+      ++mAsyncBufferCounter;
+      mLogger.log(kInfo, "InsertAsyncDataBySeqNum", kLogFlags)
+          << "allocated memory for asyncBuffer number " << mAsyncBufferCounter << ". asyncBufferSize = " << size
+          << " \n";
+    }
+    const QueueResult queue_res = element.asyncBuffersQueue->insert(copy, copySize);
+    if (queue_res != QUEUE_INSERT_OK) {
+      mLogger.log(kError, "InsertAsyncDataBySeqNum", kLogFlags)
+          << "problem inserting to asyncBuffersQueue - " << static_cast<std::uint32_t>(queue_res) << " \n";
+      debugPrint("InsertAsyncDataBySeqNum - problem inserting to asyncBuffersQueue - %d\n",
+                 static_cast<int>(queue_res));
+      return false;
+    }
+    *syncDataEvent = element.syncDataEvent;
+    *aSyncDataEvent = element.aSyncDataEvent;
+    *asyncListenerInstance = element.asyncListenerInstance;
+    *isAsync = element.isAsync;
+    *isStream = element.isStream;
+    return true;
+  });
+  if (!inserted) return SEQ_INSERT_FAILED;
+  report(kInfo, "InsertAsyncDataBySeqNum", "inserted async data for sequence number ", seqNum, " \n");
+  return SEQ_INSERT_OK;
+}
+
+SeqStatus BrelTasksSequencer::InsertAsyncListenerInfoBySeqNum(std::uint32_t seqNum, platform::Handle asyncThreadHandle,
+                                                              AsyncListener* asyncListenerInstance) {
+  const bool inserted = update(seqNum, [&](sequence_element& element) {
+    element.asyncThreadHandle = asyncThreadHandle;
+    element.asyncListenerInstance = asyncListenerInstance;
+    return true;
+  });
+  if (!inserted) return SEQ_INSERT_FAILED;
+  report(kInfo, "InsertAsyncListenerInfoBySeqNum", "inserted async listener info for sequence number ", seqNum, " \n");
+  return SEQ_INSERT_OK;
+}
+
+SeqStatus BrelTasksSequencer::InsertAckBySeqNum(std::uint32_t seqNum) {
+  const bool inserted = update(seqNum, [](sequence_element& element) {
+    element.ackArrived = true;
+    return true;
+  });
+  if (!inserted) return SEQ_INSERT_FAILED;
+  report(kInfo, "InsertAckBySeqNum", "inserted Ack for sequence number ", seqNum, " \n");
+  return SEQ_INSERT_OK;
+}
+
+// ---------------------------------------------------------------------------------------------------------------------
+// Looking up
+// ---------------------------------------------------------------------------------------------------------------------
+
+SeqStatus BrelTasksSequencer::RetrieveBySeqNum(std::uint32_t seqNum, sequence_snapshot* snapshot) {
+  *snapshot = {};
+  if (!acquire(kTableWait, Abandoned::accept)) return SEQ_RETRIEVE_FAILED;
+  const sequence_element* element = find(seqNum);
+  if (element == nullptr) {
+    release();
+    return SEQ_RETRIEVE_NOT_FOUND;
+  }
+  snapshot->apiType = element->apiType;
+  snapshot->commandID = element->commandID;
+  snapshot->TUI = element->TUI;
+  snapshot->syncDataEvent = element->syncDataEvent;
+  snapshot->aSyncDataEvent = element->aSyncDataEvent;
+  snapshot->stopEvent = element->stopEvent;
+  if (element->buffer != nullptr && element->bufferSize != 0) {
+    snapshot->buffer = CopyBlock(element->buffer, element->bufferSize);
+    snapshot->bufferSize = element->bufferSize;
+  }
+  snapshot->asyncBuffersQueue = element->asyncBuffersQueue;
+  snapshot->callbackFunc = element->callbackFunc;
+  snapshot->streamCallbackFunc = element->streamCallbackFunc;
+  snapshot->asyncThreadHandle = element->asyncThreadHandle;
+  snapshot->asyncListenerInstance = element->asyncListenerInstance;
+  snapshot->streamSeqNum = GetStreamSeqNum(seqNum);
+  snapshot->streamEndSeqNum = GetStreamEndSeqNum(seqNum);
+  snapshot->isAsync = element->isAsync;
+  snapshot->isStream = element->isStream;
+  snapshot->ackArrived = element->ackArrived;
+  if (!release()) return SEQ_RETRIEVE_FAILED;
+  report(kInfo, "RetrieveBySeqNum", "retrieved data for sequence number ", seqNum, " \n");
+  return SEQ_RETRIEVE_OK;
+}
+
+template <class HandOn>
+SeqStatus BrelTasksSequencer::retrieve(std::uint32_t seqNum, HandOn handOn) {
+  sequence_snapshot snapshot;
+  const SeqStatus status = RetrieveBySeqNum(seqNum, &snapshot);
+  handOn(snapshot);
+  std::free(snapshot.buffer);
+  return status;
+}
+
+SeqStatus BrelTasksSequencer::RetrieveSyncDataEventBySeqNum(std::uint32_t seqNum, platform::Handle* syncDataEvent) {
+  return retrieve(seqNum, [&](const sequence_snapshot& s) { *syncDataEvent = s.syncDataEvent; });
+}
+
+SeqStatus BrelTasksSequencer::RetrieveASyncDataEventBySeqNum(std::uint32_t seqNum, platform::Handle* aSyncDataEvent) {
+  return retrieve(seqNum, [&](const sequence_snapshot& s) { *aSyncDataEvent = s.aSyncDataEvent; });
+}
+
+SeqStatus BrelTasksSequencer::RetrieveAsyncThreadInfoBySeqNum(std::uint32_t seqNum, platform::Handle* stopEvent,
+                                                              platform::Handle* asyncThreadHandle,
+                                                              AsyncListener** asyncListenerInstance) {
+  return retrieve(seqNum, [&](const sequence_snapshot& s) {
+    *stopEvent = s.stopEvent;
+    *asyncThreadHandle = s.asyncThreadHandle;
+    *asyncListenerInstance = s.asyncListenerInstance;
+  });
+}
+
+SeqStatus BrelTasksSequencer::RetrieveAsyncListenerInfoBySeqNum(std::uint32_t seqNum,
+                                                                platform::Handle* asyncThreadHandle,
+                                                                AsyncListener** asyncListenerInstance) {
+  return retrieve(seqNum, [&](const sequence_snapshot& s) {
+    *asyncThreadHandle = s.asyncThreadHandle;
+    *asyncListenerInstance = s.asyncListenerInstance;
+  });
+}
+
+SeqStatus BrelTasksSequencer::RetrieveCallbacksBySeqNum(std::uint32_t seqNum, ApiType* apiType,
+                                                        std::uint32_t* commandID, std::uint32_t* TUI,
+                                                        OpaqueCallback* callbackFunc,
+                                                        OpaqueCallback* streamCallbackFunc, bool* isStream) {
+  return retrieve(seqNum, [&](const sequence_snapshot& s) {
+    *apiType = s.apiType;
+    *commandID = s.commandID;
+    *TUI = s.TUI;
+    *callbackFunc = s.callbackFunc;
+    *streamCallbackFunc = s.streamCallbackFunc;
+    *isStream = s.isStream;
+  });
+}
+
+SeqStatus BrelTasksSequencer::RetrieveAckBySeqNum(std::uint32_t seqNum, bool* ackArrived) {
+  return retrieve(seqNum, [&](const sequence_snapshot& s) { *ackArrived = s.ackArrived; });
+}
+
+SeqStatus BrelTasksSequencer::RetrieveSequenceTypeInfoBySeqNum(std::uint32_t seqNum, platform::Handle* syncDataEvent,
+                                                               platform::Handle* aSyncDataEvent, bool* isAsync,
+                                                               bool* isStream) {
+  return retrieve(seqNum, [&](const sequence_snapshot& s) {
+    *syncDataEvent = s.syncDataEvent;
+    *aSyncDataEvent = s.aSyncDataEvent;
+    *isAsync = s.isAsync;
+    *isStream = s.isStream;
+  });
+}
+
+SeqStatus BrelTasksSequencer::RetrieveDataBySeqNum(std::uint32_t seqNum, std::uint32_t* TUI, std::uint8_t** buffer,
+                                                   std::uint32_t* bufferSize, bool* isStream) {
+  return retrieve(seqNum, [&](sequence_snapshot& s) {
+    *TUI = s.TUI;
+    *buffer = s.buffer;
+    *bufferSize = s.bufferSize;
+    *isStream = s.isStream;
+    s.buffer = nullptr;  // now the caller's
+  });
+}
+
+SeqStatus BrelTasksSequencer::RetrieveNextAsyncBufferBySeqNum(std::uint32_t seqNum, std::uint32_t* TUI,
+                                                              std::uint8_t** buffer, std::uint32_t* bufferSize,
+                                                              bool* isStream) {
+  SafeQueue* queue = nullptr;
+  retrieve(seqNum, [&](const sequence_snapshot& s) {
+    *TUI = s.TUI;
+    *isStream = s.isStream;
+    queue = s.asyncBuffersQueue;
+  });
+  *buffer = nullptr;
+  *bufferSize = 0;
+  // A sequence that is gone has no queue; whoever asks all the same is told of a failure.
+  if (queue == nullptr || !acquire(kNextBufferWait, Abandoned::refuse)) return SEQ_RETRIEVE_FAILED;
+  std::uint8_t* tmpAsyncBuffer = nullptr;
+  std::uint32_t tmpAsyncBufferSize = 0;
+  const QueueResult queue_res = queue->extract(&tmpAsyncBuffer, &tmpAsyncBufferSize);
+  if (!release()) return SEQ_RETRIEVE_FAILED;
+  if (tmpAsyncBuffer != nullptr && tmpAsyncBufferSize != 0) {
+    *buffer = tmpAsyncBuffer;
+    *bufferSize = tmpAsyncBufferSize;
+  }
+  return queue_res == QUEUE_EMPTY ? SEQ_RETRIEVE_EMPTY : SEQ_RETRIEVE_OK;
+}
+
+}  // namespace kel

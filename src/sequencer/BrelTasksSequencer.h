@@ -1,0 +1,199 @@
+// The table of open task sequences of one engine.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+
+#include "listeners/SafeQueue.h"
+#include "logging/ALogger.h"
+#include "logging/DebugPrint.h"
+#include "platform/platform.h"
+#include "sequencer/SequenceNumber.h"
+
+namespace kel {
+
+class AsyncListener;
+
+/// Which front call opened a sequence. It selects the form of the client's callbacks.
+enum ApiType : std::uint32_t {
+  BREL_ISSUE_COMMAND = 0,  ///< the caller built the whole record
+  BREL_INVOKE_TASK = 1,    ///< the engine built the record from a task's name and a payload
+  BREL_FIXED_TASK = 2,     ///< one of the engine's own tasks, with no callback
+  BREL_NO_API_TYPE = 3,    ///< what a failed lookup reports
+};
+
+/// Results of the sequencer's operations.
+enum SeqStatus : std::uint32_t {
+  SEQ_ASSIGN_FAILED = 0,
+  SEQ_ASSIGN_NO_FREE_NUMBER = 1,
+  SEQ_ASSIGN_OK = 2,
+  SEQ_FREE_FAILED = 3,
+  SEQ_FREE_OK = 4,
+  SEQ_INSERT_FAILED = 5,
+  SEQ_INSERT_OK = 6,
+  SEQ_RETRIEVE_FAILED = 7,     ///< the mutex was not to be had
+  SEQ_RETRIEVE_OK = 8,
+  SEQ_RETRIEVE_NOT_FOUND = 9,  ///< no such sequence
+  SEQ_RETRIEVE_EMPTY = 10,     ///< the sequence's queue holds nothing
+};
+
+inline constexpr std::uint32_t kSequenceNumbers = 64;
+
+/// A client's callback whose form follows from the sequence's ApiType.
+using OpaqueCallback = void (*)();
+
+/// The state of one open sequence.
+struct sequence_element {
+  ApiType apiType;
+  std::uint32_t commandID;
+  std::uint32_t TUI;
+  platform::Handle syncDataEvent;        ///< set when the answer for a waiting client thread is filed; owned
+  platform::Handle aSyncDataEvent;       ///< set when an answer is queued for the sequence's listener thread; owned
+  platform::Handle stopEvent;            ///< tells the listener thread to stop; owned
+  platform::Handle asyncThreadHandle;    ///< the listener thread, or null; closed by the engine
+  AsyncListener* asyncListenerInstance;  ///< the engine's, or null
+  OpaqueCallback callbackFunc;
+  OpaqueCallback streamCallbackFunc;
+  bool isStream;
+  bool isAsync;               ///< nobody waits: the first answer goes to the listener thread as well
+  bool ackArrived;            ///< the first answer of a stream was seen
+  std::uint8_t* buffer;       ///< copy of the answer for the waiting thread, or null; owned
+  std::uint32_t bufferSize;   ///< in bytes
+  SafeQueue* asyncBuffersQueue;  ///< answers for the listener thread; owned, with the buffers in it
+};
+
+/// What a lookup gives out of a sequence: a copy, whose `buffer` is a block of the receiver's own.
+struct sequence_snapshot {
+  ApiType apiType = BREL_NO_API_TYPE;
+  std::uint32_t commandID = 0;
+  std::uint32_t TUI = 0;
+  platform::Handle syncDataEvent = nullptr;
+  platform::Handle aSyncDataEvent = nullptr;
+  platform::Handle stopEvent = nullptr;
+  std::uint8_t* buffer = nullptr;
+  std::uint32_t bufferSize = 0;
+  SafeQueue* asyncBuffersQueue = nullptr;
+  OpaqueCallback callbackFunc = nullptr;
+  OpaqueCallback streamCallbackFunc = nullptr;
+  platform::Handle asyncThreadHandle = nullptr;
+  AsyncListener* asyncListenerInstance = nullptr;
+  std::uint32_t streamSeqNum = 0;
+  std::uint32_t streamEndSeqNum = 0;
+  bool isAsync = false;
+  bool isStream = false;
+  bool ackArrived = false;
+};
+
+/// Hands out the 64 sequence numbers of one engine, and finds the state behind a number for every thread.
+///
+/// A number is free (in mFreeSeqNums) or open (in mSequences). It is taken from the front and goes back to the end, so
+/// numbers rotate: one that was freed comes again when all that were freed before it have been used. The engine says when
+/// a sequence ends; the sequencer never does, knows nothing of the data and calls no client.
+///
+/// Threads: any. mMutex is held for one table operation at a time, never during a wait for the device and never around
+/// client code; the queue's lock is taken inside it. All data crosses the table by copy. A failure is a status: an
+/// operation that does not get the mutex within a minute changes nothing.
+class BrelTasksSequencer {
+ public:
+  BrelTasksSequencer();
+  /// Frees what is open; gives up, with nothing freed, if the mutex is not to be had cleanly.
+  ~BrelTasksSequencer();
+  BrelTasksSequencer(const BrelTasksSequencer&) = delete;
+  BrelTasksSequencer& operator=(const BrelTasksSequencer&) = delete;
+
+  /// Opens a sequence. The three events stay the sequence's.
+  SeqStatus AssignSequence(ApiType apiType, std::uint32_t commandID, std::uint32_t* seqNum, std::uint32_t TUI,
+                           platform::Handle* syncDataEvent, platform::Handle* aSyncDataEvent,
+                           platform::Handle* stopEvent, OpaqueCallback callbackFunc, OpaqueCallback streamCallbackFunc,
+                           std::uint32_t* streamSeqNum, std::uint32_t* streamEndSeqNum, bool isAsync, bool isStream);
+
+  /// Closes a sequence with its events and buffers. The thread's handle is left alone.
+  SeqStatus FreeSequence(std::uint32_t seqNum);
+
+  /// Files a copy of the one answer for a waiting thread. An earlier one is overwritten, and stays allocated.
+  SeqStatus InsertDataBySeqNum(std::uint32_t seqNum, const std::uint8_t* buffer, std::uint32_t size,
+                               platform::Handle* syncDataEvent, platform::Handle* aSyncDataEvent,
+                               AsyncListener** asyncListenerInstance, bool* isAsync, bool* isStream);
+  /// Queues a copy of an answer for the listener thread.
+  SeqStatus InsertAsyncDataBySeqNum(std::uint32_t seqNum, const std::uint8_t* buffer, std::uint32_t size,
+                                    platform::Handle* syncDataEvent, platform::Handle* aSyncDataEvent,
+                                    AsyncListener** asyncListenerInstance, bool* isAsync, bool* isStream);
+  /// Files the listener thread; two nulls erase it.
+  SeqStatus InsertAsyncListenerInfoBySeqNum(std::uint32_t seqNum, platform::Handle asyncThreadHandle,
+                                            AsyncListener* asyncListenerInstance);
+  SeqStatus InsertAckBySeqNum(std::uint32_t seqNum);
+
+  /// All of a sequence at once; `snapshot->buffer` is the caller's to free. With another status than SEQ_RETRIEVE_OK the
+  /// snapshot is an empty one.
+  SeqStatus RetrieveBySeqNum(std::uint32_t seqNum, sequence_snapshot* snapshot);
+
+  // Parts of a sequence. The status is that of RetrieveBySeqNum; with any but SEQ_RETRIEVE_OK the outputs are empty.
+  SeqStatus RetrieveSyncDataEventBySeqNum(std::uint32_t seqNum, platform::Handle* syncDataEvent);
+  SeqStatus RetrieveASyncDataEventBySeqNum(std::uint32_t seqNum, platform::Handle* aSyncDataEvent);
+  SeqStatus RetrieveAsyncThreadInfoBySeqNum(std::uint32_t seqNum, platform::Handle* stopEvent,
+                                            platform::Handle* asyncThreadHandle,
+                                            AsyncListener** asyncListenerInstance);
+  SeqStatus RetrieveAsyncListenerInfoBySeqNum(std::uint32_t seqNum, platform::Handle* asyncThreadHandle,
+                                              AsyncListener** asyncListenerInstance);
+  SeqStatus RetrieveCallbacksBySeqNum(std::uint32_t seqNum, ApiType* apiType, std::uint32_t* commandID,
+                                      std::uint32_t* TUI, OpaqueCallback* callbackFunc,
+                                      OpaqueCallback* streamCallbackFunc, bool* isStream);
+  SeqStatus RetrieveAckBySeqNum(std::uint32_t seqNum, bool* ackArrived);
+  SeqStatus RetrieveSequenceTypeInfoBySeqNum(std::uint32_t seqNum, platform::Handle* syncDataEvent,
+                                             platform::Handle* aSyncDataEvent, bool* isAsync, bool* isStream);
+  /// The copied buffer is the caller's.
+  SeqStatus RetrieveDataBySeqNum(std::uint32_t seqNum, std::uint32_t* TUI, std::uint8_t** buffer,
+                                 std::uint32_t* bufferSize, bool* isStream);
+  /// Takes the oldest answer off the queue; it is the caller's. SEQ_RETRIEVE_EMPTY if there is none. To be asked only of
+  /// a sequence that the caller keeps open.
+  SeqStatus RetrieveNextAsyncBufferBySeqNum(std::uint32_t seqNum, std::uint32_t* TUI, std::uint8_t** buffer,
+                                            std::uint32_t* bufferSize, bool* isStream);
+
+  /// 0 prints nothing on the console. The engine copies its own setting here.
+  std::atomic<std::uint32_t> mLogToConsole{0};
+
+ private:
+  using Sequences = std::map<std::uint32_t, sequence_element*>;
+
+  /// The kernel mutex as the thread-safety analysis wants to see it.
+  struct CAPABILITY("mutex") TableMutex {
+    platform::Handle handle = nullptr;
+  };
+
+  enum class Abandoned { accept, refuse };
+
+  bool init();
+  bool acquire(std::uint32_t milliseconds, Abandoned abandoned) TRY_ACQUIRE(true, mMutex);
+  bool release() RELEASE(mMutex);
+  /// Sets mSequencesIter; the element, or null.
+  sequence_element* find(std::uint32_t seqNum) REQUIRES(mMutex);
+  /// How every change of an element ends: its entry is erased and made anew.
+  void refile() REQUIRES(mMutex);
+  /// The frame of the insert operations: `change` is called with the element under the mutex and says whether it did.
+  template <class Change>
+  bool update(std::uint32_t seqNum, Change change);
+  /// The frame of the partial lookups: `handOn` is called with the snapshot, whose buffer is freed afterwards.
+  template <class HandOn>
+  SeqStatus retrieve(std::uint32_t seqNum, HandOn handOn);
+  template <class... Pieces>
+  void report(std::uint32_t level, const char* function, const Pieces&... pieces) {
+    ReportTwice(mLogger, debugPrint, level, function, pieces...);
+  }
+
+  // Own locking.
+  ALogger mLogger;
+
+  // Guarded by mMutex.
+  Sequences mSequences GUARDED_BY(mMutex);
+  Sequences::iterator mSequencesIter GUARDED_BY(mMutex);  ///< the last lookup's position
+  std::deque<std::uint32_t> mFreeSeqNums GUARDED_BY(mMutex);
+
+  TableMutex mMutex;
+
+  std::uint32_t mAsyncBufferCounter GUARDED_BY(mMutex) = 0;  ///< answers queued so far, for the log only
+
+  DebugPrint debugPrint{mLogToConsole};
+};
+
+}  // namespace kel

@@ -1,0 +1,75 @@
+// Appending streams and dates.
+#include <gmock/gmock.h>
+
+#include <ctime>
+#include <filesystem>
+#include <iterator>
+
+#include "platform/platform.h"
+
+namespace kel::platform {
+namespace {
+
+using testing::MatchesRegex;
+
+class AppendedFile : public testing::Test {
+ protected:
+  AppendedFile() { std::filesystem::remove(mName); }
+  ~AppendedFile() override { std::filesystem::remove(mName); }
+
+  std::string content() const {
+    std::ifstream file(mName);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+  }
+
+  const std::string mName = testing::TempDir() + "appended_file_test_" +
+                            testing::UnitTest::GetInstance()->current_test_info()->name() + ".txt";
+};
+
+TEST_F(AppendedFile, IsMadeAndThenGoesOnGrowing) {
+  openToAppend(mName) << "one\n";
+  openToAppend(mName) << "two\n";
+  EXPECT_EQ(content(), "one\ntwo\n");
+}
+
+TEST_F(AppendedFile, MayBeHeldOpenBySeveralWriters) {
+  std::ofstream first = openToAppend(mName);
+  std::ofstream second = openToAppend(mName);
+  ASSERT_TRUE(first && second);
+  first << "one\n" << std::flush;
+  second << "two\n" << std::flush;
+  first << "three\n" << std::flush;
+  EXPECT_EQ(content(), "one\ntwo\nthree\n");
+}
+
+TEST_F(AppendedFile, DoesNotOpenInAFolderThatIsMissing) { EXPECT_FALSE(openToAppend("no/such/folder/file.txt")); }
+
+// Two looks at the clock: midnight may pass between the first and what is tested.
+TEST(Date, IsTodayInTheAmericanOrder) {
+  const auto today = [] {
+    const std::time_t now = std::time(nullptr);
+    char text[kDateTextSize];
+    std::strftime(text, sizeof text, "%m/%d/%y", std::localtime(&now));
+    return std::string(text);
+  };
+  const std::string before = today();
+  char text[kDateTextSize] = {};
+  EXPECT_EQ(dateText(text), 0);
+  EXPECT_TRUE(text == before || text == today()) << text;
+}
+
+TEST(Date, TheTimeHasTwentyFourHours) {
+  char text[kDateTextSize] = {};
+  EXPECT_EQ(timeText(text), 0);
+  EXPECT_EQ(std::string(text).size(), 8U);
+  EXPECT_THAT(text, MatchesRegex("..:..:.."));
+}
+
+TEST(Path, TheSeparatorStandsBetweenFolderAndFile) {
+  std::filesystem::path path("folder");
+  path /= "file";
+  EXPECT_EQ(path.string(), std::string("folder") + kPathSeparator + "file");
+}
+
+}  // namespace
+}  // namespace kel::platform

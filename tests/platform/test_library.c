@@ -1,0 +1,4 @@
+/* Something to load. */
+int PlatformTestAnswer(void);
+
+int PlatformTestAnswer(void) { return 42; }

@@ -1,0 +1,46 @@
+// The verbs of kelctl. Each takes its options as the command line gave them, writes its results to standard output, and
+// returns the exit status: 0, or 1 if the outcome is not what was asked for. A call that the library refuses leaves a
+// verb as a Refused (session.h), anything else that goes wrong as another std::exception.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kelctl {
+
+/// File names: empty for none, "-" for a standard stream where a verb says so.
+struct SendOptions {
+  std::string task;
+  std::string table;
+  // At most one of these four is there. None: the task's empty payload.
+  std::vector<std::uint32_t> values;
+  std::optional<std::string> hex;
+  std::optional<std::string> text;
+  std::string inFile;
+  std::string outFile;
+  bool noResponse = false;
+};
+
+struct ListenOptions {
+  std::string table;
+  std::optional<std::uint32_t> count;
+  std::optional<double> seconds;
+  bool trigger = false;
+};
+
+/// A tour of the library against the stand-in pipe library, with each result checked.
+int demo();
+/// Sends one task and prints its answer.
+int send(const SendOptions& options);
+/// Prints broadcasts until there were enough, the time is over, or Ctrl-C.
+int listen(const ListenOptions& options);
+/// Lists a task table; the built-in one if `table` is empty.
+int tasks(const std::string& table);
+int version();
+
+/// The library's version as "4.1.0.21".
+std::string libraryVersion();
+
+}  // namespace kelctl

@@ -1,0 +1,82 @@
+#include "payload.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+
+namespace kelctl {
+namespace {
+
+constexpr std::size_t kBytesPerLine = 16;
+
+char printable(std::uint8_t byte) { return byte >= 0x20 && byte < 0x7F ? static_cast<char>(byte) : '.'; }
+
+int hexDigit(char digit) {
+  if (digit >= '0' && digit <= '9') return digit - '0';
+  const char lower = static_cast<char>(digit | 0x20);
+  return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
+}
+
+}  // namespace
+
+// Both targets are little-endian, as payloads are, so that values are copied as they lie.
+Bytes fromValues(const Values& values) {
+  Bytes payload(sizeof values);
+  std::memcpy(payload.data(), values.data(), sizeof values);
+  return payload;
+}
+
+std::optional<Values> toValues(const Bytes& payload) {
+  Values values{};
+  if (payload.size() != sizeof values) return std::nullopt;
+  std::memcpy(values.data(), payload.data(), sizeof values);
+  return values;
+}
+
+std::string valuesText(const Values& values) {
+  return std::to_string(values[0]) + ' ' + std::to_string(values[1]) + ' ' + std::to_string(values[2]);
+}
+
+std::optional<Bytes> fromHex(const std::string& text) {
+  Bytes payload;
+  for (std::size_t i = 0; i < text.size(); i += 2) {
+    while (i < text.size() && std::isspace(static_cast<unsigned char>(text[i]))) ++i;
+    if (i == text.size()) break;
+    const int high = hexDigit(text[i]);
+    const int low = i + 1 < text.size() ? hexDigit(text[i + 1]) : -1;
+    if (high < 0 || low < 0) return std::nullopt;
+    payload.push_back(static_cast<std::uint8_t>(high * 16 + low));
+  }
+  return payload;
+}
+
+Bytes fromText(const std::string& text) { return {text.c_str(), text.c_str() + text.size() + 1}; }
+
+std::string toText(const Bytes& payload) {
+  std::string text;
+  std::transform(payload.begin(), std::find(payload.begin(), payload.end(), 0), std::back_inserter(text), printable);
+  return text;
+}
+
+std::string hexDump(const Bytes& payload) {
+  std::string dump;
+  char cell[32];
+  for (std::size_t line = 0; line < payload.size(); line += kBytesPerLine) {
+    const std::size_t end = std::min(line + kBytesPerLine, payload.size());
+    std::snprintf(cell, sizeof cell, "%08x ", static_cast<unsigned>(line));
+    dump += cell;
+    for (std::size_t i = line; i < line + kBytesPerLine; ++i) {
+      if (i == line + kBytesPerLine / 2) dump += ' ';
+      std::snprintf(cell, sizeof cell, i < end ? " %02x" : "   ", i < end ? payload[i] : 0u);
+      dump += cell;
+    }
+    dump += "  |";
+    for (std::size_t i = line; i < end; ++i) dump += printable(payload[i]);
+    dump += "|\n";
+  }
+  return dump;
+}
+
+}  // namespace kelctl

@@ -1,8 +1,8 @@
 /*
  * Control of the stand-in SluiceHub: what it answers, when, and what it saw.
  *
- * The stand-in has the names of the closed pipe library and, with no set-up at all, a device behind it that answers every
- * task of the built-in table. This interface replaces any of that for tests and demonstrations:
+ * The stand-in has the names of the closed pipe library and, with no set-up at all, a device behind it that answers
+ * every task of the built-in table. This interface replaces any of that for tests and demonstrations:
  *
  *     SluiceHubSimRule late = {0};
  *     late.tui = 0x38240;
@@ -12,17 +12,17 @@
  *
  * What the device does by itself
  *
- *   Tasks that get or set the trace path, the 256 severities and the statistics work on a state that this process shares.
- *   The statistics are 32-bit counters of requests: of all tasks, then of each task in the order of the built-in table.
- *   TASK_ID_VERSIONS_GET_UIDS answers with the four words 1144315543, 0, 0, 0.
- *   A streamer answers with an acknowledgement, then as many messages as the request's first value says (0: 5), one every
- *   so many milliseconds as its second value says, then the end of the stream. A broadcaster does the same with broadcasts
- *   (0: 1) and no end. Their payloads are the three values index, count, interval.
- *   TASK_ID_CHIPLAB_STREAM_CLOSE ends the streams of TASK_ID_CHIPLAB_STREAM_OPEN.
- *   Debug and test tasks echo the payload. Other VAL tasks answer with 0 and the second and third value of the request,
- *   other REF tasks with an echo.
- *   A request that expects no response gets none, except that streams and broadcasts start all the same.
- *   A TUI that is not in the table is refused with SLUICEHUBSIM_L4_UNKNOWN_TASK, unless a rule answers for it.
+ *  - Tasks that get or set the trace path, the 256 severities and the statistics work on a state that this process
+ *    shares. The statistics are 32-bit counters of requests: of all tasks, then of each in the built-in table's order.
+ *  - TASK_ID_VERSIONS_GET_UIDS answers with the four words 1144315543, 0, 0, 0.
+ *  - A streamer answers with an acknowledgement, then as many messages as the request's first value says (0: 5), one
+ *    every so many milliseconds as its second value says, then the end of the stream. A broadcaster does the same with
+ *    broadcasts (0: 1) and no end. Their payloads are the three values index, count, interval.
+ *  - TASK_ID_CHIPLAB_STREAM_CLOSE ends the streams of TASK_ID_CHIPLAB_STREAM_OPEN.
+ *  - Debug and test tasks echo the payload. Other VAL tasks answer with 0 and the second and third value of the
+ *    request, other REF tasks with an echo.
+ *  - A request that expects no response gets none, except that streams and broadcasts start all the same.
+ *  - A TUI that is not in the table is refused with SLUICEHUBSIM_L4_UNKNOWN_TASK, unless a rule answers for it.
  *
  * Conventions
  *
@@ -32,6 +32,8 @@
  *  4. No function blocks unless it says so.
  *  5. Handlers are called on one delivery thread per connection, one message at a time, in the order of the times that
  *     they are due, and of their posting if these are equal.
+ *  6. A process may end with connections open: their handlers are then called no more. Before the library is unloaded,
+ *     connections have to be closed.
  */
 #ifndef SLUICEHUBSIM_H
 #define SLUICEHUBSIM_H
@@ -59,6 +61,9 @@ extern "C" {
 #define SLUICEHUBSIM_STATUS_BAD_ARGUMENT 4u  /* A null output, or the body of an indication is malformed. */
 #define SLUICEHUBSIM_STATUS_NO_RESOURCES 5u  /* Out of memory or threads. */
 
+/* Reason of the disconnect event after TASK_ID_HOST_FRAMEWORK_SHUTDOWN. */
+#define SLUICEHUBSIM_REASON_SHUTDOWN 1u
+
 /* Reply message IDs by which an agent refuses a message. */
 #define SLUICEHUBSIM_REPLY_UNKNOWN_MESSAGE 1u
 #define SLUICEHUBSIM_REPLY_MALFORMED 2u
@@ -75,10 +80,10 @@ SLUICEHUBSIM_API void SluiceHubSim_Reset(void);
 
 #define SLUICEHUBSIM_EXACT 0xFFFFFFu /* tuiMask of a rule for one task */
 
-/* Flags of a rule. */
+/* Flags of a rule. SLUICEHUBSIM_BEFORE_REPLY does not go with holdBack, and has no effect on a request that a handler
+   of the same connection sends. */
 #define SLUICEHUBSIM_DROP 0x1u         /* The request is taken and acted on, and nothing comes back. */
-#define SLUICEHUBSIM_BEFORE_REPLY 0x2u /* SendReceiveMessage returns after the handler has had the response. Not with
-                                          holdBack; and not for a request that a handler of the connection sends. */
+#define SLUICEHUBSIM_BEFORE_REPLY 0x2u /* SendReceiveMessage returns after the handler has had the response. */
 #define SLUICEHUBSIM_DATA 0x4u         /* `data` is the payload of the response. */
 #define SLUICEHUBSIM_BODY 0x8u         /* `data` is the whole body of the response's message. */
 #define SLUICEHUBSIM_TYPE 0x10u        /* `type` goes into the type bits of the response. */
@@ -143,8 +148,8 @@ typedef enum SluiceHubSimFunction {
   SLUICEHUBSIM_GET_CTRL_STATUS,
   SLUICEHUBSIM_SET_CONN_PARAMS,
   SLUICEHUBSIM_IS_VERSION_VALIDATION_ENABLED, /* 1 unless forced */
-  SLUICEHUBSIM_VALIDATE_VERSION, /* unless forced: 0 for equal versions, 1 for equal first numbers, else 2 */
-  SLUICEHUBSIM_GET_VERSION,      /* cannot be forced: SluiceHubSim_SetVersion */
+  SLUICEHUBSIM_VALIDATE_VERSION,         /* unless forced: 0 for equal versions, 1 for equal first numbers, else 2 */
+  SLUICEHUBSIM_GET_VERSION,              /* cannot be forced: SluiceHubSim_SetVersion */
   SLUICEHUBSIM_GET_DISPATCHER_FUNCTIONS, /* forced to anything: null */
   SLUICEHUBSIM_L5_CONNECT,               /* forced: opens nothing and gives the connection 0, also with the result 0 */
   SLUICEHUBSIM_L5_DISCONNECT,            /* forced: the connection stays open */
@@ -178,7 +183,8 @@ SLUICEHUBSIM_API void SluiceHubSim_SetVersion(const uint32_t numbers[5]);
 /** The true form of the callbacks for the control status. */
 typedef void (*SluiceHubSimCtrlStatusCallback)(uint32_t status);
 
-/** Sets the control status, 0 at first, and calls the callbacks on a thread of the stand-in. Blocks until they return. */
+/** Sets the control status, 0 at first, and calls the callbacks on a thread of the stand-in. Blocks until they return.
+ */
 SLUICEHUBSIM_API void SluiceHubSim_SetCtrlStatus(uint32_t status);
 
 /** The connection parameters as last set, zeros at first. Either pointer may be null. */
@@ -187,15 +193,16 @@ SLUICEHUBSIM_API void SluiceHubSim_GetConnParams(uint64_t* params, uint32_t* val
 /* ---- Messages and events from the device side ----
  *
  * `connection` 0 means every connection. With `wait` 1 the functions block until the handlers have returned or the
- * connection is closed; a connection whose own delivery thread makes the call is not waited for. All return the number of
- * connections concerned.
+ * connection is closed; a connection whose own delivery thread makes the call is not waited for. All return the number
+ * of connections concerned.
  */
 
 /** Delivers a message with any ID and any body. */
 SLUICEHUBSIM_API uint32_t SluiceHubSim_DeliverMessage(uint64_t connection, uint32_t messageID, const void* body,
                                                       uint32_t size, uint32_t wait);
 
-/** Delivers a task record in a well-formed response, addressed to the connection's row. `word` is its TUI word whole. */
+/** Delivers a task record in a well-formed response, addressed to the connection's row. `word` is its TUI word whole.
+ */
 SLUICEHUBSIM_API uint32_t SluiceHubSim_DeliverRecord(uint64_t connection, uint32_t word, uint32_t errorCode,
                                                      uint32_t seqTUI, const void* payload, uint32_t size,
                                                      uint32_t wait);

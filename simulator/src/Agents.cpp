@@ -136,6 +136,7 @@ void PostAnswer(Hub& hub, Connection& connection, const KelRequest& request, con
   // A stream has its acknowledgement even if nobody waits for one.
   const bool responds = request.responseExpected || (hasSeries && !series.isBroadcast);
   if (responds && !ackLast) PostResponse(hub, connection, request, rule, beforeReply);
+  if (hub.answer.losesLink) connection.HangUp();
   if (!hasSeries) return;
 
   auto follow =

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "Hub.h"
+#include "SluiceHubSim.h"
 #include "adapter/TaskRecord.h"
 
 namespace kel::sim {
@@ -56,6 +57,13 @@ void Connection::LoseLink() {
   DropAll();
 }
 
+void Connection::HangUp() {
+  auto event = mHub.NewDelivery(Delivery::Kind::kEvent, L5_EVENT_DISCONNECTED);
+  event->reason = SLUICEHUBSIM_REASON_SHUTDOWN;
+  Post(std::move(event));
+  mLost = true;
+}
+
 void Connection::EndStreams(std::uint32_t TUI) {
   const auto end = [&](Delivery& delivery) {
     if (delivery.kind != Delivery::Kind::kSeries || delivery.series.TUI != TUI) return;
@@ -80,7 +88,7 @@ void Connection::Close(std::unique_lock<std::mutex>& lock) {
   std::thread thread = std::move(mThread);
   lock.unlock();
   Wake();
-  thread.join();
+  if (thread.joinable()) thread.join();
 }
 
 void Connection::Run() {
@@ -104,6 +112,8 @@ void Connection::Run() {
     HandOwnDisconnect();
     lock.lock();
   }
+  // At the end of the process nobody is left to join it.
+  if (mHub.halted && mThread.joinable()) mThread.detach();
   --mHub.runningThreads;
 }
 

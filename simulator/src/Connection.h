@@ -63,6 +63,8 @@ class Connection {
 
   /// Drops what is on its way, and every send from now on fails.
   void LoseLink();
+  /// The same, but what is on its way still comes, and then the event.
+  void HangUp();
   /// Ends the streams of a task.
   void EndStreams(std::uint32_t TUI);
 

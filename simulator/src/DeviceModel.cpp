@@ -23,6 +23,7 @@ enum class Behaviour {
   kStream,
   kStreamClose,
   kBroadcast,
+  kShutdown,  ///< as kDone, and then the device is gone
 };
 
 struct KnownTask {
@@ -80,7 +81,7 @@ constexpr KnownTask kTasks[] = {
     {0x282A0, Behaviour::kStream},           // TASK_ID_CHIPLAB_STREAM_OPEN
     {0x282A1, Behaviour::kStreamClose},      // TASK_ID_CHIPLAB_STREAM_CLOSE
     {0xB8320, Behaviour::kEcho},             // TASK_ID_L4_DSPS_HANDLE
-    {0x38280, Behaviour::kDone},             // TASK_ID_HOST_FRAMEWORK_SHUTDOWN
+    {0x38280, Behaviour::kShutdown},         // TASK_ID_HOST_FRAMEWORK_SHUTDOWN
     {0x38281, Behaviour::kDone},             // TASK_ID_UMAC_INIT
 };
 static_assert(std::size(kTasks) == DeviceModel::kTaskCount);
@@ -146,6 +147,7 @@ bool DeviceModel::Act(const KelRequest& request, Answer& answer) {
   answer.type = GetTuiType(request.TUI);
   answer.payload.assign(request.payload.begin(), request.payload.end());
   answer.follow = Answer::Follow::kNothing;
+  answer.losesLink = false;
   answer.endStreamsOf = 0;
 
   const auto* known = std::find_if(std::begin(kTasks), std::end(kTasks),
@@ -195,6 +197,10 @@ bool DeviceModel::Act(const KelRequest& request, Answer& answer) {
       break;
     case Behaviour::kBroadcast:
       AnswerSeries(answer, asked, Answer::Follow::kBroadcasts, kDefaultBroadcastCount);
+      break;
+    case Behaviour::kShutdown:
+      AnswerDone(answer, asked);
+      answer.losesLink = true;
       break;
   }
   return true;

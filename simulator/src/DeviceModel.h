@@ -26,6 +26,7 @@ struct Answer {
   Follow follow = Follow::kNothing;
   std::uint32_t count = 0;
   std::uint32_t intervalMs = 0;
+  bool losesLink = false;          ///< the response is the last that comes over this link
   std::uint32_t endStreamsOf = 0;  ///< TUI of the task whose streams this one ends, or 0
 };
 

@@ -87,7 +87,8 @@ void Dorv_MessagesHandler(std::uint64_t /*connection*/, std::uint32_t /*source*/
 
 void Dorv_EventHandler(std::uint64_t /*connection*/, std::uint32_t event, const std::uint32_t* reason,
                        const std::uint32_t* context) {
-  const std::uint32_t handle = *context;
+  // Of a connection that outlives its row, the row may be taken anew meanwhile.
+  const std::uint32_t handle = Load(*const_cast<std::uint32_t*>(context));
   LogRow(kInfo, handle, kEvents, "Start. \n");
   if (event == L5_EVENT_DISCONNECTED) {
     LogRow(kInfo, handle, kEvents, "Got L5_EVENT_DISCONNECTED. \n");

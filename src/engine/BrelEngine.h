@@ -10,6 +10,7 @@
 #include "catalogue/BrelTUIsList.h"
 #include "engine/IniFileReader.h"
 #include "engine/Status.h"
+#include "listeners/AsyncListener.h"
 #include "listeners/QueueListener.h"
 #include "logging/ALogger.h"
 #include "logging/DebugPrint.h"
@@ -63,13 +64,25 @@ class BrelEngine {
                       OpaqueCallback streamCallbackFunc);
 
   // AsyncTasks.cpp.
+  /// Sends a task by name; its answers go to the callbacks. `*seqNum` gets the sequence's number, if it has one. The
+  /// request's block stays allocated: meant.
   Status InvokeAsyncTask(const char* taskName, std::uint32_t commandID, const void* inputBuffer,
                          std::uint32_t inputBufferSize, std::uint32_t initialSeqTUI, std::uint8_t responseExpected,
                          std::uint32_t* seqNum, OpaqueCallback callbackFunc, OpaqueCallback streamCallbackFunc);
+  /// The same for a record that the caller has built and keeps.
   Status IssueAsyncCommand(std::uint32_t commandID, task* record, std::uint32_t* seqNum, OpaqueCallback callbackFunc,
                            OpaqueCallback streamCallbackFunc);
 
-  // FixedTasks.cpp.
+  // SequenceResponses.cpp: what the threads of sequences call.
+  /// Delivers an answer, or with `errorCode` not 0 the lack of one. `buffer` stays the caller's.
+  bool HandleSequenceResponse(std::uint32_t seqNum, std::uint32_t errorCode, std::uint8_t* buffer,
+                              std::uint32_t bufferSize) NO_THREAD_SAFETY_ANALYSIS;
+  /// Takes the next answer off the queue; it is the caller's. 0, 1 (failed) or 2 (empty).
+  std::uint32_t RetrieveNextAsyncBuffer(std::uint32_t seqNum, std::uint8_t** buffer, std::uint32_t* bufferSize);
+  /// Ends a sequence that had a thread, and counts the thread off.
+  bool FreeSequence(std::uint32_t seqNum);
+
+  // FixedTasks.cpp. Outputs are written on success only; blocks that are given out are the caller's.
   Status GetTraceFilePath(char** filePath);
   Status SetTraceFilePath(const char* filePath);
   Status GetTraceSeverityMultiple(std::uint8_t** buffer, std::uint32_t* size);
@@ -122,13 +135,26 @@ class BrelEngine {
   bool ShutdownBroadcastThread();
 
   // AsyncTasks.cpp.
+  Status IssueAsyncCommandBase(ApiType apiType, std::uint32_t commandID, task* record, std::uint32_t* seqNum,
+                               OpaqueCallback callbackFunc, OpaqueCallback streamCallbackFunc);
+  bool initAsyncListener(std::uint32_t seqNum, platform::Handle aSyncDataEvent, platform::Handle stopEvent,
+                         platform::Handle generalStopEvent);
   bool ActivateAsyncThread();
   bool ShutdownAsyncThread();
   bool GenerateAsyncThread(std::uint32_t seqNum, platform::Handle aSyncDataEvent, platform::Handle stopEvent,
                            bool isStream);
   bool DisposeAsyncThread(std::uint32_t seqNum);
+  std::int32_t asyncThreadsCount() EXCLUDES(mAsyncThreadsCountLock);
+  void IncreaseAsyncThreadsCount() EXCLUDES(mAsyncThreadsCountLock);
+  void DecreaseAsyncThreadsCount() EXCLUDES(mAsyncThreadsCountLock);
+  void reportAsyncThread(std::uint32_t level, const char* function, std::uint32_t seqNum, const char* text,
+                         const char* consoleFormat);
+
+  // SequenceResponses.cpp.
+  bool endSequence(std::uint32_t coreSeqNum, SeqNumType seqNumType, bool isStream);
   /// Ends a sequence that has no listener thread. False, with a line in the log, if there is no such sequence.
   bool FreeSequenceElementOnly(std::uint32_t seqNum);
+  bool freeElement(std::uint32_t seqNum, const char* function, const char* consoleFormat);
 
   // Settings.cpp.
   bool LoadBrelIniSettings();
@@ -148,8 +174,25 @@ class BrelEngine {
   std::uint32_t takeBroadcast(const std::uint8_t* record, std::uint32_t size);
   std::uint32_t takeResponse(std::uint32_t word, const std::uint8_t* record, std::uint32_t size);
 
+  // FixedTasks.cpp.
+  struct FixedTask;
+  Status sendFixedTask(const FixedTask& fixed, std::uint32_t* seqNum, platform::Handle* syncDataEvent);
+  Status awaitFixedTask(const FixedTask& fixed, std::uint32_t seqNum, platform::Handle syncDataEvent, task** response);
+  Status runFixedTask(const FixedTask& fixed, task** response);
+  Status readByFixedTask(const FixedTask& fixed, std::uint8_t** block, std::uint32_t* size);
+  Status judgeAnswer(const FixedTask& fixed, task* response);
+
   // Versioning.cpp.
   bool InitVersioningSupport();
+  bool RetrieveVersionsUIDsArray();
+  void LoadVersionsVectorsResources();
+  bool VersionValidateKelAllTasksFile();
+
+  // Dumps.cpp.
+  bool DumpRequestBuffer(const task* record, std::uint32_t size);
+  bool DumpResponseBuffer(const task* record, std::uint32_t size);
+  bool DumpStruct(const char* fileName, const task* record, std::uint32_t size);
+  bool DumpStructPayload(const char* fileName, const task* record, std::uint32_t size);
 
   template <class... Pieces>
   void report(std::uint32_t level, const char* function, const Pieces&... pieces) {
@@ -161,8 +204,14 @@ class BrelEngine {
   // Own locking.
   ALogger mLogger;
 
-  // Constant after init(); owned.
-  char* mVersionsVectorsPath = nullptr;
+  // Version control. Atomic: calls past the exports' lock may fetch the UIDs at once. None of it is ever released: meant.
+  std::atomic<bool> mVersioningActive{false};
+  std::atomic<const std::uint32_t*> mVerGenUIDs{nullptr};
+  std::atomic<std::uint32_t> mVerGenUIDsCount{0};
+  char* mVersionsVectorsPath = nullptr;  // these four constant after init()
+  const char** mVersionsVectorBuffers = nullptr;
+  std::uint32_t* mVersionsVectorSizes = nullptr;
+  std::uint32_t mVersionsVectorCount = 0;
 
   // Own locking.
   BrelTasksSequencer mTasksSequencer;
@@ -175,6 +224,7 @@ class BrelEngine {
   std::atomic<bool> mBroadcastListenerActive{false};
   platform::Handle mBroadcastDataEvent = nullptr;
   platform::Handle mBroadcastStopWaitEvent = nullptr;
+  AsyncListener mAsyncListener;
   std::atomic<bool> mAsyncListenerActive{false};
 
   std::int32_t mAsyncThreadsCount GUARDED_BY(mAsyncThreadsCountLock) = 0;

@@ -172,7 +172,8 @@ bool BrelEngine::HandleAlertResponse(const std::uint8_t* buffer, std::uint32_t /
   return true;
 }
 
-bool BrelEngine::HandleBroadcastResponse(const std::uint8_t* buffer, std::uint32_t /*bufferSize*/) {
+bool BrelEngine::HandleBroadcastResponse(const std::uint8_t* buffer, std::uint32_t bufferSize) {
+  DumpResponseBuffer(reinterpret_cast<const task*>(buffer), bufferSize);
   if (mBroadcastCallback == nullptr) return true;
   const platform::InSection inLock(mInitLock);
   if (!mInitialized) return true;

@@ -38,8 +38,9 @@ bool BrelEngine::LoadBrelIniSettings() {
   mTasksSequencer.mLogToConsole = logToConsole;
   mAlertsListener.mLogToConsole = logToConsole;
   mBroadcastListener.mLogToConsole = logToConsole;
+  mAsyncListener.mLogToConsole = logToConsole;
   mTUIsList.mLogToConsole = logToConsole;
-  readNumber("RxWaitTimeout", &mRxWaitTimeout);
+  mAsyncListener.mWaitTimeout = readNumber("RxWaitTimeout", &mRxWaitTimeout);
   readText("TUIsFilePath", "KEL_ALLTASKS.csv", "KEL_ALLTASKS.csv", &mTUIsFilePath);
   // Compared with the empty text, not with its default: an empty value keeps what the constructor set.
   readText("UpperDriverIpAddress", "127.0.0.1", "", &mUpperDriverIpAddress);

@@ -20,7 +20,20 @@ inline constexpr Status kStatusSent = 15;
 inline constexpr Status kStatusSendTimeout = 16;
 inline constexpr Status kStatusDisconnected = 17;
 inline constexpr Status kStatusSevered = 18;
+inline constexpr Status kStatusWrongType = 19;
+inline constexpr Status kStatusNoFileName = 20;
 inline constexpr Status kStatusNoVersionControl = 21;
+inline constexpr Status kStatusNullVectorsPath = 23;
+inline constexpr Status kStatusNoUIDs = 24;
+inline constexpr Status kStatusVersionNotPassed = 25;
+inline constexpr Status kStatusNoMatchingUID = 26;
+inline constexpr Status kStatusFileNotListed = 27;
+inline constexpr Status kStatusNullUIDs = 28;
+inline constexpr Status kStatusBadFileName = 29;
+inline constexpr Status kStatusBadFileBuffer = 30;
+inline constexpr Status kStatusNullUserVersion = 31;
+inline constexpr Status kStatusNoVectorFiles = 32;
+inline constexpr Status kStatusNoVectors = 33;
 
 /// Turns a code of the adapter into a status; one that it does not know becomes 0.
 constexpr Status TranslateDorvStatus(std::uint32_t dorvCode) {
@@ -33,6 +46,9 @@ constexpr Status TranslateDorvStatus(std::uint32_t dorvCode) {
     default: return kStatusUnknownError;
   }
 }
+
+/// Turns a code of the version validator (version/Rtv.h) into a status; one that it does not know becomes 0.
+Status MapRtvStatus(std::int32_t code);
 
 /// Text of a status, 0 to 33, or of the reason of a client callback, 0 to 2. Null for any other number.
 const char* StatusText(std::uint32_t code);

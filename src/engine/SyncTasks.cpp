@@ -132,6 +132,7 @@ std::uint32_t BrelEngine::SendToDorv(const char* callerName, const task* record,
     report(kError, callerName, "Dorv_Send FAILED - command not sent \n");
   } else {
     report(kInfo, callerName, "Dorv_Send SUCCESS - command sent \n");
+    DumpRequestBuffer(record, recordSize);
   }
   return dorvCode;
 }
@@ -189,7 +190,9 @@ task* BrelEngine::GetRxMsgBuf(const char* callerName, std::uint32_t seqNum, plat
                 static_cast<int>(seqNum), HandleNumber(dataEvent));
     return nullptr;
   }
-  return reinterpret_cast<task*>(tmpBuffer);
+  auto* response = reinterpret_cast<task*>(tmpBuffer);
+  DumpResponseBuffer(response, tmpBufferSize);
+  return response;
 }
 
 }  // namespace kel

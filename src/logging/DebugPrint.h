@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 #include "logging/ALogger.h"
@@ -36,11 +37,15 @@ namespace console {
 inline void append(std::string& line, const char* text) { line += text; }
 inline void append(std::string& line, std::int32_t number) { line += std::to_string(number); }
 inline void append(std::string& line, std::uint32_t number) { append(line, static_cast<std::int32_t>(number)); }
-inline void append(std::string& line, const void* handle) { append(line, HandleNumber(handle)); }
+inline void append(std::string& line, const void* handle) {
+  char digits[9];
+  std::snprintf(digits, sizeof digits, "%X", static_cast<unsigned>(HandleNumber(handle)));
+  line += digits;
+}
 }  // namespace console
 
 /// Reports one line on both outlets: in the log under `function`, and on the console behind `function` and " - ". On the
-/// console every number is a signed decimal one.
+/// console every number is a signed decimal one, and a handle stands in hexadecimal digits without a base.
 template <class... Pieces>
 void ReportTwice(ALogger& logger, const DebugPrint& debugPrint, std::uint32_t level, const char* function,
                  const Pieces&... pieces) {

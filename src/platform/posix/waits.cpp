@@ -64,8 +64,7 @@ std::uint32_t waitForAny(std::uint32_t count, const Handle* objects, std::uint32
         return kWaitTimeout;
       }
     }
-    // A signal came in before the time-out was acted on. It counts, and its sender will yet touch the word in this
-    // frame.
+    // A signal came in before the time-out was acted on. It counts, and its sender has yet to touch this frame.
     sleepUntilWoken(waiter, nullptr);
   }
   return waiter.result;
@@ -74,13 +73,13 @@ std::uint32_t waitForAny(std::uint32_t count, const Handle* objects, std::uint32
 std::uint32_t waitForOne(Handle object, std::uint32_t milliseconds) { return waitForAny(1, &object, milliseconds); }
 
 void sleepFor(std::uint32_t milliseconds) {
+  while (milliseconds == kInfinite) pause();
   if (milliseconds == 0) {
     sched_yield();
     return;
   }
   const timespec deadline = after(milliseconds);
-  while (milliseconds == kInfinite || clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &deadline, nullptr) == EINTR) {
-    if (milliseconds == kInfinite) pause();
+  while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &deadline, nullptr) == EINTR) {
   }
 }
 

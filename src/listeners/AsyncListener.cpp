@@ -1,0 +1,178 @@
+#include "listeners/AsyncListener.h"
+
+#include <cstdlib>
+
+#include "listeners/QueueListener.h"
+
+namespace kel {
+namespace {
+
+// Exit codes of a thread, which nobody reads.
+constexpr std::uint32_t kExitEnd = 0;
+constexpr std::uint32_t kExitStopped = 1;
+constexpr std::uint32_t kExitGeneralStop = 2;
+constexpr std::uint32_t kExitWaitFailed = 3;
+constexpr std::uint32_t kExitEngineGone = 4;
+
+}  // namespace
+
+AsyncListener::AsyncListener() {
+  mLogger.setRegistryKey(kLoggerRegistryKey);
+  mLogger.setModuleName("AsyncListener");
+}
+
+std::uint32_t AsyncListener::init(std::uint32_t engineHandle, ProcessSequenceDataFunc processDataFunc,
+                                  RetrieveNextBufferFunc retrieveNextBufferFunc, FreeSequenceFunc freeSequenceFunc,
+                                  SetResponseStatusFunc setResponseStatusFunc, std::uint32_t seqNum,
+                                  platform::Handle dataEvent, platform::Handle stopWaitEvent,
+                                  platform::Handle generalStopEvent, std::uint32_t logToConsole) {
+  mEngineHandle = engineHandle;
+  mProcessDataFunc = processDataFunc;
+  mRetrieveNextBufferFunc = retrieveNextBufferFunc;
+  mFreeSequenceFunc = freeSequenceFunc;
+  mSetResponseStatusFunc = setResponseStatusFunc;
+  mSeqNum = seqNum;
+  mDataEvent = dataEvent;
+  mStopWaitEvent = stopWaitEvent;
+  mGeneralStopEvent = generalStopEvent;
+  mLogToConsole = logToConsole;
+  return LISTENER_INIT_OK;
+}
+
+std::uint32_t AsyncListener::shutdown() { return LISTENER_SHUTDOWN_OK; }
+
+std::uint32_t AsyncListener::startListen(platform::Handle* threadHandleOut, AsyncThreadArguments* threadArguments) {
+  const std::uint32_t currentSeqNum = threadArguments->seqNum;
+  // The words on the console are its own.
+  const auto tell = [&](const char* text) {
+    mLogger.log(kInfo, "startListen", kLogFlags) << " (" << currentSeqNum << ") - " << text;
+  };
+  std::uint32_t threadId = 0;
+  const platform::Handle thread = platform::createThread(listenerThreadFunc, threadArguments, &threadId);
+  mListenerThread = thread;
+  mListenerThreadId = threadId;
+  const int shownSeqNum = static_cast<int>(currentSeqNum);
+  const auto shownHandle = static_cast<unsigned>(HandleNumber(thread));
+  if (thread == nullptr) {
+    tell("Listener Thread creation failed.\n");
+    debugPrint("startListen (%d) - Listener Thread creation failed.\n", shownSeqNum);
+    return LISTENER_NOT_STARTED;
+  }
+  tell("Listener Thread created. Handle=");
+  mLogger << thread << "\n";
+  debugPrint("startListen (%d) - Listener Thread created. Handle=%X\n", shownSeqNum, shownHandle);
+  if (!platform::setThreadPriority(thread, platform::kPriorityHighest)) {
+    tell("Listener Thread's priority hightening failed.\n");
+    debugPrint("startListen (%d) - Listener Thread's priority change failed.\n", shownSeqNum);
+    return LISTENER_NOT_STARTED;
+  }
+  tell("Listener Thread's priority hightend. Handle=");
+  mLogger << thread << "\n";
+  debugPrint("startListen (%d) - Listener Thread's priority hightend. Handle=%X\n", shownSeqNum, shownHandle);
+  *threadHandleOut = thread;
+  // Anew for each thread: one of a new day moves the engine's lines to a new file.
+  mLogger.setFileName("Brel_Async_Listener.logs");
+  return LISTENER_STARTED;
+}
+
+std::uint32_t AsyncListener::listenerThreadFunc(void* argument) {
+  const std::unique_ptr<AsyncThreadArguments> given(static_cast<AsyncThreadArguments*>(argument));
+  return given->listener->listen(*given);
+}
+
+std::uint32_t AsyncListener::listen(const AsyncThreadArguments& arguments) {
+  const platform::Handle mEvents[] = {arguments.aSyncDataEvent, arguments.stopEvent, arguments.mGeneralStopEvent};
+  const std::uint32_t currentSeqNum = arguments.seqNum;
+  const std::uint32_t waitLimit = arguments.isStream ? platform::kInfinite : mWaitTimeout.load();
+  std::uint32_t asyncDataBuffersDeAllocCount = 0;
+  for (;;) {
+    std::uint32_t exitCode = kExitEnd;
+    switch (platform::waitForAny(3, mEvents, waitLimit)) {
+      case 0:
+        reportThread(kInfo, currentSeqNum, ") - data event received. queueRes = ", kNextBufferTaken, " \n");
+        if (!drain(arguments, &asyncDataBuffersDeAllocCount, &exitCode)) return exitCode;
+        break;
+      case 1:
+        reportThread(kInfo, currentSeqNum, ") - stop wait event received (external loop) - exiting listener thread \n");
+        freeSequenceData(currentSeqNum);
+        return kExitStopped;
+      case 2:
+        reportThread(kInfo, currentSeqNum,
+                     ") - general stop wait event received (external loop) - exiting listener thread \n");
+        freeSequenceData(currentSeqNum);
+        return kExitGeneralStop;
+      case platform::kWaitTimeout:
+        reportThread(kError, currentSeqNum, ") - WAIT_TIMEOUT on Multiple wait. Handle= ", mListenerThread.load(),
+                     " \n");
+        reportThread(kInfo, currentSeqNum, ") - processing with errorCode WAIT_TIMEOUT. \n");
+        mProcessDataFunc.load()(mEngineHandle, currentSeqNum, kErrorCodeTimeout, nullptr, 0);
+        reportThread(kInfo, currentSeqNum, ") - processing with errorCode WAIT_TIMEOUT finished. \n");
+        freeSequenceData(currentSeqNum);
+        reportThread(kInfo, currentSeqNum, ") - exiting with code 0 - End of listenerThreadFunc(). Handle= ",
+                     mListenerThread.load(), " \n");
+        return kExitEnd;
+      default:
+        reportThread(kError, currentSeqNum, ") - exiting with code 3. Handle= ", mListenerThread.load(), " \n");
+        return kExitWaitFailed;
+    }
+  }
+}
+
+bool AsyncListener::drain(const AsyncThreadArguments& arguments, std::uint32_t* deliveredCount,
+                          std::uint32_t* exitCode) {
+  const platform::Handle mStopEvents[] = {arguments.stopEvent, arguments.mGeneralStopEvent};
+  const std::uint32_t currentSeqNum = arguments.seqNum;
+  std::uint8_t* buffer = nullptr;
+  std::uint32_t bufferSize = 0;
+  for (;;) {
+    // A look at the stops ahead of each buffer; what is then still queued goes with the sequence.
+    switch (platform::waitForAny(2, mStopEvents, 0)) {
+      case 0:
+        reportThread(kInfo, currentSeqNum,
+                     ") - stop wait event received (internal loop) - exiting listener thread. \n");
+        freeSequenceData(currentSeqNum);
+        *exitCode = kExitStopped;
+        return false;
+      case 1:
+        reportThread(kInfo, currentSeqNum,
+                     ") - general stop wait event received (internal loop) - exiting listener thread. \n");
+        freeSequenceData(currentSeqNum);
+        *exitCode = kExitGeneralStop;
+        return false;
+      default: break;
+    }
+    reportThread(kInfo, currentSeqNum, ") - data event received, extracting from queue. \n");
+    const std::uint32_t queueRes =
+        mRetrieveNextBufferFunc.load()(mEngineHandle, mDataEvent, currentSeqNum, &buffer, &bufferSize);
+    if (queueRes == kNextBufferFailed) {
+      reportThread(kError, currentSeqNum, ") - data event received, problem extracting from queue. \n");
+      *exitCode = kExitEnd;
+      return false;
+    }
+    if (queueRes == kNextBufferEmpty) {
+      reportThread(kInfo, currentSeqNum, ") - data event received, queue empty. \n");
+      return true;
+    }
+    reportThread(kInfo, currentSeqNum, ") - data event received, processing data. \n");
+    const bool processed = mProcessDataFunc.load()(mEngineHandle, currentSeqNum, 0, buffer, bufferSize) != 0;
+    std::free(buffer);
+    if (!processed) {
+      reportThread(kError, currentSeqNum,
+                   ") - exiting with code 4 - mProcessDataFunc() returned false. Handle= ", mListenerThread.load(),
+                   " \n");
+      *exitCode = kExitEngineGone;
+      return false;
+    }
+    reportThread(kInfo, currentSeqNum, ") - data event received, data processing finished. \n");
+    ++*deliveredCount;
+    reportThread(kInfo, currentSeqNum, ") - Deallocated memory for asynchBuffer number ", *deliveredCount, ". \n");
+  }
+}
+
+void AsyncListener::freeSequenceData(std::uint32_t seqNum) {
+  reportThread(kInfo, seqNum, ") - freeing sequence data. \n");
+  mFreeSequenceFunc.load()(mEngineHandle, seqNum);
+  reportThread(kInfo, seqNum, ") - sequence data freed. \n");
+}
+
+}  // namespace kel

@@ -1,0 +1,24 @@
+// A table that comes from a pipe.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "catalogue/task_list_test.h"
+
+namespace kel::test {
+namespace {
+
+TEST_F(TaskList, IsNotReadFromAPipe) {
+  ASSERT_EQ(mkfifo("table.csv", 0600), 0);
+  const int bothEnds = open("table.csv", O_RDWR);  // so that the list need not wait for a writer
+  ASSERT_GE(bothEnds, 0);
+  EXPECT_TRUE(readTUIs());
+  expectReported({{"info", "ReadTUIs", kOpened},
+                  {"error", "ReadTUIs", "The KEL_ALLTASKS.csv TUIs file is EMPTY. Using defaults. \n"}});
+  EXPECT_EQ(tuiOf("TASK_ID_TRACE_ADAPTER"), 614400U);
+  close(bothEnds);
+}
+
+}  // namespace
+}  // namespace kel::test

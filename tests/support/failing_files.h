@@ -1,0 +1,25 @@
+// Failures of the C runtime's files that no test can bring about from outside. A program that uses this links
+// test_failing_files, which puts its own functions in front of the runtime's.
+#pragma once
+
+namespace kel::test {
+
+/// While one lives, fclose() closes its file and says that it could not.
+class FailingClose {
+ public:
+  FailingClose();
+  ~FailingClose();
+  FailingClose(const FailingClose&) = delete;
+  FailingClose& operator=(const FailingClose&) = delete;
+};
+
+/// While one lives, ftell() finds no position.
+class FailingTell {
+ public:
+  FailingTell();
+  ~FailingTell();
+  FailingTell(const FailingTell&) = delete;
+  FailingTell& operator=(const FailingTell&) = delete;
+};
+
+}  // namespace kel::test

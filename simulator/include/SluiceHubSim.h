@@ -19,6 +19,7 @@
  *    every so many milliseconds as its second value says, then the end of the stream. A broadcaster does the same with
  *    broadcasts (0: 1) and no end. Their payloads are the three values index, count, interval.
  *  - TASK_ID_CHIPLAB_STREAM_CLOSE ends the streams of TASK_ID_CHIPLAB_STREAM_OPEN.
+ *  - TASK_ID_HOST_FRAMEWORK_SHUTDOWN answers, and then the link is lost with SLUICEHUBSIM_REASON_SHUTDOWN.
  *  - Debug and test tasks echo the payload. Other VAL tasks answer with 0 and the second and third value of the
  *    request, other REF tasks with an echo.
  *  - A request that expects no response gets none, except that streams and broadcasts start all the same.
@@ -183,8 +184,8 @@ SLUICEHUBSIM_API void SluiceHubSim_SetVersion(const uint32_t numbers[5]);
 /** The true form of the callbacks for the control status. */
 typedef void (*SluiceHubSimCtrlStatusCallback)(uint32_t status);
 
-/** Sets the control status, 0 at first, and calls the callbacks on a thread of the stand-in. Blocks until they return.
- */
+/** Sets the control status, 0 at first, and calls the callbacks on a thread of the stand-in. Blocks until they are
+    done. */
 SLUICEHUBSIM_API void SluiceHubSim_SetCtrlStatus(uint32_t status);
 
 /** The connection parameters as last set, zeros at first. Either pointer may be null. */
@@ -201,8 +202,8 @@ SLUICEHUBSIM_API void SluiceHubSim_GetConnParams(uint64_t* params, uint32_t* val
 SLUICEHUBSIM_API uint32_t SluiceHubSim_DeliverMessage(uint64_t connection, uint32_t messageID, const void* body,
                                                       uint32_t size, uint32_t wait);
 
-/** Delivers a task record in a well-formed response, addressed to the connection's row. `word` is its TUI word whole.
- */
+/** Delivers a task record in a well-formed response, addressed to the connection's row. `word` is its whole first
+    word. */
 SLUICEHUBSIM_API uint32_t SluiceHubSim_DeliverRecord(uint64_t connection, uint32_t word, uint32_t errorCode,
                                                      uint32_t seqTUI, const void* payload, uint32_t size,
                                                      uint32_t wait);

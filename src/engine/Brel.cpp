@@ -31,12 +31,13 @@ Status BrelInit(std::uint32_t* handle, const char* TUIsFilePath, std::uint8_t ac
                 const char* versionsVectorsPath, KEL_BroadcastCallback broadcastCallback,
                 AlertsCallback alertsCallback) {
   *handle = kNoBrelHandle;
-  const std::shared_ptr<BrelEngine> engine = AddBrelInst(handle);
+  std::shared_ptr<BrelEngine> engine = AddBrelInst(handle);
   if (engine == nullptr) return kStatusFailed;
   // Ahead of init(), which starts the listeners by them.
   engine->mBroadcastCallback = broadcastCallback;
   engine->mAlertsCallback = alertsCallback;
   if (engine->init(TUIsFilePath, activateVersionControl != 0, versionsVectorsPath) == kStatusOk) return kStatusOk;
+  engine.reset();  // it ends with its row
   RemoveBrelInst(*handle);
   return kStatusFailed;
 }

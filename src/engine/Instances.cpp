@@ -21,7 +21,14 @@ struct BrelInstanceSlot {
 };
 
 platform::CriticalSection gBrelInstLock;
-BrelInstanceSlot gBrelInstances[kRows] GUARDED_BY(gBrelInstLock);
+/// Without a destructor: an engine that a client leaves open still has its threads while the process ends.
+union KeptTable {
+  constexpr KeptTable() : rows() {}
+  ~KeptTable() {}
+  BrelInstanceSlot rows[kRows];
+};
+constinit KeptTable gKeptTable;
+BrelInstanceSlot (&gBrelInstances)[kRows] GUARDED_BY(gBrelInstLock) = gKeptTable.rows;
 std::atomic<std::uint32_t> gBrelInstCount{0};  ///< tested outside of the lock where the lock is made and deleted
 
 }  // namespace

@@ -193,8 +193,11 @@ TEST_F(TaskList, PrintsNothingUnlessToldTo) {
 
 // A stream without a position is one of something that is no file.
 TEST_F(TaskList, TakesTheBuiltInTableIfTheFileHasNoPosition) {
-  const FailingTell noPosition;
-  ASSERT_TRUE(readTable(kOne + "\n"));
+  mDirectory.write("table.csv", kOne + "\n");
+  ASSERT_TRUE(printed([this] {
+    const FailingTell noPosition;
+    return mList.ReadTUIs();
+  }));
   expectReported({kFileOpened, {"error", "ReadTUIs", "The KEL_ALLTASKS.csv TUIs file is EMPTY. Using defaults. \n"}});
   EXPECT_EQ(tuiOf("TASK_ID_TRACE_ADAPTER"), 614400U);
   EXPECT_EQ(tuiOf("ONE"), 0U);
@@ -202,15 +205,11 @@ TEST_F(TaskList, TakesTheBuiltInTableIfTheFileHasNoPosition) {
 
 TEST_F(TaskList, FailsIfAFileWithoutAPositionDoesNotClose) {
   mDirectory.write("table.csv", kOne + "\n");
-  const FailingTell noPosition;
-  bool read = true;
-  testing::internal::CaptureStdout();
-  {
+  EXPECT_FALSE(printed([this] {
+    const FailingTell noPosition;
     const FailingClose doesNotClose;
-    read = mList.ReadTUIs();
-  }
-  mConsole = testing::internal::GetCapturedStdout();
-  EXPECT_FALSE(read);
+    return mList.ReadTUIs();
+  }));
   expectReported({kFileOpened,
                   {"error", "ReadTUIs", "The KEL_ALLTASKS.csv TUIs file is EMPTY. Using defaults. \n"},
                   kFileNotClosed});

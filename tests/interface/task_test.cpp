@@ -96,9 +96,9 @@ TEST_F(TaskTest, WithNoResponseExpectedTheCallReturnsOnceTheRequestIsSent) {
   const std::uint64_t conn = connect();
   std::uint32_t size = 3;
   void* payload = &size;
-  EXPECT_EQ(KEL_SendReceiveKELEx(conn, kDebugVal, 1, nullptr, 0, 0x12345678, 0, nullptr, &payload, &size, nullptr,
-                                 nullptr),
-            KEL_OK);
+  EXPECT_EQ(
+      KEL_SendReceiveKELEx(conn, kDebugVal, 1, nullptr, 0, 0x12345678, 0, nullptr, &payload, &size, nullptr, nullptr),
+      KEL_OK);
   EXPECT_EQ(payload, nullptr);
   EXPECT_EQ(size, 0u);
   const SentRequest request = LastRequest();

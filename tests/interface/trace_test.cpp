@@ -37,11 +37,11 @@ class TraceTest : public ClientTest {
 TEST_F(TraceTest, OfAConnect) {
   SluiceHubSim_KeepTraces(0xFFFFFFFF);
   const std::string conn = Hex(connect());
-  EXPECT_THAT(TakeTraces(),
-              ElementsAre(Trace{kProgress, "KEL_ConnectEx", "KEL_ConnectEx - started"},
-                          Trace{kProgress, "UpdateL5ConnectionTable", "UpdateL5ConnectionTable - started. Conn=" + conn},
-                          Trace{kProgress, "UpdateL5ConnectionTable", "L5 connection table - updated!"},
-                          Trace{kProgress, "KEL_ConnectEx", "KEL_ConnectEx finished OK. Conn=" + conn}));
+  EXPECT_THAT(TakeTraces(), ElementsAre(Trace{kProgress, "KEL_ConnectEx", "KEL_ConnectEx - started"},
+                                        Trace{kProgress, "UpdateL5ConnectionTable",
+                                              "UpdateL5ConnectionTable - started. Conn=" + conn},
+                                        Trace{kProgress, "UpdateL5ConnectionTable", "L5 connection table - updated!"},
+                                        Trace{kProgress, "KEL_ConnectEx", "KEL_ConnectEx finished OK. Conn=" + conn}));
 }
 
 TEST_F(TraceTest, OfAConnectThatFails) {
@@ -107,6 +107,17 @@ TEST_F(TraceTest, OfAnAsynchronousTaskOnAnUnknownConnection) {
   EXPECT_THAT(TakeTraces(), notFound("KEL_SendReceiveAsyncKELEx", "KEL_SendReceiveAsyncKELEx - started", 77));
 }
 
+void IgnoreAnswer(std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t, void*, std::uint32_t, std::uint32_t) {}
+
+TEST_F(TraceTest, OfAnAsynchronousTask) {
+  const std::uint64_t conn = connectQuietly();
+  std::uint32_t seqNum = 4711;
+  EXPECT_EQ(KEL_SendReceiveAsyncKEL(conn, kDebugVal, 1, nullptr, 0, &seqNum, &IgnoreAnswer, nullptr), KEL_OK);
+  EXPECT_EQ(seqNum, 0u);
+  EXPECT_THAT(TakeTraces(), found("KEL_SendReceiveAsyncKELEx", "KEL_SendReceiveAsyncKELEx - started", conn, kProgress,
+                                  "KEL_SendReceiveAsyncKELEx finished OK"));
+}
+
 TEST_F(TraceTest, OfAnAsynchronousTaskThatFails) {
   const std::uint64_t conn = connectQuietly();
   EXPECT_EQ(KEL_SendReceiveAsyncKEL(conn, "NO_SUCH_TASK", 1, nullptr, 0, nullptr, nullptr, nullptr), KEL_E_ASYNC_TASK);
@@ -119,6 +130,15 @@ TEST_F(TraceTest, OfAVersionCheckOnAnUnknownConnection) {
   char file[] = "file";
   EXPECT_EQ(KEL_ValidateVersion(77, file, "", 0, nullptr, "."), KEL_E_CONNECTION);
   EXPECT_THAT(TakeTraces(), notFound("KEL_ValidateVersion", "KEL_ValidateVersion - started", 77));
+}
+
+TEST_F(TraceTest, OfAVersionCheck) {
+  const std::uint64_t conn = connectQuietly();
+  char file[] = "KEL_ALLTASKS.csv";
+  std::uint64_t user = 0;
+  EXPECT_EQ(KEL_ValidateVersion(conn, file, "", 0, &user, "."), KEL_VERSION_VALID);
+  EXPECT_THAT(TakeTraces(), found("KEL_ValidateVersion", "KEL_ValidateVersion - started", conn, kProgress,
+                                  "KEL_ValidateVersion finished OK"));
 }
 
 TEST_F(TraceTest, OfAVersionCheckThatFailsStandAtProgressLevel) {
@@ -140,12 +160,11 @@ TEST_F(TraceTest, OfTheExportsThatAskNoEngine) {
   KEL_Finalize();
   EXPECT_THAT(
       TakeTraces(),
-      ElementsAre(
-          Trace{kProgress, "KEL_RegisterCtrlStatusUpdatesCB", "KEL_RegisterCtrlStatusUpdatesCB - started"},
-          Trace{kProgress, "KEL_UnregisterCtrlStatusUpdatesCB", "KEL_UnregisterCtrlStatusUpdatesCB - started"},
-          Trace{kProgress, "KEL_GetCtrlStatus", "KEL_GetCtrlStatus - started"},
-          Trace{kProgress, "KEL_SetConnParams", "KEL_SetConnParams - started"},
-          Trace{kProgress, "KEL_GetVersion", "KEL_GetVersion finished"}));
+      ElementsAre(Trace{kProgress, "KEL_RegisterCtrlStatusUpdatesCB", "KEL_RegisterCtrlStatusUpdatesCB - started"},
+                  Trace{kProgress, "KEL_UnregisterCtrlStatusUpdatesCB", "KEL_UnregisterCtrlStatusUpdatesCB - started"},
+                  Trace{kProgress, "KEL_GetCtrlStatus", "KEL_GetCtrlStatus - started"},
+                  Trace{kProgress, "KEL_SetConnParams", "KEL_SetConnParams - started"},
+                  Trace{kProgress, "KEL_GetVersion", "KEL_GetVersion finished"}));
 }
 
 }  // namespace

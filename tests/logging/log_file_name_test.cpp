@@ -7,12 +7,13 @@
 #include "support/private_member.h"
 
 namespace kel::test {
-namespace {
 
 struct FileNameOf {
   friend auto memberOf(FileNameOf);
 };
 template struct OpenMember<FileNameOf, &ALogger::mFileName>;
+
+namespace {
 
 std::string Today() {
   const std::time_t now = std::time(nullptr);

@@ -22,8 +22,13 @@ class Logger : public testing::Test {
     logger.setModuleName("Module");
   }
   void setUp(bool info, bool warning, bool error) {
-    registry.switchLog(info, warning, error);
+    switchLog(info, warning, error);
     setUp();
+  }
+  void switchLog(bool info, bool warning, bool error) {
+    registry.set(kLoggerRegistryKey, "Info", std::uint32_t{info});
+    registry.set(kLoggerRegistryKey, "Warn", std::uint32_t{warning});
+    registry.set(kLoggerRegistryKey, "Err", std::uint32_t{error});
   }
 
   std::string written() const { return LogText("test.logs"); }

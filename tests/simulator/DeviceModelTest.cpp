@@ -16,6 +16,8 @@ constexpr std::uint32_t kSeveritiesSet = 0x981A1;
 constexpr std::uint32_t kUids = 0x18100;
 constexpr std::uint32_t kStreamOpen = 0x282A0;
 constexpr std::uint32_t kStreamClose = 0x282A1;
+constexpr std::uint32_t kShutdown = 0x38280;
+constexpr std::uint32_t kUmacInit = 0x38281;
 
 const Values kZeros{0, 0, 0};
 
@@ -88,8 +90,16 @@ TEST(DeviceModel, DebugTasksEchoWhateverThePayload) {
 
 TEST(DeviceModel, OtherValTasksAnswerZeroAndKeepTheOtherValues) {
   Client client;
-  EXPECT_EQ(client.Exchange(0x38280, {7, 8, 9}).PayloadValues(), (Values{0, 8, 9}));
-  EXPECT_EQ(client.Exchange(0x38280, Bytes{1}).PayloadValues(), kZeros);
+  EXPECT_EQ(client.Exchange(kUmacInit, {7, 8, 9}).PayloadValues(), (Values{0, 8, 9}));
+  EXPECT_EQ(client.Exchange(kUmacInit, Bytes{1}).PayloadValues(), kZeros);
+}
+
+TEST(DeviceModel, AShutdownIsAnsweredBeforeTheLinkIsLost) {
+  Client client;
+  EXPECT_EQ(client.Exchange(kShutdown, {7, 8, 9}).PayloadValues(), (Values{0, 8, 9}));
+  EXPECT_TRUE(SluiceHubSim_WaitIdle(10000));
+  EXPECT_EQ(client.Events().at(0).reason, SLUICEHUBSIM_REASON_SHUTDOWN);
+  EXPECT_EQ(client.Send(kUmacInit, kZeros).status, SLUICEHUBSIM_STATUS_LINK_LOST);
 }
 
 TEST(DeviceModel, AStreamIsAcknowledgedRunsAndEnds) {

@@ -13,7 +13,7 @@ class FailingClose {
   FailingClose& operator=(const FailingClose&) = delete;
 };
 
-/// While one lives, ftell() finds no position.
+/// While one lives, ftell() finds no position. Not for long: GoogleTest asks it too.
 class FailingTell {
  public:
   FailingTell();

@@ -25,18 +25,6 @@ std::string LogEntry(const std::string& level, const std::string& module, const 
   return "\n[0 - 0] " + level + " - " + module + " - " + function + " - " + text;
 }
 
-std::string LogWithout(const std::string& log, const std::string& function) {
-  constexpr const char* kHead = "\n[0 - 0] ";
-  std::string rest;
-  for (std::size_t begin = 0; begin < log.size();) {
-    const std::size_t end = std::min(log.find(kHead, begin + 1), log.size());
-    const std::string entry = log.substr(begin, end - begin);
-    if (entry.find(" - " + function + " - ") == std::string::npos) rest += entry;
-    begin = end;
-  }
-  return rest;
-}
-
 std::string LogFile::fresh() {
   const std::string whole = LogText(mName);
   const std::size_t from = std::min(mRead, whole.size());

@@ -19,9 +19,6 @@ std::string LogText(const std::string& name, const std::filesystem::path& folder
 std::string LogEntry(const std::string& level, const std::string& module, const std::string& function,
                      const std::string& text);
 
-/// A log without the entries of one function.
-std::string LogWithout(const std::string& log, const std::string& function);
-
 /// A dated log file of the working directory that is read piece by piece.
 class LogFile {
  public:

@@ -15,7 +15,8 @@ void Check(LSTATUS status, const char* call) {
 void SetValue(void* root, const std::string& key, const std::string& valueName, DWORD type, const void* data,
               std::size_t size) {
   HKEY open = nullptr;
-  Check(RegCreateKeyExA(static_cast<HKEY>(root), key.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &open, nullptr),
+  Check(RegCreateKeyExA(static_cast<HKEY>(root), key.c_str(), 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS, nullptr,
+                        &open, nullptr),
         "RegCreateKeyExA");
   const LSTATUS status =
       RegSetValueExA(open, valueName.c_str(), 0, type, static_cast<const BYTE*>(data), static_cast<DWORD>(size));

@@ -1,0 +1,9 @@
+#include "artefacts/loaded_modules.h"
+
+#include <windows.h>
+
+namespace kel::test {
+
+bool IsLoaded(const char* library) { return GetModuleHandleA(library) != nullptr; }
+
+}  // namespace kel::test

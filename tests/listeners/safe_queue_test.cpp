@@ -1,0 +1,145 @@
+// The queue between a receiving thread and a listener's.
+#include "listeners/SafeQueue.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <thread>
+#include <vector>
+
+#include "support/failing_heap.h"
+
+namespace kel::test {
+namespace {
+
+/// The outputs hold something, so that a test sees them set.
+struct Extracted {
+  explicit Extracted(SafeQueue& queue) : result(queue.extract(&buffer, &size)) {}
+
+  std::uint8_t* buffer = reinterpret_cast<std::uint8_t*>(this);
+  std::uint32_t size = 999;
+  QueueResult result;
+};
+
+TEST(SafeQueue, GivesNothingWhenItIsEmpty) {
+  SafeQueue queue;
+  const Extracted extracted(queue);
+  EXPECT_EQ(extracted.result, 7u);
+  EXPECT_EQ(extracted.buffer, nullptr);
+  EXPECT_EQ(extracted.size, 0u);
+}
+
+TEST(SafeQueue, GivesBuffersInTheOrderOfTheirInsertion) {
+  SafeQueue queue;
+  std::uint8_t data[3] = {};
+  for (std::uint32_t i = 0; i < 3; ++i) EXPECT_EQ(queue.insert(&data[i], i + 10), 5u);
+  for (std::uint32_t i = 0; i < 3; ++i) {
+    const Extracted extracted(queue);
+    EXPECT_EQ(extracted.result, 8u);
+    EXPECT_EQ(extracted.buffer, &data[i]);
+    EXPECT_EQ(extracted.size, i + 10);
+  }
+  EXPECT_EQ(Extracted(queue).result, 7u);
+}
+
+TEST(SafeQueue, TakesANullBufferLikeAnyOther) {
+  SafeQueue queue;
+  EXPECT_EQ(queue.insert(nullptr, 0), 5u);
+  const Extracted extracted(queue);
+  EXPECT_EQ(extracted.result, 8u);
+  EXPECT_EQ(extracted.buffer, nullptr);
+  EXPECT_EQ(extracted.size, 0u);
+  EXPECT_EQ(Extracted(queue).result, 7u);
+}
+
+TEST(SafeQueue, HasNoLimit) {
+  SafeQueue queue;
+  constexpr std::uint32_t kMany = 100'000;
+  for (std::uint32_t i = 0; i < kMany; ++i) ASSERT_EQ(queue.insert(nullptr, i), 5u);
+  for (std::uint32_t i = 0; i < kMany; ++i) ASSERT_EQ(Extracted(queue).size, i);
+}
+
+TEST(SafeQueue, MayBeInitialisedAndShutDownRepeatedly) {
+  SafeQueue queue;
+  EXPECT_EQ(queue.init(), 1u);
+  EXPECT_EQ(queue.insert(nullptr, 1), 5u);
+  EXPECT_EQ(queue.init(), 1u);
+  EXPECT_EQ(Extracted(queue).size, 1u);
+  EXPECT_EQ(queue.shutdown(), 3u);
+  EXPECT_EQ(queue.shutdown(), 3u);
+}
+
+TEST(SafeQueue, KeepsItsBuffersThroughAShutdown) {
+  SafeQueue queue;
+  std::uint8_t data = 0;
+  queue.insert(&data, 1);
+  queue.shutdown();
+  queue.init();
+  EXPECT_EQ(Extracted(queue).buffer, &data);
+}
+
+TEST(SafeQueue, PassesEachBufferOfManyThreadsOnceAndInTheirOrder) {
+  SafeQueue queue;
+  constexpr std::uint32_t kInserters = 3, kEach = 2000;
+  std::vector<std::thread> threads;
+  for (std::uint32_t inserter = 0; inserter < kInserters; ++inserter) {
+    threads.emplace_back([&, inserter] {
+      for (std::uint32_t i = 0; i < kEach; ++i) queue.insert(nullptr, inserter * kEach + i);
+    });
+  }
+  std::vector<std::uint32_t> taken[2];
+  std::atomic<std::uint32_t> count{0};
+  for (auto& own : taken) {
+    threads.emplace_back([&] {
+      while (count < kInserters * kEach) {
+        const Extracted extracted(queue);
+        if (extracted.result != QUEUE_EXTRACT_OK) continue;
+        own.push_back(extracted.size);
+        ++count;
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+
+  std::vector<bool> seen(kInserters * kEach);
+  for (const auto& own : taken) {
+    std::uint32_t next[kInserters] = {};
+    for (const std::uint32_t number : own) {
+      EXPECT_FALSE(seen[number]);
+      seen[number] = true;
+      EXPECT_GE(number % kEach + 1, next[number / kEach] + 1);
+      next[number / kEach] = number % kEach + 1;
+    }
+  }
+  EXPECT_EQ(std::count(seen.begin(), seen.end(), true), kInserters * kEach);
+}
+
+// The queue and the thread that it holds up stay behind, for nothing can let the lock go.
+TEST(SafeQueue, KeepsItsLockWhenItCannotGrow) {
+  static SafeQueue& queue = *new SafeQueue;
+  bool thrown = false;
+  for (int i = 0; i < 1000 && !thrown; ++i) {
+    const FailingHeap heap;
+    try {
+      queue.insert(nullptr, 0);
+    } catch (const std::bad_alloc&) {
+      thrown = true;
+    }
+  }
+  ASSERT_TRUE(thrown);
+
+  static const platform::Handle begun = platform::createEvent(false, false);
+  static const platform::Handle ended = platform::createEvent(false, false);
+  std::thread([] {
+    platform::setEvent(begun);
+    queue.insert(nullptr, 0);
+    platform::setEvent(ended);
+  }).detach();
+  platform::waitForOne(begun, platform::kInfinite);
+  EXPECT_EQ(platform::waitForOne(ended, 100), platform::kWaitTimeout);
+  // The thread that has it goes through.
+  EXPECT_EQ(Extracted(queue).result, 8u);
+}
+
+}  // namespace
+}  // namespace kel::test

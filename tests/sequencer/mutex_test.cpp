@@ -1,0 +1,148 @@
+// The table's mutex: left behind by an ended thread, not to be had, not to be given back.
+#include <functional>
+#include <thread>
+
+#include "sequencer/sequencer_test.h"
+#include "support/log_file.h"
+#include "support/private_member.h"
+
+namespace kel::test {
+
+struct TableMutexOf {
+  friend auto memberOf(TableMutexOf);
+};
+template struct OpenMember<TableMutexOf, &BrelTasksSequencer::mMutex>;
+
+namespace {
+
+class SequencerMutex : public Sequencer {
+ protected:
+  platform::Handle& mutex() { return ((*sequencer).*memberOf(TableMutexOf{})).handle; }
+
+  void abandon() {
+    std::thread([this] { ASSERT_EQ(platform::waitForOne(mutex(), 0), platform::kWaitObject); }).join();
+  }
+
+  /// Puts another object in the place of the mutex while `work` runs.
+  void with(platform::Handle other, const std::function<void()>& work) {
+    const platform::Handle own = mutex();
+    mutex() = other;
+    work();
+    mutex() = own;
+  }
+};
+
+TEST_F(SequencerMutex, CountsAsAcquiredIfItsOwnerEndedWithIt) {
+  const Opened opened = assign();
+  const std::function<void()> operations[] = {
+      [&] { EXPECT_EQ(assign().status, SEQ_ASSIGN_OK); },
+      [&] { EXPECT_EQ(insertData(opened.seqNum, "filed").status, SEQ_INSERT_OK); },
+      [&] { EXPECT_EQ(insertAsyncData(opened.seqNum, "queued").status, SEQ_INSERT_OK); },
+      [&] { EXPECT_EQ(sequencer->InsertAckBySeqNum(opened.seqNum), SEQ_INSERT_OK); },
+      [&] {
+        EXPECT_EQ(sequencer->InsertAsyncListenerInfoBySeqNum(opened.seqNum, nullptr, kListener), SEQ_INSERT_OK);
+      },
+      [&] { EXPECT_EQ(retrieveData(opened.seqNum).status, SEQ_RETRIEVE_OK); },
+      // Its first step takes the mutex as found, its second then cleanly.
+      [&] { EXPECT_EQ(retrieveNext(opened.seqNum).status, SEQ_RETRIEVE_OK); },
+      [&] { EXPECT_EQ(sequencer->FreeSequence(opened.seqNum), SEQ_FREE_OK); },
+  };
+  for (const auto& operation : operations) {
+    abandon();
+    operation();
+    // And it was given back.
+    std::thread([this] {
+      EXPECT_EQ(platform::waitForOne(mutex(), 0), platform::kWaitObject);
+      EXPECT_TRUE(platform::releaseMutex(mutex()));
+    }).join();
+  }
+}
+
+TEST_F(SequencerMutex, KeepsTheDestructorFromFreeingAnythingIfItsOwnerEndedWithIt) {
+  const Opened opened = assign();
+  abandon();
+  sequencer.reset();
+  for (platform::Handle event : {opened.syncDataEvent, opened.aSyncDataEvent, opened.stopEvent}) {
+    EXPECT_TRUE(platform::setEvent(event));
+  }
+}
+
+TEST_F(SequencerMutex, FailsEachOperationInItsOwnWayIfItIsNotToBeHad) {
+  const Opened opened = assign();
+  insertAsyncData(opened.seqNum, "queued");
+  LogFile log("Brel_Tasks_Sequencer.logs");
+  log.fresh();
+  sequencer->mLogToConsole = 1;
+  testing::internal::CaptureStdout();
+  with(nullptr, [&] {
+    const Opened refused = assign();
+    EXPECT_EQ(refused.status, SEQ_ASSIGN_FAILED);
+    EXPECT_EQ(refused.seqNum, 999u);
+    EXPECT_EQ(sequencer->FreeSequence(opened.seqNum), SEQ_FREE_FAILED);
+    EXPECT_EQ(insertData(opened.seqNum, "x").status, SEQ_INSERT_FAILED);
+    EXPECT_EQ(insertAsyncData(opened.seqNum, "x").status, SEQ_INSERT_FAILED);
+    EXPECT_EQ(sequencer->InsertAckBySeqNum(opened.seqNum), SEQ_INSERT_FAILED);
+    EXPECT_EQ(sequencer->InsertAsyncListenerInfoBySeqNum(opened.seqNum, nullptr, kListener), SEQ_INSERT_FAILED);
+    EXPECT_EQ(retrieveData(opened.seqNum).status, SEQ_RETRIEVE_FAILED);
+    EXPECT_EQ(retrieveNext(opened.seqNum).status, SEQ_RETRIEVE_FAILED);
+  });
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(log.fresh(), "");
+
+  const sequence_snapshot snapshot = retrieve(opened.seqNum);
+  EXPECT_FALSE(snapshot.ackArrived);
+  EXPECT_EQ(snapshot.bufferSize, 0u);
+  EXPECT_EQ(snapshot.asyncListenerInstance, nullptr);
+  EXPECT_EQ(retrieveNext(opened.seqNum).text(), "queued");
+  EXPECT_EQ(assign().seqNum, 1u);
+}
+
+// An event can be waited for but not given back.
+TEST_F(SequencerMutex, FailsAnOperationWhoseWorkIsDoneIfItCannotBeGivenBack) {
+  const platform::Handle unreleasable = platform::createEvent(true, true);
+  with(unreleasable, [&] {
+    EXPECT_EQ(assign().status, SEQ_ASSIGN_FAILED);
+    EXPECT_EQ(insertData(0, "filed").status, SEQ_INSERT_FAILED);
+    EXPECT_EQ(insertAsyncData(0, "queued").status, SEQ_INSERT_FAILED);
+    EXPECT_EQ(sequencer->InsertAckBySeqNum(0), SEQ_INSERT_FAILED);
+    EXPECT_EQ(retrieveData(0).status, SEQ_RETRIEVE_FAILED);
+  });
+  EXPECT_TRUE(retrieve(0).ackArrived);
+  EXPECT_EQ(retrieveData(0).text(), "filed");
+  EXPECT_EQ(retrieveNext(0).text(), "queued");
+
+  with(unreleasable, [&] {
+    EXPECT_EQ(retrieveNext(0).status, SEQ_RETRIEVE_FAILED);
+    EXPECT_EQ(sequencer->FreeSequence(0), SEQ_FREE_FAILED);
+  });
+  EXPECT_FALSE(isOpen(0));
+  platform::closeHandle(unreleasable);
+}
+
+TEST_F(SequencerMutex, MayBeTakenAgainByItsOwner) {
+  ASSERT_EQ(platform::waitForOne(mutex(), 0), platform::kWaitObject);
+  const Opened opened = assign();
+  EXPECT_EQ(opened.status, SEQ_ASSIGN_OK);
+  EXPECT_EQ(sequencer->FreeSequence(opened.seqNum), SEQ_FREE_OK);
+  EXPECT_TRUE(platform::releaseMutex(mutex()));
+}
+
+TEST_F(SequencerMutex, HoldsOtherThreadsUpWhileItIsTaken) {
+  ASSERT_EQ(platform::waitForOne(mutex(), 0), platform::kWaitObject);
+  std::atomic<bool> assigned{false};
+  const platform::Handle begun = platform::createEvent(false, false);
+  std::thread other([&] {
+    platform::setEvent(begun);
+    EXPECT_EQ(assign().status, SEQ_ASSIGN_OK);
+    assigned = true;
+  });
+  platform::waitForOne(begun, platform::kInfinite);
+  EXPECT_FALSE(assigned);
+  EXPECT_TRUE(platform::releaseMutex(mutex()));
+  other.join();
+  EXPECT_TRUE(assigned);
+  platform::closeHandle(begun);
+}
+
+}  // namespace
+}  // namespace kel::test

@@ -3,15 +3,36 @@
 
 namespace bench {
 
-/// A benchmark of the library and the bare limit that it stands beside, by their registered names.
+/// A benchmark of the library and what it stands beside, by their registered names: a bare limit of the same shape, or
+/// another library. A pair with one that was not run is left out.
 struct Pair {
   const char* subject;
-  const char* limit;
+  const char* beside;
 };
 
 inline constexpr Pair kPairs[] = {
     {"SynchronousTask/12", "FutexPingPong"},
+    {"SynchronousTask/12", "PipeLibraryRoundTrip/12"},
+    {"SynchronousTask/12", "ZeroMqRoundTrip/12"},
     {"SynchronousTask/4096", "FutexPingPong"},
+    {"SynchronousTask/4096", "PipeLibraryRoundTrip/4096"},
+    {"SynchronousTask/4096", "ZeroMqRoundTrip/4096"},
+    {"AsynchronousTasks/1", "ThreadStarts/1"},
+    {"AsynchronousTasks/1", "ParkedThreads/1"},
+    {"AsynchronousTasks/1", "ZeroMqInFlight/1"},
+    {"AsynchronousTasks/64", "ThreadStarts/64"},
+    {"AsynchronousTasks/64", "ParkedThreads/64"},
+    {"AsynchronousTasks/64", "ZeroMqInFlight/64"},
+    {"StreamMessages", "LockedQueue"},
+    {"StreamMessages", "ZeroMqPushPull"},
+    {"Broadcasts", "LockedQueue"},
+    {"Broadcasts", "ZeroMqPublish"},
+    {"ConnectDisconnect", "PipeLibraryConnect"},
+    {"ConnectDisconnect", "ZeroMqConnect"},
+    {"LoadTaskTable", "SplitTaskTable"},
+    {"FindTuiByName", "MapLookup"},
+    {"LogLineOff", "FlagTest"},
+    {"LogLineOn", "FileAppend"},
 };
 
 }  // namespace bench

@@ -4,25 +4,15 @@
 #include <cstdlib>
 #include <vector>
 
-#include "KELHandler.h"
+#include "client.h"
 
 namespace {
 
-/// One connection for all rounds, so that none of them pays for a connect.
-std::uint64_t Connection() {
-  static const std::uint64_t connection = [] {
-    std::uint64_t conn = 0;
-    KEL_Init();
-    if (KEL_Connect(nullptr, nullptr, &conn) != KEL_OK) std::abort();
-    return conn;
-  }();
-  return connection;
-}
-
 void SynchronousTask(benchmark::State& state) {
-  const std::uint64_t conn = Connection();
+  const std::uint64_t conn = bench::Connection();
   const std::vector<std::uint8_t> payload(static_cast<std::size_t>(state.range(0)), 0x5A);
-  const char* name = payload.size() == 12 ? "TASK_ID_APPLICATION_DEBUG_VAL" : "TASK_ID_APPLICATION_DEBUG_REF";
+  const char* name =
+      payload.size() == bench::kValSize ? "TASK_ID_APPLICATION_DEBUG_VAL" : "TASK_ID_APPLICATION_DEBUG_REF";
   for (auto _ : state) {
     void* answer = nullptr;
     std::uint32_t size = 0;
@@ -32,7 +22,7 @@ void SynchronousTask(benchmark::State& state) {
     std::free(answer);
   }
 }
-// Every task leaves its request block behind, so rounds are bounded in number and not in time.
-BENCHMARK(SynchronousTask)->Arg(12)->Arg(4096)->Iterations(20000)->UseRealTime();
+// Every task leaves its request block and a copy of its answer behind, so rounds are bounded in number and not in time.
+BENCHMARK(SynchronousTask)->Arg(bench::kValSize)->Arg(bench::kRefSize)->Iterations(4000)->UseRealTime();
 
 }  // namespace

@@ -1,6 +1,6 @@
 // A debugging aid: the last record sent and the last one received, each in a file as it is and in one that can be read.
-// Its failures are logged and change nothing else. Files are replaced whole, in text mode, and two threads may write one
-// at once.
+// Its failures are logged and change nothing else. Files are replaced whole, in text mode, and two threads may write
+// one at once.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>

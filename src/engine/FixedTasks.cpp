@@ -2,7 +2,6 @@
 // nothing of tasks. After a failed send or wait the sequence number stays taken: meant.
 #include <algorithm>
 #include <cstring>
-#include <string>
 
 #include "adapter/Dorv.h"
 #include "engine/BrelEngine.h"
@@ -55,10 +54,9 @@ Status BrelEngine::sendFixedTask(const FixedTask& fixed, std::uint32_t* seqNum, 
     report(kError, fixed.operation, "could not assign sequence number \n");
     return kStatusFailed;
   }
-  task* record = BuildRequest(TUI, 1, MakeSeqTUI(TUI, static_cast<std::uint8_t>(*seqNum)), fixed.payload,
-                              fixed.payloadSize);
-  const std::uint32_t dorvCode =
-      SendToDorv(fixed.operation, record, record->payloadSize + std::uint32_t{sizeof(task)});
+  task* record =
+      BuildRequest(TUI, 1, MakeSeqTUI(TUI, static_cast<std::uint8_t>(*seqNum)), fixed.payload, fixed.payloadSize);
+  const std::uint32_t dorvCode = SendToDorv(fixed.operation, record, record->payloadSize + std::uint32_t{sizeof(task)});
   std::free(record);
   return dorvCode == DORV_OK ? kStatusOk : TranslateDorvStatus(dorvCode);
 }
@@ -85,8 +83,12 @@ Status BrelEngine::readByFixedTask(const FixedTask& fixed, std::uint8_t** block,
   task* response = nullptr;
   const Status status = runFixedTask(fixed, &response);
   if (status != kStatusOk) return status;
-  *block = CopyBlock(PayloadOf(response), response->payloadSize);
-  *size = response->payloadSize;
+  const std::uint32_t payloadSize = response->payloadSize;
+  // With an end mark behind it, since one of the operations gives it out as a text that nobody else may have ended.
+  *block = static_cast<std::uint8_t*>(AllocateBlock(std::size_t{payloadSize} + 1));
+  std::memcpy(*block, PayloadOf(response), payloadSize);
+  (*block)[payloadSize] = 0;
+  *size = payloadSize;
   std::free(response);
   report(kInfo, fixed.operation, "response received from Dorv \n");
   return kStatusOk;
@@ -105,16 +107,14 @@ Status BrelEngine::judgeAnswer(const FixedTask& fixed, task* response) {
 // ---------------------------------------------------------------------------------------------------------------------
 
 Status BrelEngine::GetTraceFilePath(char** filePath) {
-  const FixedTask fixed{"GetTraceFilePath", "TASK_ID_TRACE_UTIL_PATH_GET", kThreeZeros, kValPayloadSize, kTypeRef,
-                        true};
+  const FixedTask fixed{
+      "GetTraceFilePath", "TASK_ID_TRACE_UTIL_PATH_GET", kThreeZeros, kValPayloadSize, kTypeRef, true};
   std::uint8_t* block = nullptr;
   std::uint32_t size = 0;
   const Status status = readByFixedTask(fixed, &block, &size);
   if (status != kStatusOk) return status;
   *filePath = reinterpret_cast<char*>(block);
-  // A text, though nothing but the driver has put an end to it.
-  const std::string text(*filePath, std::find(*filePath, *filePath + size, '\0'));
-  report(kInfo, fixed.operation, "filePath received from driver is: ", text.c_str(), " \n");
+  report(kInfo, fixed.operation, "filePath received from driver is: ", static_cast<const char*>(*filePath), " \n");
   return kStatusOk;
 }
 
@@ -136,9 +136,9 @@ Status BrelEngine::SetTraceFilePath(const char* filePath) {
 }
 
 Status BrelEngine::GetTraceSeverityMultiple(std::uint8_t** buffer, std::uint32_t* size) {
-  return readByFixedTask({"GetTraceSeverityMultiple", "TASK_ID_TRACE_UTIL_SEVERITY_MULTIPLE_GET", kThreeZeros,
-                          kValPayloadSize, kTypeRef},
-                         buffer, size);
+  return readByFixedTask(
+      {"GetTraceSeverityMultiple", "TASK_ID_TRACE_UTIL_SEVERITY_MULTIPLE_GET", kThreeZeros, kValPayloadSize, kTypeRef},
+      buffer, size);
 }
 
 Status BrelEngine::SetTraceSeverityMultiple(const std::uint8_t* severityArray) {

@@ -10,6 +10,16 @@ namespace kel {
 
 DorvBinding gDorv;
 
+namespace {
+
+/// Puts a copy of a path in the place of an owned text. Neither of the two that come here is ever released: meant.
+void ReplaceText(char** owned, const char* path) {
+  std::free(*owned);
+  *owned = CopyText(path);
+}
+
+}  // namespace
+
 BrelEngine::BrelEngine()
     : mRequestStructDumpFilename(CopyText("")),
       mRequestStructPayloadDumpFilename(CopyText("")),
@@ -68,10 +78,7 @@ Status BrelEngine::initSteps(const char* TUIsFilePath, bool activateVersionContr
   mIniReader.SetDefaultIniFileName();
   done(LoadBrelIniSettings() ? "Brel.ini file found. Replacing defaults. \n"
                              : "No Brel.ini file was found. Using defaults. \n");
-  if (TUIsFilePath != nullptr) {
-    std::free(mTUIsFilePath);
-    mTUIsFilePath = CopyText(TUIsFilePath);
-  }
+  if (TUIsFilePath != nullptr) ReplaceText(&mTUIsFilePath, TUIsFilePath);
   mTUIsList.SetTUIsFile(&mLogger, mTUIsFilePath);
   if (!mTUIsList.ReadTUIs()) return undo(kStatusNoTaskTable, "could not read TUIs \n", locked);
   done("loaded TUIs \n");
@@ -105,10 +112,7 @@ Status BrelEngine::initSteps(const char* TUIsFilePath, bool activateVersionContr
   done("Dorv.dll connected to Upper Driver \n");
 
   if (activateVersionControl) {
-    if (versionsVectorsPath != nullptr) {
-      std::free(mVersionsVectorsPath);
-      mVersionsVectorsPath = CopyText(versionsVectorsPath);
-    }
+    if (versionsVectorsPath != nullptr) ReplaceText(&mVersionsVectorsPath, versionsVectorsPath);
     if (!InitVersioningSupport()) {
       return undo(kStatusNoVersionControl, "Failed to initialize Versioning support \n", locked);
     }

@@ -1,11 +1,15 @@
 // Version control: whether a file belongs to the software generation that runs on the device side.
 //
-// The engine fetches the generation's UIDs from the driver, holds the built-in VersionsVectors, checks its own task table
-// while it comes up, and offers the check to clients. The judgement itself is RtvValidateVersion's.
-#include "adapter/Dorv.h"
+// The engine fetches the generation's UIDs from the driver, holds the built-in VersionsVectors, checks its own task
+// table while it comes up, and offers the check to clients. The judgement itself is RtvValidateVersion's.
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
 #include "engine/BrelEngine.h"
 #include "platform/handler_module.h"
 #include "platform/memory.h"
+#include "version/FileName.h"
 #include "version/Rtv.h"
 
 namespace kel {
@@ -23,8 +27,7 @@ constexpr struct {
      "The resouce equivalent of the UserMode Driver's VersionsVector file could not be found. \n"},
     {"KMVERSIONSVECTOR", "#104",
      "The resouce equivalent of the KernelMode Driver's VersionsVector file could not be found. \n"},
-    {"FWVERSIONSVECTOR", "#105",
-     "The resouce equivalent of the Firmware's VersionsVector file could not be found. \n"},
+    {"FWVERSIONSVECTOR", "#105", "The resouce equivalent of the Firmware's VersionsVector file could not be found. \n"},
     {"UDVERSIONSVECTOR", "#106",
      "The resouce equivalent of the UpperDSPS's VersionsVector file could not be found. \n"},
 };
@@ -38,17 +41,28 @@ Element* AllocateArray(std::uint32_t count) {
 
 Status MapRtvStatus(std::int32_t code) {
   switch (code) {
-    case RTV_PASSED: return kStatusOk;
-    case RTV_NOT_PASSED: return kStatusVersionNotPassed;
-    case RTV_NO_MATCHING_UID: return kStatusNoMatchingUID;
-    case RTV_FILE_NOT_LISTED: return kStatusFileNotListed;
-    case RTV_NULL_UIDS: return kStatusNullUIDs;
-    case RTV_BAD_FILE_NAME: return kStatusBadFileName;
-    case RTV_BAD_FILE_BUFFER: return kStatusBadFileBuffer;
-    case RTV_NULL_USER_VERSION: return kStatusNullUserVersion;
-    case RTV_NO_VECTOR_FILES: return kStatusNoVectorFiles;
-    case RTV_NO_VECTORS: return kStatusNoVectors;
-    default: return kStatusUnknownError;
+    case RTV_PASSED:
+      return kStatusOk;
+    case RTV_NOT_PASSED:
+      return kStatusVersionNotPassed;
+    case RTV_NO_MATCHING_UID:
+      return kStatusNoMatchingUID;
+    case RTV_FILE_NOT_LISTED:
+      return kStatusFileNotListed;
+    case RTV_NULL_UIDS:
+      return kStatusNullUIDs;
+    case RTV_BAD_FILE_NAME:
+      return kStatusBadFileName;
+    case RTV_BAD_FILE_BUFFER:
+      return kStatusBadFileBuffer;
+    case RTV_NULL_USER_VERSION:
+      return kStatusNullUserVersion;
+    case RTV_NO_VECTOR_FILES:
+      return kStatusNoVectorFiles;
+    case RTV_NO_VECTORS:
+      return kStatusNoVectors;
+    default:
+      return kStatusUnknownError;
   }
 }
 
@@ -138,9 +152,9 @@ Status BrelEngine::ValidateVersion(char* fileName, const void* fileBuffer, std::
   }
   char* fileNameWithoutPath = nullptr;
   if (!ExtractFileName(fileName, &fileNameWithoutPath)) return kStatusNoFileName;
-  const std::int32_t code = RtvValidateVersion(mVerGenUIDsCount, mVerGenUIDs, fileNameWithoutPath, fileBuffer,
-                                               fileLength, userVersion, versionsVectorsPath, mVersionsVectorCount,
-                                               mVersionsVectorBuffers, mVersionsVectorSizes);
+  const std::int32_t code =
+      RtvValidateVersion(mVerGenUIDsCount, mVerGenUIDs, fileNameWithoutPath, fileBuffer, fileLength, userVersion,
+                         versionsVectorsPath, mVersionsVectorCount, mVersionsVectorBuffers, mVersionsVectorSizes);
   std::free(fileNameWithoutPath);
   return MapRtvStatus(code);
 }

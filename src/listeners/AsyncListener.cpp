@@ -54,6 +54,7 @@ std::uint32_t AsyncListener::startListen(platform::Handle* threadHandleOut, Asyn
   const int shownSeqNum = static_cast<int>(currentSeqNum);
   const auto shownHandle = static_cast<unsigned>(HandleNumber(thread));
   if (thread == nullptr) {
+    threadArguments->engine.reset();  // what stays allocated keeps no engine alive
     tell("Listener Thread creation failed.\n");
     debugPrint("startListen (%d) - Listener Thread creation failed.\n", shownSeqNum);
     return LISTENER_NOT_STARTED;

@@ -44,8 +44,8 @@ inline void append(std::string& line, const void* handle) {
 }
 }  // namespace console
 
-/// Reports one line on both outlets: in the log under `function`, and on the console behind `function` and " - ". On the
-/// console every number is a signed decimal one, and a handle stands in hexadecimal digits without a base.
+/// Reports one line on both outlets: in the log under `function`, and on the console behind `function` and " - ". On
+/// the console every number is a signed decimal one, and a handle stands in hexadecimal digits without a base.
 template <class... Pieces>
 void ReportTwice(ALogger& logger, const DebugPrint& debugPrint, std::uint32_t level, const char* function,
                  const Pieces&... pieces) {

@@ -1,8 +1,8 @@
 // The validator of files against VersionsVectors.
 //
-// A VersionsVector is a text, lines ending in CR LF. Its first line is the UID of a software generation in decimal; each
-// further line describes a file of that generation, with commas and no blanks between the fields: file name, version,
-// value, comment. A file passes when a VersionsVector with a matching UID lists it.
+// A VersionsVector is a text, lines ending in CR LF. Its first line is the UID of a software generation in decimal;
+// each further line describes a file of that generation, with commas and no blanks between the fields: file name,
+// version, value, comment. A file passes when a VersionsVector with a matching UID lists it.
 #pragma once
 
 #include <cstdint>
@@ -29,10 +29,5 @@ std::int32_t RtvValidateVersion(std::uint32_t uidCount, const std::uint32_t* uid
                                 const void* fileBuffer, std::uint32_t fileLength, void* userVersion,
                                 const char* versionsVectorsPath, std::uint32_t vectorCount,
                                 const char* const* vectorBuffers, const std::uint32_t* vectorSizes);
-
-/// What follows the path's last separator, in a block that is the caller's; a path without one is copied whole. Where it
-/// has a forward slash anywhere, backslashes do not count. False, with null, for a null path and for one that ends in its
-/// separator, which is then cut off in `path` itself, with a scratch copy left allocated: meant.
-bool ExtractFileName(char* path, char** fileNameWithoutPath);
 
 }  // namespace kel

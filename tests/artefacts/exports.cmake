@@ -87,6 +87,7 @@ elseif(SUBJECT STREQUAL "dll-runtime")
   # Nothing that a Windows machine does not have, save the pipe library.
   collect(dlls "${headers}" "DLL Name: ([^ ]+)")
   list(TRANSFORM dlls TOLOWER)
+  list(SORT dlls)
   expect_same("libraries" "${dlls}" "advapi32.dll;kernel32.dll;msvcrt.dll;sluicehub.dll")
 
 elseif(SUBJECT STREQUAL "dll-version")

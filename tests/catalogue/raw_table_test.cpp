@@ -2,11 +2,19 @@
 #include <gtest/gtest.h>
 
 #include <string_view>
+#include <utility>
 
 #include "catalogue/task_list_test.h"
 #include "platform/platform.h"
+#include "support/private_member.h"
 
 namespace kel::test {
+
+struct FileNameOf {
+  friend auto memberOf(FileNameOf);
+};
+template struct OpenMember<FileNameOf, &BrelTUIsList::mTUIsFileName>;
+
 namespace {
 
 constexpr const char* kFunction = "RetrieveRawTUIsList";
@@ -106,6 +114,18 @@ TEST_F(RawTable, IsAnyFilesThatOpensWhateverItHolds) {
   EXPECT_TRUE(retrieve());
   EXPECT_EQ(takeBlock(), "no table at all");
   EXPECT_EQ(tuiOf("TASK_ID_TRACE_ADAPTER"), 614400U);
+}
+
+// Nothing takes the name away; the list is on its guard all the same.
+TEST_F(RawTable, FailsWithoutAName) {
+  readBuiltIn();
+  char*& name = mList.*memberOf(FileNameOf{});
+  std::free(std::exchange(name, nullptr));
+  EXPECT_FALSE(retrieve());
+  EXPECT_EQ(mName, nullptr);
+  EXPECT_EQ(mBuffer, nullptr);
+  EXPECT_EQ(mLength, 0U);
+  expectReported({{"error", kFunction, "Brel has a NULL name for the KEL_ALLTASKS.csv TUIs file. \n"}});
 }
 
 TEST(RawTableOfAFreshList, GoesByTheCustomaryName) {

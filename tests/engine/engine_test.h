@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <cstdlib>
@@ -175,6 +176,7 @@ class EngineTest : public ::testing::Test {
  protected:
   EngineTest() { registry.switchLogsOn(); }
   ~EngineTest() override {
+    if (leavesEngines) return;
     for (std::uint32_t handle = 0; handle < 16; ++handle) BrelFinalize(handle);
   }
 
@@ -190,6 +192,7 @@ class EngineTest : public ::testing::Test {
   ScratchDirectory folder;
   RegistrySettings registry;
   LogFile engineLog{"Brel.logs"};
+  bool leavesEngines = false;  ///< set where an engine can no longer be taken down
 };
 
 }  // namespace kel::test

@@ -106,6 +106,7 @@ TEST_F(SyncTest, ATimeOutGivesOneAndKeepsTheNumberTaken) {
   folder.writeSettings("RxWaitTimeout=20\n");
   const std::uint32_t handle = start();
   DropRequests(kDebugValTui, 1);
+  AddRule(RuleFor(0, SLUICEHUBSIM_BEFORE_REPLY));  // no other answer is late
   const auto begin = std::chrono::steady_clock::now();
   const Answer late = InvokeVal(handle, {});
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(19));
@@ -124,6 +125,7 @@ TEST_F(SyncTest, ALateAnswerIsFiledAndNobodyReadsIt) {
   folder.writeSettings("RxWaitTimeout=20\n");
   const std::uint32_t handle = start();
   DropRequests(kDebugValTui, 1);
+  AddRule(RuleFor(0, SLUICEHUBSIM_BEFORE_REPLY));  // no other answer is late
   EXPECT_EQ(InvokeVal(handle, {}).status, 1u);
   engineLog.fresh();
   answer(0, {7, 7, 7});
@@ -301,9 +303,9 @@ TEST_F(SyncTest, ARecordIsAnsweredWithAWholeRecord) {
   const std::uint32_t handle = start();
   auto record = Record(kDebugRefTui, 1, 0x12345678, "payload");
   Issued issued;
-  EXPECT_EQ(BrelIssueCommand(handle, 1, reinterpret_cast<task*>(record.data()), &issued.response, &issued.size,
-                             nullptr),
-            kStatusOk);
+  EXPECT_EQ(
+      BrelIssueCommand(handle, 1, reinterpret_cast<task*>(record.data()), &issued.response, &issued.size, nullptr),
+      kStatusOk);
   ASSERT_EQ(issued.size, 16u + 7u);
   const auto* bytes = reinterpret_cast<const std::uint8_t*>(issued.response);
   // The answer's word has the number, its sequence word what the device made of the request's.
@@ -318,9 +320,9 @@ TEST_F(SyncTest, ARecordThatWantsNoResponseGetsNone) {
   const std::uint32_t handle = start();
   auto record = Record(kDebugRefTui, 0, 0x12345678, "");
   Issued issued;
-  EXPECT_EQ(BrelIssueCommand(handle, 1, reinterpret_cast<task*>(record.data()), &issued.response, &issued.size,
-                             nullptr),
-            kStatusOk);
+  EXPECT_EQ(
+      BrelIssueCommand(handle, 1, reinterpret_cast<task*>(record.data()), &issued.response, &issued.size, nullptr),
+      kStatusOk);
   EXPECT_EQ(issued.response, nullptr);
   EXPECT_EQ(issued.size, 0u);
   EXPECT_EQ(LastRequest().seqTUI, 0x12345678u);
@@ -332,9 +334,8 @@ TEST_F(SyncTest, ARecordThatTimesOutLeavesTheResponseAlone) {
   DropRequests(kDebugRefTui);
   auto record = Record(kDebugRefTui, 1, 0, "");
   Issued issued;
-  EXPECT_EQ(BrelIssueCommand(handle, 1, reinterpret_cast<task*>(record.data()), &issued.response, &issued.size,
-                             nullptr),
-            1u);
+  EXPECT_EQ(
+      BrelIssueCommand(handle, 1, reinterpret_cast<task*>(record.data()), &issued.response, &issued.size, nullptr), 1u);
   EXPECT_EQ(issued.response, &issued.unset);
   EXPECT_EQ(issued.size, 0u);
 }
@@ -346,9 +347,9 @@ TEST_F(SyncTest, ARecordThatIsNotSentLeavesBothOutputsAlone) {
   AddRule(refuse);
   auto record = Record(kDebugRefTui, 1, 0, "");
   Issued issued;
-  EXPECT_EQ(BrelIssueCommand(handle, 1, reinterpret_cast<task*>(record.data()), &issued.response, &issued.size,
-                             nullptr),
-            14u);
+  EXPECT_EQ(
+      BrelIssueCommand(handle, 1, reinterpret_cast<task*>(record.data()), &issued.response, &issued.size, nullptr),
+      14u);
   EXPECT_EQ(issued.response, &issued.unset);
   EXPECT_EQ(issued.size, 4711u);
 }

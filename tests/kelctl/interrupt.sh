@@ -1,9 +1,9 @@
-# Presses Ctrl-C once kelctl has printed a broadcast, and so listens for sure, and wants it to end in order.
-# shellcheck shell=bash disable=SC2154  # coproc sets listener_PID
+# Presses Ctrl-C once kelctl has printed a line, and so waits for more for sure, and wants it to end in order.
+# shellcheck shell=bash disable=SC2154  # coproc sets kelctl_PID
 set -euo pipefail
-coproc listener { exec "$1" listen --trigger; }
-pid=$listener_PID
-read -r line <&"${listener[0]}"
+coproc kelctl { exec "$@"; }
+pid=$kelctl_PID
+read -r line <&"${kelctl[0]}"
 echo "$line"
 kill -INT "$pid"
 wait "$pid"

@@ -8,7 +8,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::MatchesRegex;
 using testing::SizeIs;
 
 template <class Listener>
@@ -114,14 +113,12 @@ TYPED_TEST(Delivery, IsToldOnBothOutletsInOrder) {
             "listenerThreadFunc - stop wait event received - exiting listener thread \n"
             "stopListen - listener thread exited \n");
   EXPECT_EQ(this->log(),
-            this->line("info", "startListen", "\n") +
-                this->line("info", "recvData", "inserting buffer to queue \n") +
+            this->line("info", "startListen", "\n") + this->line("info", "recvData", "inserting buffer to queue \n") +
                 this->line("info", "recvData", "set data event \n") +
                 this->line("info", "listenerThreadFunc", "data event received, extracting from queue \n") +
                 this->line("info", "listenerThreadFunc", "data event received, processing data \n") +
                 this->line("info", "listenerThreadFunc", "data event received, data processing finished \n") +
-                this->line("info", "listenerThreadFunc",
-                           "stop wait event received - exiting listener thread \n") +
+                this->line("info", "listenerThreadFunc", "stop wait event received - exiting listener thread \n") +
                 this->line("info", "stopListen", "listener thread exited \n"));
 }
 
@@ -143,6 +140,7 @@ TYPED_TEST(Delivery, EndsWithAnEngineThatHasNoUseForIt) {
   EXPECT_EQ(this->receive("two"), LISTENER_DATA_TAKEN);
   EXPECT_EQ(this->listener->stopListen(), LISTENER_STOPPED);
   EXPECT_THAT(this->engine.data(), ElementsAre("one"));
+  EXPECT_THAT(this->leftInQueue(), ElementsAre("two"));
 }
 
 TYPED_TEST(Delivery, TellsThatTheEngineHadNoUseForIt) {
@@ -164,9 +162,8 @@ TYPED_TEST(Delivery, TellsThatTheEngineHadNoUseForIt) {
   const std::string error =
       this->line("error", "listenerThreadFunc",
                  "Listener Thread exited with code 0 - mProcessDataFunc() returned false. Handle= 0x");
-  EXPECT_THAT(this->log(), HasSubstr(this->line("info", "listenerThreadFunc",
-                                                "data event received, processing data \n") +
-                                     error));
+  EXPECT_THAT(this->log(),
+              HasSubstr(this->line("info", "listenerThreadFunc", "data event received, processing data \n") + error));
 }
 
 TYPED_TEST(Delivery, IsRefusedBeforeThereIsAListener) {
@@ -175,6 +172,7 @@ TYPED_TEST(Delivery, IsRefusedBeforeThereIsAListener) {
             "recvData - inserting buffer to queue \n"
             "recvData - set data event \n"
             "problem setting mDataEvent\n");
+  EXPECT_THAT(this->leftInQueue(), ElementsAre("data"));
 }
 
 TYPED_TEST(Delivery, IsRefusedAfterTheStop) {
@@ -183,6 +181,7 @@ TYPED_TEST(Delivery, IsRefusedAfterTheStop) {
   EXPECT_EQ(this->receive("data"), LISTENER_DATA_NOT_TAKEN);
   EXPECT_THAT(this->console(), HasSubstr("problem setting mDataEvent\n"));
   EXPECT_THAT(this->engine.data(), SizeIs(0));
+  EXPECT_THAT(this->leftInQueue(), ElementsAre("data"));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -14,6 +15,7 @@
 
 #include "listeners/QueueListener.h"
 #include "support/log_file.h"
+#include "support/private_member.h"
 #include "support/registry_settings.h"
 #include "support/scratch_directory.h"
 
@@ -89,16 +91,27 @@ class Engine {
   std::vector<Processed> mProcessed;
 };
 
+struct BroadcastQueueOf {
+  friend auto memberOf(BroadcastQueueOf);
+};
+struct AlertsQueueOf {
+  friend auto memberOf(AlertsQueueOf);
+};
+template struct OpenMember<BroadcastQueueOf, &BroadcastListener::mQueue>;
+template struct OpenMember<AlertsQueueOf, &AlertsListener::mQueue>;
+
 template <class Listener>
 struct NameOf;
 template <>
 struct NameOf<BroadcastListener> {
   static constexpr const char* kModule = "BroadcastListener";
+  using QueueOf = BroadcastQueueOf;
   static constexpr const char* kLog = "Brel_Broadcast_Listener.logs";
 };
 template <>
 struct NameOf<AlertsListener> {
   static constexpr const char* kModule = "AlertsListener";
+  using QueueOf = AlertsQueueOf;
   static constexpr const char* kLog = "Brel_Alerts_Listener.logs";
 };
 
@@ -128,6 +141,18 @@ class ListenerTest : public testing::Test {
   }
   ListenerResult receive(const std::string& data) {
     return listener->recvData(data.data(), static_cast<std::uint32_t>(data.size()));
+  }
+
+  /// What the listener has queued and not handed on. Nobody else would free it.
+  std::vector<std::string> leftInQueue() {
+    std::vector<std::string> left;
+    std::uint8_t* buffer = nullptr;
+    std::uint32_t size = 0;
+    while (((*listener).*memberOf(typename NameOf<Listener>::QueueOf{})).extract(&buffer, &size) == QUEUE_EXTRACT_OK) {
+      left.emplace_back(buffer, buffer + size);
+      std::free(buffer);
+    }
+    return left;
   }
 
   /// All that was printed, without the line on the thread's start, which may fall between any others.

@@ -15,7 +15,8 @@ const std::string kHead = "\n[0 - 0] info - Module - function - ";
 
 TEST_F(Logger, WritesALineBehindALineBreakOfItsOwn) {
   setUp(true, true, true);
-  logger.log(kInfo, "function", kLogFlags) << "(" << 0u << ") - " << "Success. \n";
+  logger.log(kInfo, "function", kLogFlags) << "(" << 0u << ") - "
+                                           << "Success. \n";
   logger.log(kInfo, "other", kLogFlags) << "Start. \n";
   EXPECT_EQ(written(),
             "\n[0 - 0] info - Module - function - (0) - Success. \n"
@@ -138,9 +139,8 @@ TEST_F(Logger, WritesTexts) {
 
 TEST_F(Logger, WritesNumbersInDecimal) {
   setUp(true, true, true);
-  logger.log(kInfo, "function", kLogFlags)
-      << std::int32_t{-5} << " " << std::numeric_limits<std::int32_t>::min() << " "
-      << std::numeric_limits<std::uint32_t>::max() << " " << 10u;
+  logger.log(kInfo, "function", kLogFlags) << std::int32_t{-5} << " " << std::numeric_limits<std::int32_t>::min() << " "
+                                           << std::numeric_limits<std::uint32_t>::max() << " " << 10u;
   EXPECT_EQ(written(), kHead + "-5 -2147483648 4294967295 10");
 }
 

@@ -56,8 +56,8 @@ TEST_F(Console, ShowsNumbersAsSignedAndHandlesInHexadecimalDigits) {
   setUp(true, true, true);
   const void* handle = reinterpret_cast<const void*>(std::uintptr_t{0x1AB2C});
   EXPECT_EQ(Printed([&] {
-              ReportTwice(logger, debugPrint, kError, "function", "one ", 0xFFFFFFFFu, ", two ", -2, ", Handle= ", handle,
-                          " \n");
+              ReportTwice(logger, debugPrint, kError, "function", "one ", 0xFFFFFFFFu, ", two ", -2,
+                          ", Handle= ", handle, " \n");
             }),
             "function - one -1, two -2, Handle= 1AB2C \n");
   EXPECT_EQ(written(), "\n[0 - 0] error - Module - function - one 4294967295, two -2, Handle= 0x1ab2c \n");

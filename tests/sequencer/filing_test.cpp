@@ -1,7 +1,14 @@
 // What is filed under a number.
 #include "sequencer/sequencer_test.h"
+#include "support/private_member.h"
 
 namespace kel::test {
+
+struct SequencesOf {
+  friend auto memberOf(SequencesOf);
+};
+template struct OpenMember<SequencesOf, &BrelTasksSequencer::mSequences>;
+
 namespace {
 
 TEST_F(Sequencer, FilesACopyOfTheAnswer) {
@@ -28,13 +35,19 @@ TEST_F(Sequencer, FilesAnEmptyAnswerAsNone) {
   EXPECT_EQ(taken.size, 0u);
 }
 
-TEST_F(Sequencer, OverwritesAnEarlierAnswer) {
+// The earlier ones are nobody's any more, so the test frees them.
+TEST_F(Sequencer, OverwritesAnEarlierAnswerAndDoesNotReleaseIt) {
   const Opened opened = assign();
+  const auto filed = [&] { return ((*sequencer).*memberOf(SequencesOf{})).at(opened.seqNum)->buffer; };
   insertData(opened.seqNum, "first");
+  std::uint8_t* const first = filed();
   insertData(opened.seqNum, "second one");
+  std::uint8_t* const second = filed();
   EXPECT_EQ(retrieveData(opened.seqNum).text(), "second one");
   insertData(opened.seqNum, nullptr, 0);
   EXPECT_EQ(retrieveData(opened.seqNum).buffer, nullptr);
+  std::free(first);
+  std::free(second);
 }
 
 TEST_F(Sequencer, FilesAnswersOfAnySize) {

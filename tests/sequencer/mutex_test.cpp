@@ -39,9 +39,7 @@ TEST_F(SequencerMutex, CountsAsAcquiredIfItsOwnerEndedWithIt) {
       [&] { EXPECT_EQ(insertData(opened.seqNum, "filed").status, SEQ_INSERT_OK); },
       [&] { EXPECT_EQ(insertAsyncData(opened.seqNum, "queued").status, SEQ_INSERT_OK); },
       [&] { EXPECT_EQ(sequencer->InsertAckBySeqNum(opened.seqNum), SEQ_INSERT_OK); },
-      [&] {
-        EXPECT_EQ(sequencer->InsertAsyncListenerInfoBySeqNum(opened.seqNum, nullptr, kListener), SEQ_INSERT_OK);
-      },
+      [&] { EXPECT_EQ(sequencer->InsertAsyncListenerInfoBySeqNum(opened.seqNum, nullptr, kListener), SEQ_INSERT_OK); },
       [&] { EXPECT_EQ(retrieveData(opened.seqNum).status, SEQ_RETRIEVE_OK); },
       // Its first step takes the mutex as found, its second then cleanly.
       [&] { EXPECT_EQ(retrieveNext(opened.seqNum).status, SEQ_RETRIEVE_OK); },

@@ -122,8 +122,8 @@ TEST_F(SequencerReport, TellsOfWhatItFreesAtItsEnd) {
   sequencer.reset();
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             "FreeSequence - freed sequence number 0 \nFreeSequence - freed sequence number 1 \n");
-  EXPECT_EQ(log.fresh(), line("FreeSequence", "freed sequence number 0 \n") +
-                             line("FreeSequence", "freed sequence number 1 \n"));
+  EXPECT_EQ(log.fresh(),
+            line("FreeSequence", "freed sequence number 0 \n") + line("FreeSequence", "freed sequence number 1 \n"));
 }
 
 }  // namespace

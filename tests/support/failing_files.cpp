@@ -6,6 +6,7 @@ namespace {
 
 bool gCloseFails = false;
 bool gTellFails = false;
+bool gWriteFails = false;
 
 }  // namespace
 
@@ -14,8 +15,10 @@ extern "C" {
 
 int __real_fclose(std::FILE* file);
 long __real_ftell(std::FILE* file);
+std::size_t __real_fwrite(const void* data, std::size_t size, std::size_t count, std::FILE* file);
 int __wrap_fclose(std::FILE* file);
 long __wrap_ftell(std::FILE* file);
+std::size_t __wrap_fwrite(const void* data, std::size_t size, std::size_t count, std::FILE* file);
 
 int __wrap_fclose(std::FILE* file) {
   const int result = __real_fclose(file);
@@ -23,6 +26,10 @@ int __wrap_fclose(std::FILE* file) {
 }
 
 long __wrap_ftell(std::FILE* file) { return gTellFails ? -1 : __real_ftell(file); }
+
+std::size_t __wrap_fwrite(const void* data, std::size_t size, std::size_t count, std::FILE* file) {
+  return __real_fwrite(data, size, gWriteFails && count > 0 ? count - 1 : count, file);
+}
 
 }  // extern "C"
 
@@ -32,5 +39,7 @@ FailingClose::FailingClose() { gCloseFails = true; }
 FailingClose::~FailingClose() { gCloseFails = false; }
 FailingTell::FailingTell() { gTellFails = true; }
 FailingTell::~FailingTell() { gTellFails = false; }
+FailingWrite::FailingWrite() { gWriteFails = true; }
+FailingWrite::~FailingWrite() { gWriteFails = false; }
 
 }  // namespace kel::test

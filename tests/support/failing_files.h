@@ -22,4 +22,13 @@ class FailingTell {
   FailingTell& operator=(const FailingTell&) = delete;
 };
 
+/// While one lives, fwrite() writes one element less than it was given.
+class FailingWrite {
+ public:
+  FailingWrite();
+  ~FailingWrite();
+  FailingWrite(const FailingWrite&) = delete;
+  FailingWrite& operator=(const FailingWrite&) = delete;
+};
+
 }  // namespace kel::test

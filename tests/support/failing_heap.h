@@ -1,5 +1,5 @@
-// A heap that is exhausted for a while. A program that uses this links test_failing_heap, which puts its own operators
-// new and delete in the place of the runtime's.
+// A heap that is exhausted for a while. A program that uses this links test_failing_heap, which puts its own operator
+// new in front of the runtime's for all that is linked into the program.
 #pragma once
 
 namespace kel::test {

@@ -10,17 +10,32 @@
 
 namespace kelctl {
 
-/// File names: empty for none, "-" for a standard stream where a verb says so.
-struct SendOptions {
-  std::string task;
-  std::string table;
-  // At most one of these four is there. None: the task's empty payload.
+// File names: empty for none, "-" for a standard stream where a verb says so.
+
+/// At most one of these is there. None: the task's empty payload.
+struct PayloadOptions {
   std::vector<std::uint32_t> values;
   std::optional<std::string> hex;
   std::optional<std::string> text;
   std::string inFile;
+};
+
+struct SendOptions {
+  std::string task;
+  std::string table;
+  PayloadOptions payload;
   std::string outFile;
   bool noResponse = false;
+  std::optional<std::uint32_t> inFlight;  ///< asynchronously, so many at once
+};
+
+struct StreamOptions {
+  std::string task;
+  std::string table;
+  PayloadOptions payload;
+  // Either of them makes the payload.
+  std::optional<std::uint32_t> count;
+  std::optional<std::uint32_t> interval;
 };
 
 struct ListenOptions {
@@ -30,12 +45,22 @@ struct ListenOptions {
   bool trigger = false;
 };
 
-/// A tour of the library against the stand-in pipe library, with each result checked.
-int demo();
-/// Sends one task and prints its answer.
+struct ValidateOptions {
+  std::string file;
+  std::string vectors = ".";
+};
+
+/// A tour of the library against the stand-in pipe library, with each result checked, in a folder of its own.
+/// `progress` shows a bar that a terminal can overwrite.
+int demo(bool progress);
+/// Sends one task and prints its answer, or several at once and prints what became of them.
 int send(const SendOptions& options);
+/// Prints the messages of a stream until its end or Ctrl-C.
+int stream(const StreamOptions& options);
 /// Prints broadcasts until there were enough, the time is over, or Ctrl-C.
 int listen(const ListenOptions& options);
+/// Asks whether a file belongs to the device's software generation.
+int validate(const ValidateOptions& options);
 /// Lists a task table; the built-in one if `table` is empty.
 int tasks(const std::string& table);
 int version();

@@ -1,10 +1,13 @@
-#include <cstdio>
-#include <functional>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
+#include <random>
 
-#include "broadcasts.h"
+#include "callbacks.h"
 #include "commands.h"
+#include "in_flight.h"
 #include "session.h"
+#include "tour.h"
 
 namespace kelctl {
 namespace {
@@ -18,75 +21,35 @@ constexpr char kShutdown[] = "TASK_ID_HOST_FRAMEWORK_SHUTDOWN";
 
 constexpr std::uint32_t kBroadcasts = 3;
 constexpr std::uint32_t kBroadcastInterval = 20;
-constexpr auto kBroadcastPatience = 5s;
+constexpr std::uint32_t kMessages = 5;
+constexpr std::uint32_t kMessageInterval = 10;
+constexpr auto kPatience = 5s;
 
-std::string timeText(Clock::duration time) {
-  const double us = std::chrono::duration<double, std::micro>(time).count();
-  char text[32];
-  std::snprintf(text, sizeof text, us < 1000 ? "%.0f us" : "%.2f ms", us < 1000 ? us : us / 1000);
-  return text;
-}
+/// With no time to wait, an answer counts only if it is quicker than the call that sent the task: next to never.
+constexpr char kNoTimeToWait[] = "[Common]\nRxWaitTimeout=0\n";
+constexpr int kAttempts = 1000;
 
-/// What one step of the tour saw: lines to print, and what was not as it should be.
-class Findings {
+/// An empty working directory, so that no settings and no task table of the user's have a say.
+class EmptyFolder {
  public:
-  void note(const std::string& line) { mNotes.push_back(line); }
-  void expect(bool holds, const std::string& what) {
-    if (!holds) mFaults.push_back(what);
+  EmptyFolder()
+      : mFormer(std::filesystem::current_path()),
+        mFolder(std::filesystem::temp_directory_path() / ("kelctl-demo-" + std::to_string(std::random_device()()))) {
+    std::filesystem::create_directory(mFolder);
+    std::filesystem::current_path(mFolder);
   }
-  void expectCode(const std::string& call, std::uint32_t code, std::uint32_t expected = KEL_OK) {
-    note(call + " -> " + std::to_string(code));
-    expect(code == expected, "this should have returned " + std::to_string(expected));
+  ~EmptyFolder() {
+    std::error_code ignored;
+    std::filesystem::current_path(mFormer, ignored);
+    std::filesystem::remove_all(mFolder, ignored);
   }
-  const std::vector<std::string>& notes() const { return mNotes; }
-  const std::vector<std::string>& faults() const { return mFaults; }
+  EmptyFolder(const EmptyFolder&) = delete;
+  EmptyFolder& operator=(const EmptyFolder&) = delete;
 
  private:
-  std::vector<std::string> mNotes;
-  std::vector<std::string> mFaults;
+  const std::filesystem::path mFormer;
+  const std::filesystem::path mFolder;
 };
-
-/// Runs steps one after the other, times them and prints what they saw.
-class Tour {
- public:
-  /// False if something was wrong.
-  bool step(const std::string& title, const std::function<void(Findings&)>& body) {
-    Findings findings;
-    const Clock::time_point start = Clock::now();
-    body(findings);
-    const std::string time = timeText(Clock::now() - start);
-    const bool good = findings.faults().empty();
-    ++mSteps;
-    if (!good) mWrong += (mWrong.empty() ? "" : ", ") + std::to_string(mSteps);
-    std::printf("%2d  %-55s %10s  %s\n", mSteps, title.c_str(), time.c_str(), good ? "ok" : "WRONG");
-    for (const std::string& line : findings.notes()) std::printf("      %s\n", line.c_str());
-    for (const std::string& line : findings.faults()) std::printf("    ! %s\n", line.c_str());
-    std::fflush(stdout);
-    return good;
-  }
-
-  int finish() const {
-    if (mWrong.empty()) {
-      std::printf("\n%d steps, all checked\n", mSteps);
-      return 0;
-    }
-    std::printf("\n%d steps, wrong: %s\n", mSteps, mWrong.c_str());
-    return 1;
-  }
-
- private:
-  int mSteps = 0;
-  std::string mWrong;
-};
-
-void echo(Findings& findings, std::uint64_t connection, const char* task, const Bytes& question,
-          const std::string& text, std::string (*toWords)(const Bytes&)) {
-  const Reply reply = sendTask(connection, task, question);
-  findings.expectCode(task, reply.code);
-  if (!reply.payload) return findings.expect(reply.code != KEL_OK, "there was no answer");
-  findings.note("sent " + text + ", got " + toWords(*reply.payload));
-  findings.expect(*reply.payload == question, "the answer is not what was sent");
-}
 
 std::string valuesWords(const Bytes& payload) {
   const std::optional<Values> values = toValues(payload);
@@ -94,6 +57,15 @@ std::string valuesWords(const Bytes& payload) {
 }
 
 std::string textWords(const Bytes& payload) { return '"' + toText(payload) + '"'; }
+
+void echo(Findings& findings, std::uint64_t connection, const char* task, const Bytes& question,
+          std::string (*toWords)(const Bytes&)) {
+  const Reply reply = sendTask(connection, task, question);
+  findings.expectCode(task, reply.code);
+  if (!reply.payload) return findings.expect(reply.code != KEL_OK, "there was no answer");
+  findings.note("sent " + toWords(question) + ", got " + toWords(*reply.payload));
+  findings.expect(*reply.payload == question, "the answer is not what was sent");
+}
 
 void tracePath(Findings& findings, std::uint64_t connection) {
   const Reply reply = sendTask(connection, kTracePath, {});
@@ -110,7 +82,7 @@ void broadcasts(Findings& findings, std::uint64_t connection) {
   findings.expect(reply.payload && reply.payload->size() == sizeof(Values), "the answer is not 12 bytes");
   if (reply.code != KEL_OK) return;
   for (std::uint32_t i = 0; i < kBroadcasts; ++i) {
-    const std::optional<Broadcast> broadcast = nextBroadcast(start + kBroadcastPatience);
+    const std::optional<Broadcast> broadcast = nextBroadcast(start + kPatience);
     if (!broadcast) return findings.expect(false, "only " + std::to_string(i) + " broadcasts came");
     findings.note(broadcast->name + (broadcast->isRef ? "  REF  " : "  VAL  ") + valuesWords(broadcast->payload) +
                   "  after " + timeText(broadcast->arrival - start));
@@ -118,6 +90,60 @@ void broadcasts(Findings& findings, std::uint64_t connection) {
     findings.expect(broadcast->name == "UNKNOWN_TASK" && !broadcast->isRef && toValues(broadcast->payload) == expected,
                     "this broadcast should be UNKNOWN_TASK, VAL, " + valuesText(expected));
   }
+}
+
+void streamed(Findings& findings, std::uint64_t connection) {
+  const Clock::time_point start = Clock::now();
+  const Reply reply =
+      sendTask(connection, kStreamer, fromValues({kMessages, kMessageInterval, 0}), true, queueStreamMessage);
+  findings.expectCode(kStreamer, reply.code);
+  findings.expect(reply.payload && reply.payload->size() == sizeof(Values), "the opening is not 12 bytes");
+  if (reply.code != KEL_OK) return;
+  // The end is a message of its own, behind the others.
+  for (std::uint32_t i = 0; i <= kMessages; ++i) {
+    const std::optional<StreamMessage> message = nextStreamMessage(start + kPatience);
+    if (!message) return findings.expect(false, "only " + std::to_string(i) + " messages came");
+    findings.note((message->isEnd ? "end      " : "message  ") + valuesWords(message->payload));
+    const Values expected{i, kMessages, kMessageInterval};
+    findings.expect(
+        message->isEnd == (i == kMessages) && toValues(message->payload) == expected,
+        std::string("this should be ") + (i == kMessages ? "the end, " : "a message, ") + valuesText(expected));
+  }
+}
+
+void inFlight(Findings& findings, std::uint64_t connection) {
+  const auto question = [](std::uint32_t number) { return fromValues({number, kMaxInFlight, 0}); };
+  const InFlight outcome = sendInFlight(connection, kVal, kMaxInFlight, question);
+  findings.note(summary(outcome));
+  findings.expect(outcome.answered() == kMaxInFlight, "not all of them were answered");
+  for (const Answer& answer : outcome.answers) {
+    findings.expect(answer.errorCode != 0 || answer.payload == question(answer.commandID),
+                    "task " + std::to_string(answer.commandID) + " got the answer of another one");
+  }
+}
+
+void versionCheck(Findings& findings, std::uint64_t connection) {
+  const auto check = [&](const char* name, bool expected) {
+    const bool valid = isVersionValid(connection, name, fromText("its content"), ".");
+    findings.note(std::string("KEL_ValidateVersion, ") + name + " -> " + (valid ? "valid" : "not valid"));
+    findings.expect(valid == expected, std::string("this should be ") + (expected ? "valid" : "not valid"));
+  };
+  check("statistics/Statistics.bm", true);
+  check("statistics/", false);  // names no file
+}
+
+void timeOut(Findings& findings) {
+  std::ofstream("Brel.ini") << kNoTimeToWait;
+  std::uint64_t connection = 0;
+  const std::uint32_t connected = KEL_Connect(nullptr, nullptr, &connection);
+  std::filesystem::remove("Brel.ini");
+  findings.expectCode("KEL_Connect, with RxWaitTimeout=0", connected);
+  if (connected != KEL_OK) return;
+  Reply reply;
+  for (int i = 0; i < kAttempts && reply.code == KEL_OK; ++i) reply = sendTask(connection, kVal, {});
+  findings.expectCode(kVal, reply.code, KEL_E_TASK);
+  findings.expect(!reply.payload, "there is an answer all the same");
+  findings.expectCode("KEL_Disconnect", KEL_Disconnect(connection));
 }
 
 void lostLink(Findings& findings, std::uint64_t connection) {
@@ -129,37 +155,39 @@ void lostLink(Findings& findings, std::uint64_t connection) {
 
 }  // namespace
 
-int demo() {
+int demo(bool progress) {
   std::cout << "kelctl demo: a tour of KELHandler " << libraryVersion() << "\n\n" << std::flush;
-  Tour tour;
+  const EmptyFolder folder;
   std::uint64_t connection = 0;
-  tour.step("Start the pipe library", [](Findings& findings) { findings.expectCode("KEL_Init", KEL_Init()); });
-  const bool connected = tour.step("Connect to the device", [&](Findings& findings) {
-    findings.expectCode("KEL_Connect", KEL_Connect(nullptr, queueBroadcast, &connection));
+  Tour tour(progress);
+  tour.add("Start the pipe library", [](Findings& findings) { findings.expectCode("KEL_Init", KEL_Init()); });
+  tour.add("Connect to the device", [&](Findings& findings) {
+    const std::uint32_t code = KEL_Connect(nullptr, queueBroadcast, &connection);
+    findings.expectCode("KEL_Connect", code);
+    if (code == KEL_OK) return;
+    findings.note(meaning(code));
+    findings.giveUp();
   });
-  if (!connected) {
-    std::cout << '\n' << meaning(KEL_E_CONNECTION) << '\n';
-    return tour.finish();
-  }
-
-  tour.step("Ask a VAL task: three numbers, echoed", [&](Findings& findings) {
-    const Values values{7, 8, 9};
-    echo(findings, connection, kVal, fromValues(values), valuesText(values), valuesWords);
+  tour.add("Ask a VAL task: three numbers, echoed", [&](Findings& findings) {
+    echo(findings, connection, kVal, fromValues({7, 8, 9}), valuesWords);
   });
-  tour.step("Ask a REF task: raw bytes, echoed", [&](Findings& findings) {
-    const Bytes question = fromText("Hello, device.");
-    echo(findings, connection, kRef, question, textWords(question), textWords);
-  });
-  tour.step("Ask for the trace path", [&](Findings& findings) { tracePath(findings, connection); });
-  tour.step("Receive broadcasts", [&](Findings& findings) { broadcasts(findings, connection); });
-  tour.step("Lose the link: the next task is refused", [&](Findings& findings) { lostLink(findings, connection); });
-  tour.step("Disconnect",
-            [&](Findings& findings) { findings.expectCode("KEL_Disconnect", KEL_Disconnect(connection)); });
-  tour.step("Send on the closed connection: refused", [&](Findings& findings) {
+  tour.add("Ask a REF task: raw bytes, echoed",
+           [&](Findings& findings) { echo(findings, connection, kRef, fromText("Hello, device."), textWords); });
+  tour.add("Ask for the trace path", [&](Findings& findings) { tracePath(findings, connection); });
+  // Ahead of the stream: a stream gives its number back some time behind its end, and this takes all 64.
+  tour.add("Have 64 asynchronous tasks in flight", [&](Findings& findings) { inFlight(findings, connection); });
+  tour.add("Receive broadcasts", [&](Findings& findings) { broadcasts(findings, connection); });
+  tour.add("Receive a stream", [&](Findings& findings) { streamed(findings, connection); });
+  tour.add("Check a file's version", [&](Findings& findings) { versionCheck(findings, connection); });
+  tour.add("Wait no longer than told: a time-out", timeOut);
+  tour.add("Lose the link: the next task is refused", [&](Findings& findings) { lostLink(findings, connection); });
+  tour.add("Disconnect",
+           [&](Findings& findings) { findings.expectCode("KEL_Disconnect", KEL_Disconnect(connection)); });
+  tour.add("Send on the closed connection: refused", [&](Findings& findings) {
     findings.expectCode(kVal, sendTask(connection, kVal, {}).code, KEL_E_CONNECTION);
   });
-  tour.step("End the pipe library", [](Findings& findings) { findings.expectCode("KEL_Finalize", KEL_Finalize()); });
-  return tour.finish();
+  tour.add("End the pipe library", [](Findings& findings) { findings.expectCode("KEL_Finalize", KEL_Finalize()); });
+  return tour.run() ? 0 : 1;
 }
 
 }  // namespace kelctl

@@ -7,12 +7,16 @@
 #include <memory>
 
 #include "commands.h"
+#include "in_flight.h"
 #include "payload.h"
 
 namespace {
 
 using kelctl::ListenOptions;
+using kelctl::PayloadOptions;
 using kelctl::SendOptions;
+using kelctl::StreamOptions;
+using kelctl::ValidateOptions;
 
 constexpr int kFailed = 1;
 constexpr int kWrongUsage = 2;
@@ -26,32 +30,70 @@ CLI::Validator existingFile() { return CLI::ExistingFile.description(""); }
 using Action = std::function<int()>;
 
 void addDemo(CLI::App& app, Action& action) {
-  app.add_subcommand("demo", "Tour the library against the stand-in device")->callback([&action] {
-    action = kelctl::demo;
-  });
+  auto progress = std::make_shared<bool>(false);
+  CLI::App* verb = app.add_subcommand("demo", "Tour the library against the stand-in device");
+  verb->add_flag("--progress", *progress, "Show a progress bar; for a terminal");
+  verb->callback([progress, &action] { action = [progress] { return kelctl::demo(*progress); }; });
+}
+
+CLI::Option_group* addPayload(CLI::App& verb, PayloadOptions& payload) {
+  CLI::Option_group* group =
+      verb.add_option_group("Payload", "None: three zeros for a VAL task, nothing for a REF task");
+  group->require_option(0, 1);
+  group->add_option("--val", payload.values, "Three values, as in C: 10, 0xa")->expected(3)->type_name("A B C");
+  group->add_option("--hex", payload.hex, "Bytes as pairs of hexadecimal digits")
+      ->type_name("BYTES")
+      ->check([](const std::string& text) {
+        return kelctl::fromHex(text) ? std::string() : "\"" + text + "\" is not pairs of hexadecimal digits";
+      });
+  group->add_option("--text", payload.text, "A text and the zero byte that ends it");
+  group->add_option("--in", payload.inFile, "Bytes from a file, - for standard input")->type_name("FILE");
+  return group;
+}
+
+/// What each verb that sends a task takes.
+void addTask(CLI::App& verb, std::string& task, std::string& table) {
+  verb.add_option("TASK", task, "Name of the task; see `kelctl tasks`")->required();
+  verb.add_option("--table", table, kTableHelp)->check(existingFile())->type_name("FILE");
 }
 
 void addSend(CLI::App& app, Action& action) {
   auto options = std::make_shared<SendOptions>();
   CLI::App* verb = app.add_subcommand("send", "Send a task and print its answer");
-  verb->add_option("TASK", options->task, "Name of the task; see `kelctl tasks`")->required();
-  CLI::Option_group* payload =
-      verb->add_option_group("Payload", "None: three zeros for a VAL task, nothing for a REF task");
-  payload->require_option(0, 1);
-  payload->add_option("--val", options->values, "Three values, as in C: 10, 0xa")->expected(3)->type_name("A B C");
-  payload->add_option("--hex", options->hex, "Bytes as pairs of hexadecimal digits")
-      ->type_name("BYTES")
-      ->check([](const std::string& text) {
-        return kelctl::fromHex(text) ? std::string() : "\"" + text + "\" is not pairs of hexadecimal digits";
-      });
-  payload->add_option("--text", options->text, "A text and the zero byte that ends it");
-  payload->add_option("--in", options->inFile, "Bytes from a file, - for standard input")->type_name("FILE");
+  addTask(*verb, options->task, options->table);
+  addPayload(*verb, options->payload);
   verb->add_flag("--no-response", options->noResponse, "Do not wait for an answer");
-  verb->add_option("--table", options->table, kTableHelp)->check(existingFile())->type_name("FILE");
   verb->add_option("--out", options->outFile, "Answer's bytes to a file, - for standard output")
       ->type_name("FILE")
       ->excludes("--no-response");
+  verb->add_flag_callback(
+          "--async", [options] { options->inFlight = options->inFlight.value_or(1); },
+          "Send it asynchronously, and print what became of it")
+      ->excludes("--no-response")
+      ->excludes("--out");
+  verb->add_option("--in-flight", options->inFlight, "Send it asynchronously N times, all at once (1 to 64)")
+      ->type_name("N")
+      ->check(CLI::Range(1u, kelctl::kMaxInFlight).description(""))
+      ->excludes("--no-response")
+      ->excludes("--out");
   verb->callback([options, &action] { action = [options] { return kelctl::send(*options); }; });
+}
+
+void addStream(CLI::App& app, Action& action) {
+  auto options = std::make_shared<StreamOptions>();
+  CLI::App* verb = app.add_subcommand("stream", "Send a task and print the stream that answers it");
+  verb->footer("It ends with the stream, or with Ctrl-C. Messages that are not printed yet are kept in memory.\n" +
+               app.get_footer());
+  addTask(*verb, options->task, options->table);
+  CLI::Option_group* payload = addPayload(*verb, options->payload);
+  for (auto* option :
+       {verb->add_option("--count", options->count, "Payload with the first value N: so many messages")->type_name("N"),
+        verb->add_option("--interval", options->interval,
+                         "Payload with the second value MS: so many milliseconds apart")
+            ->type_name("MS")}) {
+    payload->excludes(option);
+  }
+  verb->callback([options, &action] { action = [options] { return kelctl::stream(*options); }; });
 }
 
 void addListen(CLI::App& app, Action& action) {
@@ -66,6 +108,16 @@ void addListen(CLI::App& app, Action& action) {
   verb->add_flag("--trigger", options->trigger, "First ask the device for N broadcasts, or for one");
   verb->add_option("--table", options->table, kTableHelp)->check(existingFile())->type_name("FILE");
   verb->callback([options, &action] { action = [options] { return kelctl::listen(*options); }; });
+}
+
+void addValidate(CLI::App& app, Action& action) {
+  auto options = std::make_shared<ValidateOptions>();
+  CLI::App* verb = app.add_subcommand("validate", "Ask whether a file belongs to the device's software generation");
+  verb->add_option("FILE", options->file, "The file")->required()->check(existingFile());
+  verb->add_option("--vectors", options->vectors, "Folder of *VersionsVector.txt files (the working directory)")
+      ->type_name("DIR")
+      ->check(CLI::ExistingDirectory.description(""));
+  verb->callback([options, &action] { action = [options] { return kelctl::validate(*options); }; });
 }
 
 void addTasks(CLI::App& app, Action& action) {
@@ -96,7 +148,9 @@ int main(int argc, char** argv) {
   Action action;
   addDemo(app, action);
   addSend(app, action);
+  addStream(app, action);
   addListen(app, action);
+  addValidate(app, action);
   addTasks(app, action);
   addVersion(app, action);
   try {

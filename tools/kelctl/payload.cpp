@@ -79,4 +79,12 @@ std::string hexDump(const Bytes& payload) {
   return dump;
 }
 
+std::string payloadText(bool isRef, const Bytes& payload) {
+  char head[32];
+  std::snprintf(head, sizeof head, "%s %6zu bytes", isRef ? "REF" : "VAL", payload.size());
+  const std::optional<Values> values = toValues(payload);
+  if (values && !isRef) return head + ("  " + valuesText(*values)) + '\n';
+  return head + ('\n' + hexDump(payload));
+}
+
 }  // namespace kelctl

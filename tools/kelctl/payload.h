@@ -30,4 +30,7 @@ std::string toText(const Bytes& payload);
 /// Lines of offset, 16 bytes and their characters, each with a line feed.
 std::string hexDump(const Bytes& payload);
 
+/// Form and size, then the values or, on lines below, the bytes; with a line feed.
+std::string payloadText(bool isRef, const Bytes& payload);
+
 }  // namespace kelctl

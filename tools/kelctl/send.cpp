@@ -1,42 +1,29 @@
-#include <cerrno>
-#include <cstring>
 #include <fstream>
 #include <iostream>
-#include <iterator>
-#include <stdexcept>
 
 #include "commands.h"
+#include "files.h"
+#include "in_flight.h"
 #include "session.h"
 
 namespace kelctl {
 namespace {
 
-constexpr char kStandardStream[] = "-";
-
-[[noreturn]] void failOnFile(const std::string& name) { throw std::runtime_error(name + ": " + std::strerror(errno)); }
-
-Bytes readAll(const std::string& name) {
-  std::ifstream file;
-  if (name != kStandardStream) {
-    file.open(name, std::ios::binary);
-    if (!file) failOnFile(name);
-  }
-  std::istream& in = file.is_open() ? file : std::cin;
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-Bytes payloadOf(const SendOptions& options) {
-  if (!options.values.empty()) return fromValues({options.values[0], options.values[1], options.values[2]});
-  if (options.hex) return fromHex(*options.hex).value();
-  if (options.text) return fromText(*options.text);
-  if (!options.inFile.empty()) return readAll(options.inFile);
-  return {};
+int sendAtOnce(const SendOptions& options, std::uint32_t count) {
+  const Bytes payload = payloadOf(options.payload);
+  const Session session(options.table);
+  const InFlight outcome =
+      sendInFlight(session.connection(), options.task, count, [&](std::uint32_t) { return payload; });
+  std::cout << summary(outcome) << '\n';
+  if (outcome.refused != 0) throw Refused("KEL_SendReceiveAsyncKEL", outcome.refusalCode);
+  return outcome.answered() == count ? 0 : 1;
 }
 
 }  // namespace
 
 int send(const SendOptions& options) {
-  const Bytes payload = payloadOf(options);
+  if (options.inFlight) return sendAtOnce(options, *options.inFlight);
+  const Bytes payload = payloadOf(options.payload);
   // The file is opened ahead of the task, so that a name that leads nowhere costs no answer.
   std::ofstream file;
   if (!options.outFile.empty() && options.outFile != kStandardStream) {
@@ -58,7 +45,7 @@ int send(const SendOptions& options) {
   }
   if (answer->empty()) std::cerr << "answered with an empty payload\n";
   // An answer does not tell its form. Twelve bytes are values, unless the question was put in raw bytes.
-  const bool askedInValues = payload.empty() || !options.values.empty();
+  const bool askedInValues = payload.empty() || !options.payload.values.empty();
   const std::optional<Values> values = toValues(*answer);
   std::cout << (values && askedInValues ? valuesText(*values) + '\n' : hexDump(*answer));
   return 0;

@@ -27,7 +27,11 @@ struct Reply {
 };
 
 /// Sends a task and takes its answer over, whatever the result.
-Reply sendTask(std::uint64_t connection, const std::string& task, const Bytes& payload, bool responseExpected = true);
+Reply sendTask(std::uint64_t connection, const std::string& task, const Bytes& payload, bool responseExpected = true,
+               KEL_StreamCallback streamCallback = nullptr);
+
+/// What KEL_ValidateVersion says of a file with this name and content. Throws Refused.
+bool isVersionValid(std::uint64_t connection, std::string name, const Bytes& content, const std::string& vectors);
 
 /// The pipe library started and one connection open, for the life of the object.
 class Session {
@@ -38,8 +42,11 @@ class Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
+  std::uint64_t connection() const { return mConnection; }
+
   /// Throws Refused. No payload came if none was expected.
-  std::optional<Bytes> send(const std::string& task, const Bytes& payload, bool responseExpected = true) const;
+  std::optional<Bytes> send(const std::string& task, const Bytes& payload, bool responseExpected = true,
+                            KEL_StreamCallback streamCallback = nullptr) const;
 
  private:
   std::uint64_t mConnection = 0;

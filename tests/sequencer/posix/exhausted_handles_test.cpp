@@ -1,6 +1,6 @@
 // What the sequencer does when the system has no event left.
-#include "sequencer/sequencer_test.h"
 #include "support/posix/exhausted_handles.h"
+#include "sequencer/sequencer_test.h"
 
 namespace kel::test {
 namespace {

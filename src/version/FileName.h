@@ -1,0 +1,11 @@
+// The name of a file, out of its path.
+#pragma once
+
+namespace kel {
+
+/// What follows the path's last separator, in a block that is the caller's; a path without one is copied whole. Where
+/// it has a forward slash anywhere, backslashes do not count. False, with null, for a null path and for one that ends
+/// in its separator, which is then cut off in `path` itself, with a scratch copy left allocated: meant.
+bool ExtractFileName(char* path, char** fileNameWithoutPath);
+
+}  // namespace kel

@@ -1,0 +1,347 @@
+// The threads of sequences: their making, their end, and the stop of them all, with every failure of each.
+#include <future>
+#include <thread>
+
+#include "async/async_test.h"
+#include "async/said.h"
+#include "support/platform_calls.h"
+
+namespace kel::test {
+namespace {
+
+using ::testing::IsEmpty;
+
+constexpr std::uint32_t kNotOpen = 40;
+
+/// A line of a thread's making or of its end that shows no number on the console, and one that does.
+Transcript Problem(const char* function, std::uint32_t seqNum, const std::string& text) {
+  return Said("error", function, seqNum, text + ". \n", text + " \n");
+}
+Transcript ProblemOf(const char* function, std::uint32_t seqNum, const std::string& text,
+                     const std::string& consoleText) {
+  return SaidOf("error", function, seqNum, text + ". \n", consoleText);
+}
+
+Transcript NotFreed(const char* function, std::uint32_t seqNum) {
+  return ProblemOf(function, seqNum, "could not free sequence number", "could not free sequence number");
+}
+
+class ThreadsTest : public AsyncTest {
+ protected:
+  ThreadsTest() { folder.writeSettings("LogToConsole=1\n"); }
+  ~ThreadsTest() override {
+    for (const platform::Handle event : {dataEvent, stopEvent}) platform::closeHandle(event);
+  }
+
+  /// Has an engine up, quietly.
+  void SetUp() override {
+    EngineSays([this] { startEngine(); });
+  }
+  void TearDown() override {
+    engine.reset();
+    if (!leavesEngines) EngineSays([this] { BrelFinalize(handle); });
+  }
+  std::uint32_t open() {
+    std::uint32_t seqNum = 0;
+    EngineSays([&] { seqNum = InvokeAsync(handle, kDebugRef, OnTask).seqNum; });
+    return seqNum;
+  }
+
+  const platform::Handle dataEvent = platform::createEvent(false, false);
+  const platform::Handle stopEvent = platform::createEvent(false, false);
+};
+
+// ---------------------------------------------------------------------------------------------------------------------
+// ActivateAsyncThread and GenerateAsyncThread
+// ---------------------------------------------------------------------------------------------------------------------
+
+TEST_F(ThreadsTest, ActivationMakesTheListenerReadyAndStartsNoThread) {
+  EXPECT_TRUE(inside().listenerActive());
+  EXPECT_EQ(EngineSays([this] { EXPECT_TRUE(inside().activate()); }),
+            Transcript().info("ActivateAsyncThread", "OK init async listener \n"));
+  EXPECT_EQ(inside().threads(), 0);
+  EXPECT_TRUE(inside().listenerActive());
+}
+
+TEST_F(ThreadsTest, AThreadThatCannotBeFiledIsTakenBack) {
+  EXPECT_EQ(
+      EngineSays([this] {
+        const HeldSequences held(inside());  // so that the thread's own failure comes last
+        EXPECT_FALSE(inside().generate(kNotOpen, dataEvent, stopEvent, false));
+        EXPECT_EQ(inside().threads(), 0);
+      }),
+      ThreadStarted(kNotOpen) + InfoNotInserted(kNotOpen) +
+          ProblemOf("GenerateAsyncThread", kNotOpen, "could not insert AsyncListenerInfo",
+                    "could not insert AsyncListenerInfo to sequence number") +
+          Said("info", "GenerateAsyncThread", kNotOpen, "stopped async listener. \n", "stopped async listener \n") +
+          NotFreed("FreeSequence", kNotOpen));
+  EXPECT_EQ(inside().threads(), 0);  // it had nothing to free, and so did not count itself off once more
+}
+
+TEST_F(ThreadsTest, AThreadThatCannotBeFiledNorStoppedIsLeft) {
+  platform::closeHandle(stopEvent);
+  EXPECT_EQ(EngineSays([this] { EXPECT_FALSE(inside().generate(kNotOpen, dataEvent, stopEvent, false)); }),
+            ThreadStarted(kNotOpen) + InfoNotInserted(kNotOpen) +
+                ProblemOf("GenerateAsyncThread", kNotOpen, "could not insert AsyncListenerInfo",
+                          "could not insert AsyncListenerInfo to sequence number") +
+                Problem("GenerateAsyncThread", kNotOpen, "problem setting async listener's stop event"));
+  EXPECT_EQ(inside().threads(), 1);
+  leavesEngines = true;
+}
+
+TEST_F(ThreadsTest, AThreadThatCannotBeFiledNorClosedStaysCounted) {
+  EXPECT_EQ(EngineSays([this] {
+              {
+                const HeldSequences held(inside());
+                const FailingCall notClosed(PlatformCall::kCloseHandle);
+                EXPECT_FALSE(inside().generate(kNotOpen, dataEvent, stopEvent, false));
+              }
+              waitForThreads();
+            }),
+            ThreadStarted(kNotOpen) + InfoNotInserted(kNotOpen) +
+                ProblemOf("GenerateAsyncThread", kNotOpen, "could not insert AsyncListenerInfo",
+                          "could not insert AsyncListenerInfo to sequence number") +
+                Problem("GenerateAsyncThread", kNotOpen, "could not close asyncThreadHandle handle") +
+                NotFreed("FreeSequence", kNotOpen));
+  EXPECT_EQ(inside().threads(), 1);
+  leavesEngines = true;
+}
+
+TEST_F(ThreadsTest, AThreadThatIsNotStartedIsNotCounted) {
+  EXPECT_EQ(EngineSays([this] {
+              const FailingCall noThread(PlatformCall::kCreateThread);
+              EXPECT_FALSE(inside().generate(7, dataEvent, stopEvent, true));
+            }),
+            ListenerReady(7).printed("startListen (7) - Listener Thread creation failed.\n") +
+                Problem("GenerateAsyncThread", 7, "problem starting async listener"));
+  EXPECT_EQ(EngineSays([this] {
+              const FailingCall noPriority(PlatformCall::kSetThreadPriority);
+              EXPECT_FALSE(inside().generate(8, dataEvent, stopEvent, true));
+            }),
+            ListenerReady(8) +
+                ThreadCreated(8).printed("startListen (8) - Listener Thread's priority change failed.\n") +
+                Problem("GenerateAsyncThread", 8, "problem starting async listener"));
+  EXPECT_EQ(inside().threads(), 0);
+  EngineSays([this] {
+    platform::setEvent(stopEvent);
+    waitForThreads();
+  });
+}
+
+// ---------------------------------------------------------------------------------------------------------------------
+// DisposeAsyncThread
+// ---------------------------------------------------------------------------------------------------------------------
+
+TEST_F(ThreadsTest, DisposalOfAFreedNumberIsASilentSuccess) {
+  EXPECT_EQ(EngineSays([this] { EXPECT_TRUE(inside().dispose(kNotOpen)); }), Transcript());
+  const std::uint32_t seqNum = open();
+  EngineSays([&] {
+    Deliver(handle, kDebugRefTui, seqNum, "answer");
+    waitForThreads();
+  });
+  EXPECT_EQ(EngineSays([&] { EXPECT_TRUE(inside().dispose(seqNum)); }), Transcript());
+}
+
+TEST_F(ThreadsTest, DisposalStopsTheThreadWhichFreesTheSequence) {
+  const std::size_t handles = platform::openHandles();
+  const std::uint32_t seqNum = open();
+  EXPECT_EQ(EngineSays([&] {
+              {
+                const HeldSequences held(inside());
+                EXPECT_TRUE(inside().dispose(seqNum));
+                EXPECT_EQ(inside().element(seqNum).asyncThreadHandle, nullptr);
+                EXPECT_EQ(inside().element(seqNum).asyncListenerInstance, nullptr);
+              }
+              waitForThreads();
+            }),
+            Disposed(seqNum).freed(seqNum));
+  EXPECT_FALSE(isOpen(seqNum));
+  EXPECT_EQ(inside().threads(), 0);
+  while (platform::openHandles() > handles) std::this_thread::yield();
+  EXPECT_THAT(gCalls.waitFor(0), IsEmpty());
+}
+
+TEST_F(ThreadsTest, AThreadMayFreeTheSequenceAheadOfTheEndOfItsDisposal) {
+  const std::uint32_t seqNum = open();
+  EXPECT_EQ(EngineSays([&] {
+              const AfterSetEvent freed([this] { waitForThreads(); });
+              EXPECT_FALSE(inside().dispose(seqNum));
+            }),
+            Retrieved(seqNum).freed(seqNum) + InfoNotInserted(seqNum) +
+                ProblemOf("DisposeAsyncThread", seqNum, "could not erase AsyncListenerInfo",
+                          "could not erase AsyncListenerInfo for sequence number"));
+  EXPECT_EQ(inside().threads(), 0);
+}
+
+TEST_F(ThreadsTest, DisposalFailsWithoutTheTableOfSequences) {
+  platform::closeHandle(inside().sequencerMutex());
+  EXPECT_EQ(EngineSays([this] { EXPECT_FALSE(inside().dispose(7)); }),
+            ProblemOf("DisposeAsyncThread", 7, "could not retrieve stop event",
+                      "could not retrieve stop event related to sequence number"));
+}
+
+TEST_F(ThreadsTest, DisposalFailsWithoutAStopEvent) {
+  const std::uint32_t seqNum = open();
+  sequence_element& element = inside().element(seqNum);
+  const platform::Handle event = std::exchange(element.stopEvent, nullptr);
+  EXPECT_EQ(EngineSays([&] { EXPECT_FALSE(inside().dispose(seqNum)); }),
+            Retrieved(seqNum) + ProblemOf("DisposeAsyncThread", seqNum, "NULL stop event",
+                                          "NULL stop event related to sequence number"));
+  element.stopEvent = event;
+}
+
+TEST_F(ThreadsTest, DisposalFailsWithoutAThread) {
+  const std::uint32_t seqNum = open();
+  sequence_element& element = inside().element(seqNum);
+  const platform::Handle thread = std::exchange(element.asyncThreadHandle, nullptr);
+  EXPECT_EQ(EngineSays([&] { EXPECT_FALSE(inside().dispose(seqNum)); }),
+            Retrieved(seqNum) + ProblemOf("DisposeAsyncThread", seqNum, "NULL asyncListenerInstance",
+                                          "NULL asyncListenerInstance related to sequence number"));
+  element.asyncThreadHandle = thread;
+}
+
+TEST_F(ThreadsTest, DisposalFailsWhenTheStopEventCannotBeSet) {
+  const std::uint32_t seqNum = open();
+  platform::closeHandle(inside().element(seqNum).stopEvent);
+  EXPECT_EQ(EngineSays([&] { EXPECT_FALSE(inside().dispose(seqNum)); }),
+            Retrieved(seqNum) + Problem("DisposeAsyncThread", seqNum, "problem setting async listener's stop event"));
+  leavesEngines = true;  // a sequence whose event will not close counts as not freed, and its thread as not gone
+}
+
+TEST_F(ThreadsTest, DisposalFailsWhenTheThreadCannotBeClosed) {
+  const std::uint32_t seqNum = open();
+  EXPECT_EQ(EngineSays([&] {
+              {
+                const HeldSequences held(inside());
+                const FailingCall notClosed(PlatformCall::kCloseHandle);
+                EXPECT_FALSE(inside().dispose(seqNum));
+              }
+              waitForThreads();
+            }),
+            (Retrieved(seqNum) + Problem("DisposeAsyncThread", seqNum, "could not close seqThreadHandle handle"))
+                .freed(seqNum));
+  EXPECT_FALSE(isOpen(seqNum));
+}
+
+// ---------------------------------------------------------------------------------------------------------------------
+// FreeSequence and FreeSequenceElementOnly
+// ---------------------------------------------------------------------------------------------------------------------
+
+TEST_F(ThreadsTest, FreeingASequenceCountsItsThreadOff) {
+  const std::uint32_t first = open();
+  const std::uint32_t second = open();
+  ASSERT_EQ(inside().threads(), 2);
+  EXPECT_EQ(EngineSays([&] { EXPECT_TRUE(engine->FreeSequence(first)); }), Transcript().freed(first));
+  EXPECT_EQ(inside().threads(), 1);
+  EXPECT_EQ(EngineSays([&] { EXPECT_TRUE(inside().freeElementOnly(second)); }), Transcript().freed(second));
+  EXPECT_EQ(inside().threads(), 1);
+  leavesEngines = true;  // with threads whose sequences are gone
+}
+
+TEST_F(ThreadsTest, FreeingWhatIsNotOpenChangesNothing) {
+  EXPECT_EQ(EngineSays([this] { EXPECT_FALSE(engine->FreeSequence(kNotOpen)); }), NotFreed("FreeSequence", kNotOpen));
+  EXPECT_EQ(EngineSays([this] { EXPECT_FALSE(inside().freeElementOnly(kNotOpen)); }),
+            NotFreed("FreeSequenceElementOnly", kNotOpen));
+  EXPECT_EQ(inside().threads(), 0);
+}
+
+// ---------------------------------------------------------------------------------------------------------------------
+// ShutdownAsyncThread
+// ---------------------------------------------------------------------------------------------------------------------
+
+const Transcript& NotRequired() {
+  static const Transcript said =
+      Transcript().info("ShutdownAsyncThread", "async listener not active - stop not required \n");
+  return said;
+}
+Transcript StopSet() {
+  return Transcript().info("ShutdownAsyncThread",
+                           "mGeneralStopEvent set. Waiting for all async listener threads to stop. \n");
+}
+
+TEST_F(ThreadsTest, WithNoThreadTheStopEventIsNotTouched) {
+  platform::closeHandle(inside().generalStopEvent());  // to touch it would fail
+  EXPECT_EQ(EngineSays([this] { EXPECT_TRUE(inside().shutdown()); }),
+            Transcript().info("ShutdownAsyncThread", "all async listener threads already stopped \n"));
+  EXPECT_FALSE(inside().listenerActive());
+  EXPECT_EQ(EngineSays([this] { EXPECT_TRUE(inside().shutdown()); }), NotRequired());
+  leavesEngines = true;
+}
+
+TEST_F(ThreadsTest, AGeneralStopEndsAllThreadsAndCallsNobody) {
+  const std::uint32_t plain = open();
+  EngineSays([this] { InvokeAsync(handle, kDebugRef, OnTask, OnStream); });
+  const Transcript said = EngineSays([this] {
+    const AfterSetEvent stopped([this] { waitForThreads(); });
+    EXPECT_TRUE(inside().shutdown());
+  });
+  const Transcript rest =
+      StopSet()
+          .info("ShutdownAsyncThread", "All async listener threads stopped (mGeneralStopEvent Reset). \n")
+          .info("ShutdownAsyncThread", "stopped all async listener threads \n");
+  const Transcript inOrder = Transcript().freed(plain).freed(plain + 1) + rest;
+  const Transcript otherwise = Transcript().freed(plain + 1).freed(plain) + rest;
+  EXPECT_THAT(said, ::testing::AnyOf(inOrder, otherwise));
+  EXPECT_EQ(inside().threads(), 0);
+  EXPECT_FALSE(isOpen(plain));
+  EXPECT_EQ(platform::waitForOne(inside().generalStopEvent(), 0), platform::kWaitTimeout);
+  EXPECT_THAT(gCalls.waitFor(0), IsEmpty());
+  EXPECT_EQ(EngineSays([this] { EXPECT_TRUE(inside().shutdown()); }), NotRequired());
+}
+
+TEST_F(ThreadsTest, AGeneralStopLosesWhatIsQueued) {
+  const std::uint32_t seqNum = open();
+  EngineSays([&] {
+    {
+      const HeldSequences held(inside());
+      Deliver(handle, kDebugRefTui, seqNum, "answer");
+      platform::setEvent(inside().generalStopEvent());
+      // The thread looks for a stop ahead of each buffer; this one it may have taken already.
+    }
+    EXPECT_TRUE(inside().shutdown());
+  });
+  EXPECT_LE(gCalls.waitFor(0).size(), 1u);
+  EXPECT_FALSE(isOpen(seqNum));
+}
+
+TEST_F(ThreadsTest, AGeneralStopThatCannotBeSetLeavesTheListenerActive) {
+  open();
+  platform::closeHandle(inside().generalStopEvent());
+  EXPECT_EQ(EngineSays([this] { EXPECT_FALSE(inside().shutdown()); }),
+            Transcript().error("ShutdownAsyncThread", "problem setting mGeneralStopEvent \n"));
+  EXPECT_TRUE(inside().listenerActive());
+  leavesEngines = true;
+}
+
+TEST_F(ThreadsTest, AGeneralStopThatCannotBeTakenBackIsTold) {
+  const std::uint32_t seqNum = open();
+  EXPECT_EQ(
+      EngineSays([this] {
+        const AfterSetEvent closed([this] {
+          waitForThreads();
+          platform::closeHandle(inside().generalStopEvent());
+        });
+        EXPECT_FALSE(inside().shutdown());
+      }),
+      (Transcript().freed(seqNum) + StopSet()).error("ShutdownAsyncThread", "problem REsetting mGeneralStopEvent \n"));
+  EXPECT_TRUE(inside().listenerActive());
+  leavesEngines = true;
+}
+
+TEST_F(ThreadsTest, AGeneralStopWaitsForAThreadThatNeverCountsItselfOff) {
+  const std::uint32_t seqNum = open();
+  // Of a sequence that is gone the thread can free nothing.
+  EngineSays([&] { EXPECT_TRUE(inside().freeElementOnly(seqNum)); });
+  static std::promise<void> stopped;
+  std::thread([kept = engine] {
+    EngineInside(*kept).shutdown();
+    stopped.set_value();
+  }).detach();
+  EXPECT_EQ(stopped.get_future().wait_for(std::chrono::milliseconds(350)), std::future_status::timeout);
+  EXPECT_EQ(inside().threads(), 1);
+  EXPECT_EQ(platform::waitForOne(inside().generalStopEvent(), 0), platform::kWaitObject);
+  leavesEngines = true;
+}
+
+}  // namespace
+}  // namespace kel::test

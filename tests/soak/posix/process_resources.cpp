@@ -1,0 +1,38 @@
+#include "soak/process_resources.h"
+
+#include <malloc.h>
+
+#include <filesystem>
+#include <iterator>
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define KEL_HEAP_OF_SANITIZER
+#include <sanitizer/allocator_interface.h>
+#endif
+#endif
+
+namespace kel::test {
+namespace {
+
+std::size_t EntriesOf(const char* folder) {
+  const std::filesystem::directory_iterator entries(folder);
+  return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+
+}  // namespace
+
+std::size_t LivingThreads() { return EntriesOf("/proc/self/task"); }
+
+std::optional<std::size_t> OpenDescriptors() { return EntriesOf("/proc/self/fd"); }
+
+std::optional<std::size_t> HeapBytes() {
+#ifdef KEL_HEAP_OF_SANITIZER
+  return __sanitizer_get_current_allocated_bytes();
+#else
+  const struct mallinfo2 info = mallinfo2();
+  return info.uordblks + info.hblkhd;
+#endif
+}
+
+}  // namespace kel::test

@@ -1,0 +1,18 @@
+// What this process has of the system, as far as the system tells.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+
+namespace kel::test {
+
+/// Threads that live.
+std::size_t LivingThreads();
+
+/// Files and the like that are open; none where these are handles and are counted as such.
+std::optional<std::size_t> OpenDescriptors();
+
+/// Bytes that the heap has given out, its own bookkeeping included.
+std::optional<std::size_t> HeapBytes();
+
+}  // namespace kel::test

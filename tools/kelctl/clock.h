@@ -1,0 +1,14 @@
+// Times: by which clock, and how people read them.
+#pragma once
+
+#include <chrono>
+#include <string>
+
+namespace kelctl {
+
+using Clock = std::chrono::steady_clock;
+
+/// "250 us", "1.50 ms", "10.00 s"
+std::string timeText(Clock::duration time);
+
+}  // namespace kelctl

@@ -1,7 +1,6 @@
 // The lines of a log and the switches ahead of them.
 #include <limits>
 #include <thread>
-#include <vector>
 
 #include "logging/Registry.h"
 #include "logging/logger_test.h"
@@ -199,20 +198,6 @@ TEST_F(Logger, SharesAFileWithOthers) {
   other.log(kInfo, "function", kLogFlags) << "two, ";
   logger << "three \n";
   EXPECT_EQ(written(), kHead + "one, \n[0 - 0] info - Other - function - two, three \n");
-}
-
-TEST_F(Logger, LosesNoPieceOfManyThreads) {
-  setUp(true, true, true);
-  constexpr std::size_t kThreads = 4, kLines = 50;
-  std::vector<std::thread> threads;
-  for (std::size_t i = 0; i < kThreads; ++i) {
-    threads.emplace_back([this] {
-      for (std::size_t line = 0; line < kLines; ++line) logger.log(kInfo, "function", kLogFlags) << "<piece>" << 11u;
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  const std::string text = written();
-  EXPECT_EQ(text.size(), kThreads * kLines * (kHead.size() + std::string("<piece>11").size()));
 }
 
 TEST_F(Logger, MayBeGivenAnotherFileWhileItWrites) {

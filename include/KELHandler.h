@@ -32,9 +32,10 @@
  *     a call that waits for its answer keeps the others waiting for as long, which is RxWaitTimeout at most (10000 ms
  *     unless Brel.ini says otherwise). The other functions take no lock and do not block.
  *  6. Callbacks run on threads of the library, one at a time per connection. The pointers that they get are told with
- *     each type. A callback may call any function here, with two things to know: a call under rule 5 waits until a call
- *     of another thread has ended, and KEL_Disconnect of the callback's own connection never returns, since it waits for
- *     the callback to end.
+ *     each type. A callback may call any function here; a call under rule 5 waits until that of another thread has
+ *     ended. KEL_Disconnect waits for its connection's running callback. It therefore never returns if that callback
+ *     itself calls it, nor if that callback meanwhile makes another call under rule 5; and from then on no call under
+ *     rule 5 returns at all.
  *  7. Settings are read anew at each connect from Brel.ini in the working directory, if there is one.
  */
 #ifndef KELHANDLER_H
@@ -107,7 +108,8 @@ typedef void (*KEL_AsyncCallback)(uint32_t errorCode, uint32_t commandID, uint32
  * Receives the messages of a stream, on a thread of the library that serves this stream only.
  *
  * As KEL_AsyncCallback, with these differences: sequenceByte is the task's sequence number plus 64 for a message and
- * plus 128 for the last one; streamEnd is 1 for the last message, else 0. A stream has no time-out.
+ * plus 128 for the last one; streamEnd is 1 for the last message, else 0. A stream has no time-out. Messages that come
+ * while the callback runs wait in a queue without a limit.
  */
 typedef void (*KEL_StreamCallback)(uint32_t errorCode, uint32_t commandID, uint32_t sequenceByte, uint32_t streamEnd,
                                    uint32_t isRef, void* data, uint32_t dataSize, uint32_t seqTUI);
@@ -234,7 +236,8 @@ KEL_API uint32_t KEL_SetConnParams(uint64_t params, uint32_t value);
 
 /**
  * Asks whether a file belongs to the software generation that runs on the device. Fetches the generation's identifiers
- * from the device, and so blocks like a task.
+ * from the device, and so blocks like a task. The comparison itself is a validator's that is not part of this library:
+ * as it stands, every file passes whose name can be told, once the device has given its identifiers.
  *
  * fileName                Name of the file, with or without a path. Where it ends in a path separator, that is cut off.
  * fileBuffer, fileLength  Its bytes and their number.

@@ -54,10 +54,12 @@ void ALogger::setRegistryKey(const char* key) {
 }
 
 void ALogger::setFileName(const std::string& name) {
+  // Of a logger that the registry has switched off nobody sees a name, and some are named anew for each task.
+  const char* key = mRegistryKey.load(std::memory_order_relaxed);
+  if (key != nullptr && !isEnabled(kInfo) && !isEnabled(kWarning) && !isEnabled(kError)) return;
   std::string full;
   if (!name.empty()) {
-    if (ReadRegistryString(platform::RegistryRoot::localMachine, mRegistryKey.load(std::memory_order_relaxed), "LogPath",
-                           &full)) {
+    if (ReadRegistryString(platform::RegistryRoot::localMachine, key, "LogPath", &full)) {
       full += platform::kPathSeparator;
     }
     char date[platform::kDateTextSize];

@@ -27,8 +27,9 @@ inline constexpr const char* kLoggerRegistryKey = "Software\\Brel\\ALogger";
 /// runs or when it has died, and several processes may share a file.
 ///
 /// Threads: any number, with no lock. Pieces of lines from several threads may interleave, and a thread may see the line
-/// flag of another; each piece by itself reaches the file whole. A head call that is switched off costs a comparison, an
-/// insertion behind it the test of a flag.
+/// flag of another. Where the system appends in two steps, as Windows does, a piece may take the place of one that is
+/// written at the same moment. A head call that is switched off costs a comparison, an insertion behind it the test of a
+/// flag.
 ///
 /// Nothing is ever reported: a missing key, an unwritable folder or a failed open only means that lines are lost.
 class ALogger {

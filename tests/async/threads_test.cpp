@@ -66,9 +66,12 @@ TEST_F(ThreadsTest, ActivationMakesTheListenerReadyAndStartsNoThread) {
 TEST_F(ThreadsTest, AThreadThatCannotBeFiledIsTakenBack) {
   EXPECT_EQ(
       EngineSays([this] {
-        const HeldSequences held(inside());  // so that the thread's own failure comes last
-        EXPECT_FALSE(inside().generate(kNotOpen, dataEvent, stopEvent, false));
-        EXPECT_EQ(inside().threads(), 0);
+        {
+          const HeldSequences held(inside());  // so that the thread's own lines come last
+          EXPECT_FALSE(inside().generate(kNotOpen, dataEvent, stopEvent, false));
+          EXPECT_EQ(inside().threads(), 0);
+        }
+        waitForThreads();
       }),
       ThreadStarted(kNotOpen) + InfoNotInserted(kNotOpen) +
           ProblemOf("GenerateAsyncThread", kNotOpen, "could not insert AsyncListenerInfo",

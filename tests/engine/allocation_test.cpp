@@ -1,47 +1,22 @@
 // What the engine does when the heap is exhausted while it is made or comes up.
-#include <cstdlib>
 #include <future>
 #include <new>
 #include <thread>
 
 #include "engine/engine_test.h"
-
-namespace {
-
-/// Objects that this thread may still make before the heap fails it, once; negative: no limit.
-thread_local int tAllocationsLeft = -1;
-
-}  // namespace
-
-// The program's own allocator, which fails on demand.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  if (tAllocationsLeft >= 0 && tAllocationsLeft-- == 0) throw std::bad_alloc();
-  void* block = std::malloc(size != 0 ? size : 1);
-  if (block == nullptr) throw std::bad_alloc();
-  return block;
-}
-[[gnu::noinline]] void operator delete(void* block) noexcept { std::free(block); }
-[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+#include "support/failing_heap.h"
 
 namespace kel::test {
 namespace {
 
-class AllocationTest : public EngineTest {
- protected:
-  /// Calls `action`, with the heap failing its thread after that many objects. Whether it did.
-  template <class Action>
-  static bool failsAfter(int objects, Action action) {
-    tAllocationsLeft = objects;
-    action();
-    const bool failed = tAllocationsLeft < 0;
-    tAllocationsLeft = -1;
-    return failed;
-  }
-};
+using AllocationTest = EngineTest;
 
 TEST_F(AllocationTest, AnEngineThatCannotBeBuiltStaysCountedAndTheTableLocked) {
   std::uint32_t handle = 4711;
-  EXPECT_TRUE(failsAfter(1, [&] { EXPECT_THROW(AddBrelInst(&handle), std::bad_alloc); }));
+  {
+    const FailingHeap heap(1);  // the object itself can be made, its first member cannot
+    EXPECT_THROW(AddBrelInst(&handle), std::bad_alloc);
+  }
 
   // Another thread is turned away where no lock is asked for, and waits for ever where one is.
   std::async(std::launch::async, [] { EXPECT_EQ(GetBrelInst(16), nullptr); }).get();
@@ -68,10 +43,19 @@ TEST_F(AllocationTest, AnInitThatRunsOutOfMemoryGivesOneWithALine) {
   const auto engine = AddBrelInst(&handle);
   Status status = 0;
   ::testing::internal::CaptureStdout();
-  EXPECT_TRUE(failsAfter(100, [&] { status = engine->init(nullptr, false, nullptr); }));
+  {
+    const FailingHeap heap(100);
+    status = engine->init(nullptr, false, nullptr);
+    EXPECT_TRUE(heap.failed());
+  }
   EXPECT_EQ(status, kStatusFailed);
   EXPECT_THAT(::testing::internal::GetCapturedStdout(), ::testing::EndsWith("init - failed - exception caught! \n"));
   EXPECT_EQ(LogText("Brel.logs"), EngineLog().error("init", "failed - exception caught! \n").text());
+
+  // It was not taken down, but its lock was given back.
+  auto finalizing = std::async(std::launch::async, [&] { return engine->Finalize(); });
+  EXPECT_EQ(finalizing.wait_for(std::chrono::milliseconds(kLong)), std::future_status::ready);
+  EXPECT_EQ(finalizing.get(), kStatusOk);
   RemoveBrelInst(handle);
 }
 
@@ -82,7 +66,11 @@ TEST_F(AllocationTest, AnInitThatRunsOutOfMemoryAheadOfTheAdapterLeavesNothingBe
     std::uint32_t handle = kNoBrelHandle;
     auto engine = AddBrelInst(&handle);
     Status status = 0;
-    EXPECT_TRUE(failsAfter(objects, [&] { status = engine->init(nullptr, false, nullptr); }));
+    {
+      const FailingHeap heap(objects);
+      status = engine->init(nullptr, false, nullptr);
+      EXPECT_TRUE(heap.failed());
+    }
     EXPECT_EQ(status, kStatusFailed) << objects;
     engine.reset();
     RemoveBrelInst(handle);

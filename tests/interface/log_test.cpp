@@ -378,6 +378,20 @@ TEST_F(LogTest, OfADisconnect) {
             " - RemoveBrelInst - Deleting BrelEngine instance \n");
 }
 
+TEST_F(LogTest, OfADisconnectWithoutACallbackSpeaksOfTheAlertsAlone) {
+  folder.writeSettings(kPrintAndBeQuick);
+  const std::uint64_t conn = connectUnheard();
+  const Written written = writtenBy([&] { EXPECT_EQ(KEL_Disconnect(conn), KEL_OK); });
+  EXPECT_EQ(written.console,
+            "Finalize - Start \n"
+            "Finalize - Dorv.dll disconnected from Upper Driver \n"
+            "Finalize - Dorv.dll finalized \n"
+            "inside ShutdownAlerterThread\n"
+            "ShutdownAsyncThread - all async listener threads already stopped \n"
+            "Finalize - End \n"
+            " - RemoveBrelInst - Deleting BrelEngine instance \n");
+}
+
 TEST_F(LogTest, OfTheDisconnectOfAConnectionWithSequencesLeftOpen) {
   folder.writeSettings(kPrintAndBeQuick);
   const std::uint64_t conn = connectUnheard();

@@ -51,7 +51,7 @@ TEST_F(LogFileName, LiesInTheFolderOfLogPath) {
 
 TEST_F(LogFileName, GetsASeparatorBehindALogPathWithoutOne) {
   registry.set(kLoggerRegistryKey, "LogPath", "folder");
-  setUp();
+  setUp(true, true, true);
   const std::string expected = std::string("folder") + platform::kPathSeparator;
   EXPECT_EQ(fullName().substr(0, fullName().size() - std::string("MM-DD-YY-test.logs").size()), expected);
 }

@@ -7,14 +7,34 @@
 
 namespace {
 
-thread_local constinit bool tFails = false;
+/// What is asked of this thread's heap.
+struct Shortage {
+  bool always = false;
+  bool once = false;
+  int objectsLeft = 0;  ///< before it fails once
+  bool failed = false;
+};
+
+thread_local constinit Shortage tShortage;
+
+bool FailsNow() {
+  Shortage& shortage = tShortage;
+  const bool fails = shortage.always || (shortage.once && shortage.objectsLeft-- == 0);
+  if (!fails) return false;
+  shortage.once = false;
+  shortage.failed = true;
+  return true;
+}
 
 }  // namespace
 
 namespace kel::test {
 
-FailingHeap::FailingHeap() { tFails = true; }
-FailingHeap::~FailingHeap() { tFails = false; }
+FailingHeap::FailingHeap() { tShortage = {.always = true}; }
+FailingHeap::FailingHeap(int objects) { tShortage = {.once = true, .objectsLeft = objects}; }
+FailingHeap::~FailingHeap() { tShortage = {}; }
+
+bool FailingHeap::failed() const { return tShortage.failed; }
 
 }  // namespace kel::test
 
@@ -24,7 +44,7 @@ void* RuntimesNew(std::size_t size) asm("__real_" KEL_OPERATOR_NEW);
 void* ProgramsNew(std::size_t size) asm("__wrap_" KEL_OPERATOR_NEW);
 
 void* ProgramsNew(std::size_t size) {
-  if (tFails) throw std::bad_alloc();
+  if (FailsNow()) throw std::bad_alloc();
   return RuntimesNew(size);
 }
 

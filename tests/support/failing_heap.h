@@ -4,13 +4,18 @@
 
 namespace kel::test {
 
-/// While one lives, operator new throws std::bad_alloc on the thread that made it.
+/// While one lives, operator new throws std::bad_alloc on the thread that made it: always, or just once, after
+/// `objects` that can still be made.
 class FailingHeap {
  public:
   FailingHeap();
+  explicit FailingHeap(int objects);
   ~FailingHeap();
   FailingHeap(const FailingHeap&) = delete;
   FailingHeap& operator=(const FailingHeap&) = delete;
+
+  /// Whether it has failed.
+  bool failed() const;
 };
 
 }  // namespace kel::test

@@ -1,30 +1,12 @@
 // What the engine does when the process can have no further handle. Only where the limit can be reached in a moment.
+#include <optional>
+
 #include "engine/engine_test.h"
 #include "platform/platform.h"
+#include "support/posix/exhausted_handles.h"
 
 namespace kel::test {
 namespace {
-
-/// Takes all handles there are, and gives some back.
-class HandlesExhausted : public EngineTest {
- protected:
-  void leave(std::uint32_t count) {
-    while (const platform::Handle handle = platform::createEvent(false, false)) mTaken.push_back(handle);
-    giveBack(count);
-  }
-  void giveBack(std::uint32_t count) {
-    for (; count != 0; --count) {
-      platform::closeHandle(mTaken.back());
-      mTaken.pop_back();
-    }
-  }
-  ~HandlesExhausted() override {
-    for (const platform::Handle handle : mTaken) platform::closeHandle(handle);
-  }
-
- private:
-  std::vector<platform::Handle> mTaken;
-};
 
 struct Shortage {
   std::uint32_t handles;
@@ -33,11 +15,11 @@ struct Shortage {
   const char* initProblem;
 };
 
-class StartTest : public HandlesExhausted, public ::testing::WithParamInterface<Shortage> {};
+class StartTest : public EngineTest, public ::testing::WithParamInterface<Shortage> {};
 
 TEST_P(StartTest, FailsWithOneAndLeavesNothingOpen) {
   const Shortage& shortage = GetParam();
-  leave(shortage.handles);
+  const ExhaustedHandles exhausted(shortage.handles);
   const std::size_t open = platform::openHandles();
   std::uint32_t handle = 0;
   auto engine = AddBrelInst(&handle);
@@ -72,13 +54,15 @@ INSTANTIATE_TEST_SUITE_P(
                       Shortage{7, kBroadcasts, "problem starting broadcast listener \n", kNoBroadcasts}),
     [](const auto& shortage) { return "With" + std::to_string(shortage.param.handles); });
 
-TEST_F(HandlesExhausted, ATaskWithoutEventsFailsAndItsNumberStaysLost) {
+using HandlesExhaustedTest = EngineTest;
+
+TEST_F(HandlesExhaustedTest, ATaskWithoutEventsFailsAndItsNumberStaysLost) {
   const std::uint32_t handle = start();
-  leave(2);
+  std::optional<ExhaustedHandles> exhausted(2);
   engineLog.fresh();
   EXPECT_EQ(InvokeVal(handle, {}).status, kStatusFailed);
   EXPECT_EQ(engineLog.fresh(), EngineLog().error("IssueCommandBase", "could not assign sequence number \n").text());
-  giveBack(3);
+  exhausted.reset();
   EXPECT_EQ(InvokeVal(handle, {1, 2, 3}).payload, Bytes({1, 2, 3}));
   EXPECT_EQ(LastRequest().seqTUI >> 24, 1u);
 }

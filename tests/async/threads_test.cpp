@@ -26,6 +26,15 @@ Transcript NotFreed(const char* function, std::uint32_t seqNum) {
   return ProblemOf(function, seqNum, "could not free sequence number", "could not free sequence number");
 }
 
+/// Whether the system gives the value of a closed handle to the next object, so that nobody can tell it from a stale one.
+bool HandleValuesComeAgain() {
+  const platform::Handle first = platform::createEvent(false, false);
+  platform::closeHandle(first);
+  const platform::Handle second = platform::createEvent(false, false);
+  platform::closeHandle(second);
+  return first == second;
+}
+
 class ThreadsTest : public AsyncTest {
  protected:
   ThreadsTest() { folder.writeSettings("LogToConsole=1\n"); }
@@ -82,6 +91,7 @@ TEST_F(ThreadsTest, AThreadThatCannotBeFiledIsTakenBack) {
 }
 
 TEST_F(ThreadsTest, AThreadThatCannotBeFiledNorStoppedIsLeft) {
+  if (HandleValuesComeAgain()) GTEST_SKIP() << "a closed handle's value is the next object's on this system";
   platform::closeHandle(stopEvent);
   EXPECT_EQ(EngineSays([this] { EXPECT_FALSE(inside().generate(kNotOpen, dataEvent, stopEvent, false)); }),
             ThreadStarted(kNotOpen) + InfoNotInserted(kNotOpen) +
@@ -177,6 +187,7 @@ TEST_F(ThreadsTest, AThreadMayFreeTheSequenceAheadOfTheEndOfItsDisposal) {
 }
 
 TEST_F(ThreadsTest, DisposalFailsWithoutTheTableOfSequences) {
+  if (HandleValuesComeAgain()) GTEST_SKIP() << "a closed handle's value is the next object's on this system";
   platform::closeHandle(inside().sequencerMutex());
   EXPECT_EQ(EngineSays([this] { EXPECT_FALSE(inside().dispose(7)); }),
             ProblemOf("DisposeAsyncThread", 7, "could not retrieve stop event",

@@ -230,10 +230,13 @@ bool DisconnectHasTheLock() {
 TEST_F(ClientCallbackTest, ACallThatMeetsTheDisconnectOfItsConnectionNeverReturnsAndNorDoesThat) {
   const std::uint64_t conn = connect();
   SluiceHubSim_KeepTraces(0xFFFFFFFF);
-  auto sent = inCallback(conn, [conn] {
+  const auto begun = std::make_shared<std::promise<void>>();
+  auto sent = inCallback(conn, [conn, begun] {
+    begun->set_value();
     while (!DisconnectHasTheLock()) std::this_thread::yield();
     return SendValues(conn, {1, 2, 3});
   });
+  begun->get_future().wait();  // a disconnect that came first would drop the answer
   auto disconnected = OnLeftThread([conn] { return KEL_Disconnect(conn); });
   EXPECT_TRUE(waits(disconnected));
   EXPECT_TRUE(waits(sent));

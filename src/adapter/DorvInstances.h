@@ -41,7 +41,7 @@ extern std::atomic<tL5DispatcherFunctions*> gL5DispatcherFunctions;
 extern std::atomic<GetServiceDispatcherFunctions> gGetServiceDispatcherFunctions;
 
 /// The log of all rows. It writes nothing before the first load of the pipe library.
-extern ALogger gDorvLogger;
+extern ALogger& gDorvLogger;
 
 /// Counts one more user of the pipe library, and loads it for the first. False if it may not be used.
 bool WRAPPER_COMMON_LoadSluiceHub();

@@ -12,10 +12,18 @@ std::atomic<platform::Module> gSluiceHubModule{nullptr};
 std::atomic<GetSluiceHubVersion> gGetVersion{nullptr};  ///< never cleared
 std::atomic<std::uint32_t> gSluiceHubRefCount{0};
 
+/// Without a destructor: the pipe library's threads may still log while the process ends.
+union KeptLogger {
+  constexpr KeptLogger() : logger() {}
+  ~KeptLogger() {}
+  ALogger logger;
+};
+constinit KeptLogger gKeptLogger;
+
 }  // namespace
 
 std::atomic<GetServiceDispatcherFunctions> gGetServiceDispatcherFunctions{nullptr};
-constinit ALogger gDorvLogger;
+ALogger& gDorvLogger = gKeptLogger.logger;
 
 void CreateSluiceHubLock() { gSluiceHubLock.init(); }
 void DeleteSluiceHubLock() { gSluiceHubLock.destroy(); }

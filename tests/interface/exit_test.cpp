@@ -36,5 +36,13 @@ TEST(ExitTest, AProcessMayEndWithConnectionsOpenAndDataComing) {
   for (int i = 0; i < 3; ++i) ConnectAndLeaveOpen();
 }
 
+TEST(ExitTest, AProcessMayEndWhileItLogs) {
+  const ScratchDirectory folder;
+  RegistrySettings registry;
+  registry.switchLogsOn();
+  registry.set("Software\\Brel\\ALogger", "LogPath", folder.path().string());
+  ConnectAndLeaveOpen();
+}
+
 }  // namespace
 }  // namespace kel::test

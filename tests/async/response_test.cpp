@@ -24,6 +24,7 @@ class ResponseTest : public AsyncTest {
   Transcript handleNow(std::uint32_t seqNum, std::uint32_t errorCode, std::vector<std::uint8_t> record = {}) {
     return EngineSays([&] {
       {
+        const platform::InSection inLock(inside().initLock());
         const HeldSequences held(inside());
         EXPECT_TRUE(engine->HandleSequenceResponse(seqNum, errorCode, record.empty() ? nullptr : record.data(),
                                                    static_cast<std::uint32_t>(record.size())));

@@ -26,7 +26,8 @@ Transcript NotFreed(const char* function, std::uint32_t seqNum) {
   return ProblemOf(function, seqNum, "could not free sequence number", "could not free sequence number");
 }
 
-/// Whether the system gives the value of a closed handle to the next object, so that nobody can tell it from a stale one.
+/// Whether the system gives the value of a closed handle to the next object, so that nobody can tell it from a stale
+/// one.
 bool HandleValuesComeAgain() {
   const platform::Handle first = platform::createEvent(false, false);
   platform::closeHandle(first);

@@ -131,10 +131,6 @@ std::uint32_t waitForAny(std::uint32_t count, const Handle* objects, std::uint32
 /// stale handle.
 bool closeHandle(Handle handle);
 
-/// How many handles are open in this process, for tests of what is left behind. On Windows that counts handles of every
-/// origin, so only two counts taken of the same quiet process can be compared.
-std::size_t openHandles();
-
 void sleepFor(std::uint32_t milliseconds);
 
 // ---------------------------------------------------------------------------------------------------------------------

@@ -3,6 +3,7 @@
 #include "async/async_test.h"
 #include "platform/platform.h"
 #include "support/platform_calls.h"
+#include "support/process_resources.h"
 
 namespace kel::test {
 namespace {
@@ -94,14 +95,14 @@ TEST_F(SendingTest, ARecordIsSentAsItIsAndStaysTheCallers) {
 
 TEST_F(SendingTest, ATaskThatWantsNoAnswerGetsNoNumberAndNoThread) {
   for (const std::uint8_t responseExpected : std::initializer_list<std::uint8_t>{0, 2, 255}) {
-    const std::size_t handles = platform::openHandles();
+    const auto handles = OpenHandles();
     const Asked asked = InvokeAsync(handle, kDebugRef, OnTask, nullptr, responseExpected, 1, 0x77000000);
     EXPECT_EQ(asked.status, kStatusOk);
     EXPECT_EQ(asked.seqNum, kUnwritten);
     EXPECT_EQ(LastRequest().seqTUI, 0x77000000u);
     EXPECT_EQ(LastRequest().responseExpected, responseExpected);
     EXPECT_EQ(inside().threads(), 0);
-    EXPECT_EQ(platform::openHandles(), handles);
+    EXPECT_EQ(OpenHandles(), handles);
   }
   EXPECT_EQ(InvokeAsync(handle, kDebugRef, OnTask).seqNum, 0u);
 }
@@ -124,7 +125,7 @@ TEST_F(SendingTest, AStreamOpensASequenceWhateverAnswerIsExpected) {
 
 TEST_F(SendingTest, ASixtyFifthSequenceIsRefused) {
   openAll();
-  const std::size_t handles = platform::openHandles();
+  const auto handles = OpenHandles();
   for (KEL_StreamCallback streamCallback : {KEL_StreamCallback{nullptr}, KEL_StreamCallback{OnStream}}) {
     const Asked refused = InvokeAsync(handle, kDebugRef, OnTask, streamCallback);
     EXPECT_EQ(refused.status, kStatusFailed);
@@ -132,7 +133,7 @@ TEST_F(SendingTest, ASixtyFifthSequenceIsRefused) {
   }
   EXPECT_EQ(IssueAsync(handle, kDebugRefTui, OnCommand).status, kStatusFailed);
   EXPECT_EQ(inside().threads(), 64);
-  EXPECT_EQ(platform::openHandles(), handles);
+  EXPECT_EQ(OpenHandles(), handles);
   EXPECT_EQ(Requests(), 64u);
   EXPECT_EQ(InvokeAsync(handle, kDebugRef, OnTask, nullptr, 0).status, kStatusOk);  // needs no number
 }
@@ -157,19 +158,19 @@ TEST_F(SendingTest, ANumberThatWasFreedIsNotSeenBeforeTheOthers) {
 // ---------------------------------------------------------------------------------------------------------------------
 
 TEST_F(SendingTest, AnUnknownNameIsRefusedWithNothingMade) {
-  const std::size_t handles = platform::openHandles();
+  const auto handles = OpenHandles();
   for (const char* name : {"NO_SUCH_TASK", "", static_cast<const char*>(nullptr)}) {
     const Asked refused = InvokeAsync(handle, name, OnTask, OnStream);
     EXPECT_EQ(refused.status, kStatusFailed);
     EXPECT_EQ(refused.seqNum, kUnwritten);
   }
   EXPECT_EQ(Requests(), 0u);
-  EXPECT_EQ(platform::openHandles(), handles);
+  EXPECT_EQ(OpenHandles(), handles);
   EXPECT_EQ(InvokeAsync(handle, kDebugRef, OnTask).seqNum, 0u);
 }
 
 TEST_F(SendingTest, ARequestThatIsNotSentLeavesNothingAndCallsNobody) {
-  const std::size_t handles = platform::openHandles();
+  const auto handles = OpenHandles();
   refuseRequests();
   EXPECT_EQ(InvokeAsync(handle, kDebugRef, OnTask).status, 14u);
   EXPECT_EQ(InvokeAsync(handle, kDebugRef, OnTask, OnStream).status, 14u);
@@ -177,7 +178,7 @@ TEST_F(SendingTest, ARequestThatIsNotSentLeavesNothingAndCallsNobody) {
   for (std::uint32_t seqNum = 0; seqNum < 3; ++seqNum) waitUntilFreed(seqNum);
   waitForThreads();
   EXPECT_EQ(inside().threads(), 0);
-  EXPECT_EQ(platform::openHandles(), handles);
+  EXPECT_EQ(OpenHandles(), handles);
   EXPECT_THAT(gCalls.waitFor(0), IsEmpty());
 }
 

@@ -5,6 +5,7 @@
 #include "async/async_test.h"
 #include "async/said.h"
 #include "support/platform_calls.h"
+#include "support/process_resources.h"
 
 namespace kel::test {
 namespace {
@@ -157,7 +158,7 @@ TEST_F(ThreadsTest, DisposalOfAFreedNumberIsASilentSuccess) {
 }
 
 TEST_F(ThreadsTest, DisposalStopsTheThreadWhichFreesTheSequence) {
-  const std::size_t handles = platform::openHandles();
+  const auto handles = OpenHandles();
   const std::uint32_t seqNum = open();
   EXPECT_EQ(EngineSays([&] {
               {
@@ -171,7 +172,7 @@ TEST_F(ThreadsTest, DisposalStopsTheThreadWhichFreesTheSequence) {
             Disposed(seqNum).freed(seqNum));
   EXPECT_FALSE(isOpen(seqNum));
   EXPECT_EQ(inside().threads(), 0);
-  while (platform::openHandles() > handles) std::this_thread::yield();
+  while (OpenHandles() > handles) std::this_thread::yield();
   EXPECT_THAT(gCalls.waitFor(0), IsEmpty());
 }
 

@@ -6,6 +6,7 @@
 #include "engine/IncomingData.h"
 #include "engine/engine_test.h"
 #include "platform/platform.h"
+#include "support/process_resources.h"
 
 namespace kel::test {
 namespace {
@@ -56,13 +57,13 @@ class LifecycleTest : public EngineTest {
   /// Everything that a failed start could have left: a row of the adapter, a connection, a handle.
   void expectNothingLeft() const {
     EXPECT_EQ(OpenConnections(), 0u);
-    EXPECT_EQ(platform::openHandles(), mHandles);
+    EXPECT_EQ(OpenHandles(), mHandles);
     for (std::uint32_t handle = 0; handle < 16; ++handle) EXPECT_EQ(GetBrelInst(handle), nullptr);
   }
-  void countHandles() { mHandles = platform::openHandles(); }
+  void countHandles() { mHandles = OpenHandles(); }
 
  private:
-  std::size_t mHandles = 0;
+  std::optional<std::size_t> mHandles;
 };
 
 // ---------------------------------------------------------------------------------------------------------------------

@@ -4,6 +4,7 @@
 #include <atomic>
 
 #include "platform/background.h"
+#include "support/process_resources.h"
 
 namespace kel::platform {
 namespace {
@@ -111,7 +112,7 @@ TEST(Event, WaitersAreServedInTheOrderOfTheirComing) {
 // The waiter is free to close the event while its setter is still inside setEvent().
 TEST(Event, TheWokenThreadMayCloseTheEventAtOnce) {
   constexpr int kTimes = 5000;
-  const std::size_t open = openHandles();
+  const auto open = test::OpenHandles();
   {
     const Owned offered(createEvent(kAuto, false));
     std::atomic<Handle> event = nullptr;
@@ -129,17 +130,17 @@ TEST(Event, TheWokenThreadMayCloseTheEventAtOnce) {
       ASSERT_TRUE(setEvent(event));
     }
   }
-  EXPECT_EQ(openHandles(), open);
+  EXPECT_EQ(test::OpenHandles(), open);
 }
 
 TEST(Event, ThousandsOfEventsLeaveNothingBehind) {
-  const std::size_t open = openHandles();
+  const auto open = test::OpenHandles();
   for (int i = 0; i < 5000; ++i) {
     const Handle event = createEvent(kAuto, false);
     ASSERT_NE(event, nullptr);
     ASSERT_TRUE(closeHandle(event));
   }
-  EXPECT_EQ(openHandles(), open);
+  EXPECT_EQ(test::OpenHandles(), open);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "platform/background.h"
+#include "support/process_resources.h"
 
 namespace kel::platform {
 namespace {
@@ -132,9 +133,9 @@ TEST(Mutex, AThreadThatOwnsSeveralAbandonsThemAll) {
 }
 
 TEST(Mutex, AMutexClosedWhileOwnedLeavesNothingBehind) {
-  const std::size_t open = openHandles();
+  const auto open = test::OpenHandles();
   for (int i = 0; i < 100; ++i) ASSERT_TRUE(closeHandle(createMutex(true)));
-  EXPECT_EQ(openHandles(), open);
+  EXPECT_EQ(test::OpenHandles(), open);
 }
 
 TEST(Mutex, AWaitForATakenMutexTimesOut) {

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "platform/background.h"
+#include "support/process_resources.h"
 
 namespace kel::platform {
 namespace {
@@ -102,7 +103,7 @@ TEST_F(Stress, ObjectsThatComeAndGoLeaveNothingBehind) {
   {
     const Background warmUp([] {});
   }
-  const std::size_t open = openHandles();
+  const auto open = test::OpenHandles();
   onAllThreads([](Random& random) {
     const Owned event(createEvent(below(2, random) == 0, below(2, random) == 0));
     const Owned mutex(createMutex(below(2, random) == 0));
@@ -114,7 +115,7 @@ TEST_F(Stress, ObjectsThatComeAndGoLeaveNothingBehind) {
       EXPECT_LT(waitForAny(2, objects.data(), 0), 2U);
     }
   });
-  EXPECT_EQ(openHandles(), open);
+  EXPECT_EQ(test::OpenHandles(), open);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // Threads and their handles.
 #include "platform/background.h"
+#include "support/process_resources.h"
 
 namespace kel::platform {
 namespace {
@@ -77,11 +78,11 @@ TEST(Thread, HundredsOfThreadsLeaveNothingBehind) {
   {
     const Background warmUp([] {});
   }
-  const std::size_t open = openHandles();
+  const auto open = test::OpenHandles();
   for (int i = 0; i < 300; ++i) {
     const Background thread([] {});
   }
-  EXPECT_EQ(openHandles(), open);
+  EXPECT_EQ(test::OpenHandles(), open);
 }
 
 }  // namespace

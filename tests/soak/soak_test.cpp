@@ -9,8 +9,8 @@
 #include "adapter/TaskRecord.h"
 #include "engine/Brel.h"
 #include "platform/platform.h"
-#include "soak/process_resources.h"
 #include "support/core_process.h"
+#include "support/process_resources.h"
 #include "support/registry_settings.h"
 #include "support/scratch_directory.h"
 
@@ -33,7 +33,7 @@ std::size_t HeapBytesOfBlock(std::size_t size) {
 
 /// What a process holds at one moment.
 struct Held {
-  std::size_t handles = platform::openHandles();
+  std::optional<std::size_t> handles = OpenHandles();
   std::size_t threads = LivingThreads();
   std::optional<std::size_t> descriptors = OpenDescriptors();
   std::optional<std::size_t> heap = HeapBytes();

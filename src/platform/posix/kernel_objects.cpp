@@ -215,7 +215,7 @@ bool closeHandle(Handle handle) {
   return close(handle);
 }
 
-std::size_t openHandles() {
+std::size_t posix::openHandles() {
   const Operation operation;
   return gOpenHandles;
 }

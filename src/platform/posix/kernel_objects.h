@@ -81,6 +81,9 @@ class Thread {
 
 Thread& currentThread();
 
+/// For tests of what is left behind.
+std::size_t openHandles();
+
 extern constinit FutexLock gLock;
 
 /// One operation: holds gLock, and behind it wakes those whom the operation released.

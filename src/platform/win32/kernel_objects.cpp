@@ -16,10 +16,4 @@ bool releaseMutex(Handle mutex) { return ReleaseMutex(mutex) != 0; }
 
 bool closeHandle(Handle handle) { return CloseHandle(handle) != 0; }
 
-std::size_t openHandles() {
-  DWORD count = 0;
-  GetProcessHandleCount(GetCurrentProcess(), &count);
-  return count;
-}
-
 }  // namespace kel::platform

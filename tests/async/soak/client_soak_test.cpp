@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "interface/client.h"
-#include "soak/process_resources.h"
+#include "support/process_resources.h"
 
 namespace kel::test {
 namespace {

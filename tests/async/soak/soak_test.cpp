@@ -2,7 +2,7 @@
 #include <semaphore>
 
 #include "async/async_test.h"
-#include "soak/process_resources.h"
+#include "support/process_resources.h"
 
 namespace kel::test {
 namespace {
@@ -53,7 +53,7 @@ void AskFor(std::uint32_t handle, std::uint32_t commandID) {
 
 TEST_F(AsyncSoakTest, EachTaskOfFourThreadsIsAnsweredOnceAndLeavesNothing) {
   SluiceHubSim_ClearRules();
-  const std::size_t handles = platform::openHandles();
+  const auto handles = OpenHandles();
   const std::size_t threads = LivingThreads();
   const auto descriptors = OpenDescriptors();
   std::vector<std::thread> clients;
@@ -70,7 +70,7 @@ TEST_F(AsyncSoakTest, EachTaskOfFourThreadsIsAnsweredOnceAndLeavesNothing) {
   for (const auto& count : gAnswers) once += count == 1;
   EXPECT_EQ(once, kTasks);
   waitUntilLiving(threads);
-  EXPECT_EQ(platform::openHandles(), handles);
+  EXPECT_EQ(OpenHandles(), handles);
   EXPECT_EQ(OpenDescriptors(), descriptors);
 }
 

@@ -3,6 +3,7 @@
 
 #include "engine/engine_test.h"
 #include "platform/platform.h"
+#include "platform/posix/kernel_objects.h"
 #include "support/posix/exhausted_handles.h"
 
 namespace kel::test {
@@ -20,7 +21,7 @@ class StartTest : public EngineTest, public ::testing::WithParamInterface<Shorta
 TEST_P(StartTest, FailsWithOneAndLeavesNothingOpen) {
   const Shortage& shortage = GetParam();
   const ExhaustedHandles exhausted(shortage.handles);
-  const std::size_t open = platform::openHandles();
+  const std::size_t open = platform::posix::openHandles();
   std::uint32_t handle = 0;
   auto engine = AddBrelInst(&handle);
   engine->mBroadcastCallback = [](auto...) {};
@@ -32,7 +33,7 @@ TEST_P(StartTest, FailsWithOneAndLeavesNothingOpen) {
               ::testing::HasSubstr(told.error("init", shortage.initProblem).info("Finalize", "Start \n").text()));
   engine.reset();
   RemoveBrelInst(handle);
-  EXPECT_EQ(platform::openHandles(), open);
+  EXPECT_EQ(platform::posix::openHandles(), open);
   EXPECT_EQ(OpenConnections(), 0u);
 }
 

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "listeners/listener_test.h"
+#include "platform/posix/kernel_objects.h"
 #include "support/posix/exhausted_handles.h"
 
 namespace kel::test {
@@ -23,14 +24,14 @@ TYPED_TEST(StarvedListener, HasNoDataEvent) {
 
 TYPED_TEST(StarvedListener, KeepsItsFirstEventForTheShutdown) {
   const ExhaustedHandles handles(1);
-  const std::size_t before = platform::openHandles();
+  const std::size_t before = platform::posix::openHandles();
   EXPECT_EQ(this->init(), LISTENER_INIT_FAILED);
   EXPECT_EQ(this->dataEvent, nullptr);
   EXPECT_EQ(this->stopWaitEvent, nullptr);
-  EXPECT_EQ(platform::openHandles(), before + 1);
+  EXPECT_EQ(platform::posix::openHandles(), before + 1);
   EXPECT_EQ(this->console(), "init - could not create mStopWaitEvent \n");
   EXPECT_EQ(this->listener->shutdown(), LISTENER_SHUTDOWN_OK);
-  EXPECT_EQ(platform::openHandles(), before);
+  EXPECT_EQ(platform::posix::openHandles(), before);
 }
 
 TYPED_TEST(StarvedListener, DoesNotStartWithoutAThread) {

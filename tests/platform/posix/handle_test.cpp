@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/background.h"
+#include "platform/posix/kernel_objects.h"
 
 namespace kel::platform {
 namespace {
@@ -23,13 +24,13 @@ TEST(Handle, AClosedOneStaysStaleWhenItsSlotIsUsedAgain) {
 }
 
 TEST(Handle, ThousandsMayBeOpenAtOnce) {
-  const std::size_t open = openHandles();
+  const std::size_t open = posix::openHandles();
   std::vector<Handle> events;
   for (int i = 0; i < 5000; ++i) events.push_back(createEvent(false, true));
-  EXPECT_EQ(openHandles(), open + events.size());
+  EXPECT_EQ(posix::openHandles(), open + events.size());
   for (const Handle event : events) EXPECT_EQ(waitForOne(event, 0), kWaitObject);
   for (const Handle event : events) EXPECT_TRUE(closeHandle(event));
-  EXPECT_EQ(openHandles(), open);
+  EXPECT_EQ(posix::openHandles(), open);
 }
 
 TEST(Handle, WhatWasNeverAHandleIsRefused) {
@@ -44,7 +45,7 @@ TEST(Handle, WhatWasNeverAHandleIsRefused) {
 TEST(Handle, StaleOnesAreHarmlessUnderRandomUse) {
   const unsigned seed = std::random_device()();
   std::printf("seed %u\n", seed);
-  const std::size_t open = openHandles();
+  const std::size_t open = posix::openHandles();
   std::array<std::atomic<Handle>, 8> places{};
   const auto use = [&](unsigned number) {
     std::mt19937 random(seed + number);
@@ -83,7 +84,7 @@ TEST(Handle, StaleOnesAreHarmlessUnderRandomUse) {
   for (unsigned i = 0; i < 4; ++i) threads.emplace_back(use, i);
   for (std::thread& thread : threads) thread.join();
   for (std::atomic<Handle>& place : places) closeHandle(place);
-  EXPECT_EQ(openHandles(), open);
+  EXPECT_EQ(posix::openHandles(), open);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // What is left of sequences that were freed.
 #include <malloc.h>
 
+#include "platform/posix/kernel_objects.h"
 #include "sequencer/sequencer_test.h"
 
 namespace kel::test {
@@ -25,16 +26,16 @@ TEST_F(QuietSequencer, LeavesNoMemoryBehind) {
 
 TEST_F(QuietSequencer, LeavesNoHandleBehind) {
   sequencer.reset();
-  const std::size_t before = platform::openHandles();
+  const std::size_t before = platform::posix::openHandles();
   sequencer = std::make_unique<BrelTasksSequencer>();
-  EXPECT_EQ(platform::openHandles(), before + 1);
+  EXPECT_EQ(platform::posix::openHandles(), before + 1);
   assign();
   const Opened opened = assign();
-  EXPECT_EQ(platform::openHandles(), before + 7);
+  EXPECT_EQ(platform::posix::openHandles(), before + 7);
   EXPECT_EQ(sequencer->FreeSequence(opened.seqNum), SEQ_FREE_OK);
-  EXPECT_EQ(platform::openHandles(), before + 4);
+  EXPECT_EQ(platform::posix::openHandles(), before + 4);
   sequencer.reset();
-  EXPECT_EQ(platform::openHandles(), before);
+  EXPECT_EQ(platform::posix::openHandles(), before);
 }
 
 }  // namespace

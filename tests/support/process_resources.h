@@ -9,6 +9,9 @@ namespace kel::test {
 /// Threads that live.
 std::size_t LivingThreads();
 
+/// Open handles of the platform's objects; none where the system does not count them.
+std::optional<std::size_t> OpenHandles();
+
 /// Files and the like that are open; none where these are handles and are counted as such.
 std::optional<std::size_t> OpenDescriptors();
 

@@ -1,4 +1,4 @@
-#include "soak/process_resources.h"
+#include "support/process_resources.h"
 
 #include <malloc.h>
 

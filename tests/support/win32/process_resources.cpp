@@ -1,4 +1,4 @@
-#include "soak/process_resources.h"
+#include "support/process_resources.h"
 
 #include <windows.h>
 
@@ -17,6 +17,9 @@ std::size_t LivingThreads() {
   CloseHandle(snapshot);
   return count;
 }
+
+// Windows counts handles of every origin together, and Wine none at all.
+std::optional<std::size_t> OpenHandles() { return {}; }
 
 std::optional<std::size_t> OpenDescriptors() { return {}; }
 

@@ -12,14 +12,19 @@
 
 namespace {
 
-void* Context() {
-  static void* const context = zmq_ctx_new();
-  return context;
-}
+/// One for each run: a closed socket keeps its address for a while, in the context that it belongs to.
+class Context {
+ public:
+  ~Context() { zmq_ctx_term(mContext); }
+  void* get() const { return mContext; }
+
+ private:
+  void* const mContext = zmq_ctx_new();
+};
 
 class Socket {
  public:
-  explicit Socket(int type) : mSocket(zmq_socket(Context(), type)) {
+  Socket(const Context& context, int type) : mSocket(zmq_socket(context.get(), type)) {
     // Queues without a limit, like the library's; nothing is kept at the end.
     const int none = 0;
     zmq_setsockopt(mSocket, ZMQ_SNDHWM, &none, sizeof none);
@@ -51,8 +56,8 @@ class Echo {
  public:
   Echo() {
     mNear.bind("inproc://echo");
-    mThread = std::thread([] {
-      Socket far(ZMQ_PAIR);
+    mThread = std::thread([this] {
+      Socket far(mContext, ZMQ_PAIR);
       far.connect("inproc://echo");
       std::vector<char> bytes(bench::kRefSize);
       while (const std::size_t size = far.receive(bytes.data(), bytes.size())) far.send(bytes.data(), size);
@@ -68,7 +73,8 @@ class Echo {
   Socket& socket() { return mNear; }
 
  private:
-  Socket mNear{ZMQ_PAIR};
+  const Context mContext;
+  Socket mNear{mContext, ZMQ_PAIR};
   std::thread mThread;
 };
 
@@ -105,7 +111,8 @@ void Series(benchmark::State& state, Socket& from, Socket& to) {
 }
 
 void ZeroMqPushPull(benchmark::State& state) {
-  Socket pull(ZMQ_PULL), push(ZMQ_PUSH);
+  const Context context;
+  Socket pull(context, ZMQ_PULL), push(context, ZMQ_PUSH);
   pull.bind("inproc://push");
   push.connect("inproc://push");
   Series(state, push, pull);
@@ -113,7 +120,8 @@ void ZeroMqPushPull(benchmark::State& state) {
 BENCHMARK(ZeroMqPushPull)->Iterations(20)->UseRealTime();
 
 void ZeroMqPublish(benchmark::State& state) {
-  Socket publisher(ZMQ_XPUB), subscriber(ZMQ_SUB);
+  const Context context;
+  Socket publisher(context, ZMQ_XPUB), subscriber(context, ZMQ_SUB);
   publisher.bind("inproc://publish");
   subscriber.connect("inproc://publish");
   subscriber.subscribe();
@@ -125,10 +133,11 @@ void ZeroMqPublish(benchmark::State& state) {
 BENCHMARK(ZeroMqPublish)->Iterations(20)->UseRealTime();
 
 void ZeroMqConnect(benchmark::State& state) {
-  Socket server(ZMQ_ROUTER);
+  const Context context;
+  Socket server(context, ZMQ_ROUTER);
   server.bind("inproc://connect");
   for (auto _ : state) {
-    Socket client(ZMQ_DEALER);
+    Socket client(context, ZMQ_DEALER);
     client.connect("inproc://connect");
   }
 }

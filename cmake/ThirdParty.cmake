@@ -11,3 +11,8 @@ endif()
 file(COPY /usr/include/CLI DESTINATION "${PROJECT_BINARY_DIR}/third_party/include")
 add_library(CLI11 INTERFACE)
 target_include_directories(CLI11 SYSTEM INTERFACE "${PROJECT_BINARY_DIR}/third_party/include")
+
+# So is nlohmann-json.
+file(COPY /usr/include/nlohmann DESTINATION "${PROJECT_BINARY_DIR}/third_party/include")
+add_library(nlohmann_json INTERFACE)
+target_include_directories(nlohmann_json SYSTEM INTERFACE "${PROJECT_BINARY_DIR}/third_party/include")

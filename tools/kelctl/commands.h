@@ -63,6 +63,8 @@ int listen(const ListenOptions& options);
 int validate(const ValidateOptions& options);
 /// Lists a task table; the built-in one if `table` is empty.
 int tasks(const std::string& table);
+/// Tells the mistakes of a scenario for the stand-in device on standard error.
+int checkScenario(const std::string& file);
 int version();
 
 /// The library's version as "4.1.0.21".

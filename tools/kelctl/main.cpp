@@ -129,6 +129,14 @@ void addTasks(CLI::App& app, Action& action) {
   verb->callback([table, &action] { action = [table] { return kelctl::tasks(*table); }; });
 }
 
+void addScenario(CLI::App& app, Action& action) {
+  auto file = std::make_shared<std::string>();
+  CLI::App* verb = app.add_subcommand("scenario", "Scenarios of the stand-in device")->require_subcommand(1);
+  CLI::App* check = verb->add_subcommand("check", "Tell the mistakes of a scenario's file");
+  check->add_option("FILE", *file, "The file")->required()->check(existingFile());
+  check->callback([file, &action] { action = [file] { return kelctl::checkScenario(*file); }; });
+}
+
 void addVersion(CLI::App& app, Action& action) {
   app.add_subcommand("version", "Print the versions of library and kelctl")->callback([&action] {
     action = kelctl::version;
@@ -152,6 +160,7 @@ int main(int argc, char** argv) {
   addListen(app, action);
   addValidate(app, action);
   addTasks(app, action);
+  addScenario(app, action);
   addVersion(app, action);
   try {
     app.parse(argc, argv);

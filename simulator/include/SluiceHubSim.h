@@ -265,6 +265,17 @@ SLUICEHUBSIM_API uint32_t SluiceHubSim_WaitForRequests(uint64_t count, uint32_t 
     Not to be called by a handler. Returns 1, or 0 after the time-out. */
 SLUICEHUBSIM_API uint32_t SluiceHubSim_WaitIdle(uint32_t timeoutMs);
 
+/**
+ * Begins a capture: every L5 message and event of the process from now on, in a pcapng file of link type USER0.
+ * docs/captures.md tells how to read it. The environment variable SLUICEHUB_CAPTURE names a file to begin with the first
+ * connection, and goes before this. The capture ends with the process; SluiceHubSim_Reset leaves it alone.
+ *
+ * fileName    Its file, in UTF-8, which is made anew. `%p` in it becomes digits that differ from process to process.
+ *
+ * Returns 1, or 0 if there was a capture already or the file cannot be opened, which standard error is told as well.
+ */
+SLUICEHUBSIM_API uint32_t SluiceHubSim_StartCapture(const char* fileName);
+
 /* ---- Traces ---- */
 
 /** A trace, its texts cut to the room here. */

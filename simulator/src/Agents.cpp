@@ -185,6 +185,7 @@ Reply AskL4msgProxy(Hub& hub, Connection& connection, const Message& message, Co
   Reply reply = MakeL4Reply(rule.what.L4status, rule.what.L4error);
   reply.status = rule.what.sendStatus;
   reply.ID = rule.what.replyID;
+  if (matched != nullptr && hub.capture.IsOn()) reply.comment = matched->Describe();
   if (Refuses(rule.what)) return reply;
 
   if (!hub.device.Act(request, hub.answer) && !rule.Answers()) {

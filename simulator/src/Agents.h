@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <string>
 
 #include "Hub.h"
 
@@ -14,6 +15,7 @@ struct Reply {
   std::uint32_t ID = 0;
   std::uint32_t size = 0;
   std::array<std::uint8_t, sizeof(KelRequestReply)> bytes{};
+  std::string comment{};  ///< for a capture
 };
 
 /// KelProxyAgent hands out socket IDs and takes them back.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <string_view>
 
 #include "Hub.h"
 #include "SluiceHubSim.h"
@@ -13,6 +14,11 @@ namespace {
 /// Orders the heap: what is due first, and of equals what was posted first, stands in front.
 bool IsLater(const std::unique_ptr<Delivery>& a, const std::unique_ptr<Delivery>& b) {
   return a->due != b->due ? a->due > b->due : a->order > b->order;
+}
+
+std::string_view WhyDisconnected(std::uint32_t reason) {
+  if (reason == L5_RESULT_USER_REQUESTED_DISCONNECT) return "its owner closed the connection";
+  return reason == SLUICEHUBSIM_REASON_SHUTDOWN ? "the device was shut down" : "the link was lost";
 }
 
 }  // namespace
@@ -81,6 +87,7 @@ void Connection::Close(std::unique_lock<std::mutex>& lock) {
   if (OnOwnThread()) {
     mThread.detach();
     mDisconnectReported = true;
+    RecordEvent(L5_EVENT_DISCONNECTED, L5_RESULT_USER_REQUESTED_DISCONNECT);
     lock.unlock();
     HandOwnDisconnect();
     return;
@@ -108,6 +115,7 @@ void Connection::Run() {
   }
   DropAll();
   if (mClosing && !mDisconnectReported) {
+    RecordEvent(L5_EVENT_DISCONNECTED, L5_RESULT_USER_REQUESTED_DISCONNECT);
     lock.unlock();
     HandOwnDisconnect();
     lock.lock();
@@ -128,6 +136,7 @@ void Connection::DeliverNext(std::unique_lock<std::mutex>& lock) {
     return;
   }
 
+  Record(*delivery);
   mCurrent = delivery.get();
   lock.unlock();
   Hand(*delivery);
@@ -160,6 +169,28 @@ void Connection::CountTowardsHeld(std::uint64_t deliveredOrder) {
       ++held;
     }
   }
+}
+
+void Connection::Record(const Delivery& delivery) const {
+  if (!mHub.capture.IsOn()) return;
+  if (delivery.kind == Delivery::Kind::kEvent) {
+    RecordEvent(delivery.ID, delivery.reason);
+    return;
+  }
+  mHub.capture.Add({.kind = CaptureKind::kMessage,
+                    .connection = mNumber,
+                    .agent = L5_AGENT_KELPROXY,
+                    .ID = delivery.ID,
+                    .body = delivery.body,
+                    .comment = mMessages != nullptr ? "" : "there is no handler for it"});
+}
+
+void Connection::RecordEvent(std::uint32_t event, std::uint32_t reason) const {
+  if (!mHub.capture.IsOn()) return;
+  std::string_view comment;
+  if (event == L5_EVENT_DISCONNECTED) comment = WhyDisconnected(reason);
+  mHub.capture.Add(
+      {.kind = CaptureKind::kEvent, .connection = mNumber, .ID = event, .status = reason, .comment = comment});
 }
 
 void Connection::Hand(const Delivery& delivery) const {

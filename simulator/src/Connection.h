@@ -50,8 +50,9 @@ struct Delivery {
 /// All members behind the constants, and all functions but Run, are guarded by the hub's lock.
 class Connection {
  public:
-  Connection(Hub& hub, std::uint64_t value, L5MessagesHandler messages, L5EventHandler events, std::uint32_t* context)
-      : mHub(hub), mValue(value), mMessages(messages), mEvents(events), mContext(context) {}
+  Connection(Hub& hub, std::uint32_t number, std::uint64_t value, L5MessagesHandler messages, L5EventHandler events,
+             std::uint32_t* context)
+      : mHub(hub), mNumber(number), mValue(value), mMessages(messages), mEvents(events), mContext(context) {}
 
   /// Starts the delivery thread, which keeps `self` until it ends. Throws if there are no threads left.
   void Start(const std::shared_ptr<Connection>& self);
@@ -72,6 +73,7 @@ class Connection {
   /// thread itself the report is made at once, and the thread ends when the handler that it is in has returned.
   void Close(std::unique_lock<std::mutex>& lock);
 
+  std::uint32_t Number() const { return mNumber; }
   std::uint64_t Value() const { return mValue; }
   bool IsLost() const { return mLost; }
   bool IsIdle() const { return mQueue.empty() && mCurrent == nullptr; }
@@ -87,12 +89,15 @@ class Connection {
   void DeliverNext(std::unique_lock<std::mutex>& lock);
   void Hand(const Delivery& delivery) const;
   void HandOwnDisconnect() const;
+  void Record(const Delivery& delivery) const;
+  void RecordEvent(std::uint32_t event, std::uint32_t reason) const;
   void Push(std::unique_ptr<Delivery> delivery);
   void CountTowardsHeld(std::uint64_t deliveredOrder);
   void DropAll();
   void Finish(std::unique_ptr<Delivery> delivery);
 
   Hub& mHub;
+  const std::uint32_t mNumber;  ///< 1 for the first connection of the process
   const std::uint64_t mValue;
   const L5MessagesHandler mMessages;
   const L5EventHandler mEvents;

@@ -61,6 +61,15 @@ SLUICE_HUB_EXPORT void SluiceHubSim_Reset(void) {
   kel::sim::ResetTraces();
 }
 
+SLUICE_HUB_EXPORT uint32_t SluiceHubSim_StartCapture(const char* fileName) {
+  Hub& hub = TheHub();
+  const std::lock_guard lock(hub.mutex);
+  hub.capture.StartFromEnvironment();
+  if (!hub.capture.Start(fileName)) return 0;
+  if (!hub.connections.empty()) hub.capture.StartWriting();
+  return 1;
+}
+
 SLUICE_HUB_EXPORT uint32_t SluiceHubSim_AddRule(const SluiceHubSimRule* rule) {
   Hub& hub = TheHub();
   const std::lock_guard lock(hub.mutex);

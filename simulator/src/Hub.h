@@ -13,6 +13,7 @@
 #include <span>
 #include <vector>
 
+#include "Capture.h"
 #include "Connection.h"
 #include "DeviceModel.h"
 #include "Rules.h"
@@ -38,6 +39,7 @@ struct Hub {
   DeviceModel device;
   Answer answer;  ///< serves one request after the other
   SluiceHubSimCounts counts{};
+  Capture capture;
 
   std::uint32_t runningThreads = 0;
   bool halted = false;  ///< the process ends: delivery threads deliver nothing more

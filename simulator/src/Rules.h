@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "SluiceHubSim.h"
@@ -16,6 +17,8 @@ struct Rule {
   std::uint32_t uses = 0;
 
   bool Has(std::uint32_t flag) const { return (what.flags & flag) != 0; }
+  /// What it does, in words for a capture.
+  std::string Describe() const;
   /// It says itself what comes back, so that the device need not know the task.
   bool Answers() const { return Has(SLUICEHUBSIM_DATA | SLUICEHUBSIM_BODY | SLUICEHUBSIM_STREAM | SLUICEHUBSIM_DROP); }
 };

@@ -1,0 +1,13 @@
+# find_package(KELHandler 4.1 [REQUIRED] [COMPONENTS Simulator])
+#
+# Gives the target KELHandler::KELHandler, and where the stand-in pipe library is installed KELHandler::SluiceHub, for
+# programs that call its controls (SluiceHubSim.h). Other programs need not name the pipe library.
+include("${CMAKE_CURRENT_LIST_DIR}/KELHandlerTargets.cmake")
+include("${CMAKE_CURRENT_LIST_DIR}/SluiceHubTargets.cmake" OPTIONAL RESULT_VARIABLE KELHandler_Simulator_FOUND)
+
+foreach(component IN LISTS KELHandler_FIND_COMPONENTS)
+  if(KELHandler_FIND_REQUIRED_${component} AND NOT KELHandler_${component}_FOUND)
+    set(KELHandler_FOUND FALSE)
+    set(KELHandler_NOT_FOUND_MESSAGE "KELHandler is there, but not its component ${component}")
+  endif()
+endforeach()

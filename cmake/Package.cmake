@@ -1,0 +1,57 @@
+# What `cpack` makes: Debian packages, one for each component, or one zip of everything for Windows.
+set(CPACK_PACKAGE_NAME "${PROJECT_NAME}")
+set(CPACK_PACKAGE_VENDOR "The KELHandler developers")
+set(CPACK_PACKAGE_CONTACT "The KELHandler developers <kelhandler@example.org>" CACHE STRING
+    "Who answers for the packages: name <address>")
+set(CPACK_PACKAGE_VERSION "${PROJECT_VERSION}")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_COMPONENTS_ALL Runtime Development Simulator Tools)
+set(CPACK_GENERATOR DEB)
+if(WIN32)
+  set(CPACK_GENERATOR ZIP)
+endif()
+
+# ---- Debian packages ----
+
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+set(CPACK_DEBIAN_PACKAGE_SOURCE kelhandler)
+set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_LIBRARY_OUTPUT_DIRECTORY}")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has its own
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME "libkelhandler${PROJECT_VERSION_MAJOR}")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "control library for a communications device
+Sends tasks to the device and brings back its answers, streams and broadcasts.
+It reaches the device through a pipe library, libSluiceHub.so.")
+
+# Whatever provides a libSluiceHub.so takes the place of the stand-in: two of them would be one file.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "sluicehub-simulator | libsluicehub")
+set(CPACK_DEBIAN_SIMULATOR_PACKAGE_PROVIDES libsluicehub)
+set(CPACK_DEBIAN_SIMULATOR_PACKAGE_CONFLICTS libsluicehub)
+set(CPACK_DEBIAN_SIMULATOR_PACKAGE_REPLACES libsluicehub)
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libkelhandler-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS Runtime)
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "control library for a communications device (development files)
+The header, what CMake and pkg-config find the library by, and the documents.")
+
+set(CPACK_DEBIAN_SIMULATOR_PACKAGE_NAME sluicehub-simulator)
+set(CPACK_DEBIAN_SIMULATOR_PACKAGE_SECTION libs)
+set(CPACK_COMPONENT_SIMULATOR_DESCRIPTION "stand-in pipe library with a device behind it
+Lets programs that control the device run where there is none. Its controls
+are in SluiceHubSim.h.")
+
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME kelhandler-tools)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
+set(CPACK_COMPONENT_TOOLS_DEPENDS Runtime)
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION "command-line client for a communications device
+kelctl sends tasks, follows streams and listens to broadcasts.")
+
+include(CPack)

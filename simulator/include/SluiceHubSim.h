@@ -10,6 +10,11 @@
  *     late.delayMs = 200;
  *     SluiceHubSim_AddRule(&late);           every response of this task comes 200 ms late
  *
+ * A scenario does much of that with no code: a JSON file that the environment variable SLUICEHUB_SCENARIO names, or
+ * else SluiceHub.json in the working directory. The first connect puts it in force, its rules behind those that there
+ * are then. A scenario with mistakes is told on standard error, and every connect gives
+ * SLUICEHUBSIM_STATUS_BAD_SCENARIO. docs/scenarios.md has the language.
+ *
  * What the device does by itself
  *
  *  - Tasks that get or set the trace path, the 256 severities and the statistics work on a state that this process
@@ -61,6 +66,7 @@ extern "C" {
 #define SLUICEHUBSIM_STATUS_NO_AGENT 3u      /* There is no such peer. */
 #define SLUICEHUBSIM_STATUS_BAD_ARGUMENT 4u  /* A null output, or the body of an indication is malformed. */
 #define SLUICEHUBSIM_STATUS_NO_RESOURCES 5u  /* Out of memory or threads. */
+#define SLUICEHUBSIM_STATUS_BAD_SCENARIO 6u  /* The scenario has mistakes; standard error tells them. */
 
 /* Reason of the disconnect event after TASK_ID_HOST_FRAMEWORK_SHUTDOWN. */
 #define SLUICEHUBSIM_REASON_SHUTDOWN 1u
@@ -74,7 +80,8 @@ extern "C" {
 #define SLUICEHUBSIM_L4_ERROR_UNKNOWN_TASK 513u
 
 /** Everything back to what it was when the library was loaded: rules, results, the device's state, control status and
-    its callbacks, counts, the request log, traces. Open connections and what is on its way to them stay. */
+    its callbacks, counts, the request log, traces. Open connections and what is on its way to them stay. A scenario
+    starts anew, its seed and its counts too, with the next connect; its file is not read again. */
 SLUICEHUBSIM_API void SluiceHubSim_Reset(void);
 
 /* ---- Rules: other answers to task requests ---- */

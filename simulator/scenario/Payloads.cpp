@@ -46,6 +46,16 @@ std::optional<Bytes> FromHex(std::string_view text) {
   return bytes;
 }
 
+/// A scenario has its names in UTF-8, the command line and the environment in the system's encoding: where the two are
+/// not the same, text of the second kind is no text of the first, but for ASCII.
+std::ifstream Open(const std::string& name) {
+  try {
+    return std::ifstream(std::filesystem::path(std::u8string(name.begin(), name.end())), std::ios::binary);
+  } catch (const std::filesystem::filesystem_error&) {
+    return std::ifstream(name, std::ios::binary);
+  }
+}
+
 }  // namespace
 
 std::optional<std::uint32_t> FromHexNumber(std::string_view text) {
@@ -87,7 +97,7 @@ std::string InFolder(const std::string& folder, const std::string& fileName) {
 }
 
 std::string ReadBytes(const std::string& name, std::vector<std::uint8_t>& bytes) {
-  std::ifstream file(name, std::ios::binary);
+  std::ifstream file = Open(name);
   if (!file) return std::string("cannot be opened: ") + std::strerror(errno);
   bytes.resize(kLargestScenarioFile + 1);
   file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));

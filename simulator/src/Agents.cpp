@@ -18,11 +18,20 @@ Reply AcquireSocket(Hub& hub, Connection& connection, std::uint8_t adapterHandle
     reply.bytes[0] = hub.socketReply->socketID;
     return reply;
   }
+  if (const SocketRefusal* refusal = hub.scenario.RefuseSocket()) {
+    reply.status = refusal->sendStatus;
+    reply.ID = refusal->replyID != 0 ? refusal->replyID : KEL_PROXY_L5_MSG_ID_ACQUIRE_SOCKET_ID_RESPONSE;
+    reply.size = 1;
+    reply.bytes[0] = kNoSocket;
+    return reply;
+  }
   const auto free = std::find(hub.socketOwners.begin(), hub.socketOwners.end(), std::uint64_t{0});
   reply.ID = KEL_PROXY_L5_MSG_ID_ACQUIRE_SOCKET_ID_RESPONSE;
   reply.size = 1;
   reply.bytes[0] = static_cast<std::uint8_t>(free - hub.socketOwners.begin());  // 255 when there is none
-  if (free != hub.socketOwners.end()) *free = connection.Value();
+  if (free == hub.socketOwners.end()) return reply;
+  *free = connection.Value();
+  hub.scenario.PlanFor(hub, connection);
   return reply;
 }
 
@@ -77,6 +86,7 @@ bool MakeSeries(const KelRequest& request, const Answer& answer, const Rule& rul
     series.count = rule.what.streamCount;
     series.intervalMs = rule.what.streamIntervalMs;
     series.payloadSize = rule.what.streamPayloadSize;
+    series.payload = rule.streamPayload;
     series.afterEnd = rule.what.streamAfterEnd;
   } else if (answer.follow == Answer::Follow::kNothing) {
     return false;
@@ -106,8 +116,7 @@ void LayOutAnswer(const Connection& connection, const KelRequest& request, const
 
 void PostResponse(Hub& hub, Connection& connection, const KelRequest& request, const Rule& rule,
                   Completion* beforeReply) {
-  auto response =
-      hub.NewDelivery(Delivery::Kind::kMessage, KEL_PROXY_L5_MSG_ID_KEL_RESPONSE_INDICATION, rule.what.delayMs);
+  auto response = hub.NewDelivery(Delivery::Kind::kMessage, KEL_PROXY_L5_MSG_ID_KEL_RESPONSE_INDICATION, rule.delayMs);
   LayOutAnswer(connection, request, hub.answer, rule, response->body);
   response->holdBack = rule.what.holdBack;
   const auto copied = rule.what.copies != 0 ? response->body : std::vector<std::uint8_t>();
@@ -117,18 +126,24 @@ void PostResponse(Hub& hub, Connection& connection, const KelRequest& request, c
   }
   connection.Post(std::move(response));
   for (std::uint32_t i = 0; i < rule.what.copies; ++i) {
-    auto copy =
-        hub.NewDelivery(Delivery::Kind::kMessage, KEL_PROXY_L5_MSG_ID_KEL_RESPONSE_INDICATION, rule.what.delayMs);
+    auto copy = hub.NewDelivery(Delivery::Kind::kMessage, KEL_PROXY_L5_MSG_ID_KEL_RESPONSE_INDICATION, rule.delayMs);
     copy->body = copied;
     copy->holdBack = rule.what.holdBack;
     connection.Post(std::move(copy));
   }
 }
 
+void LoseLink(Hub& hub, Connection& connection, std::uint32_t reason) {
+  connection.LoseLink();
+  auto event = hub.NewDelivery(Delivery::Kind::kEvent, L5_EVENT_DISCONNECTED);
+  event->reason = reason;
+  connection.Post(std::move(event));
+}
+
 void PostAnswer(Hub& hub, Connection& connection, const KelRequest& request, const Rule& rule,
                 Completion* beforeReply) {
   if (hub.answer.endStreamsOf != 0) connection.EndStreams(hub.answer.endStreamsOf);
-  if (rule.Has(SLUICEHUBSIM_DROP)) return;
+  if (rule.drops) return;
 
   Series series;
   const bool hasSeries = MakeSeries(request, hub.answer, rule, series);
@@ -139,8 +154,7 @@ void PostAnswer(Hub& hub, Connection& connection, const KelRequest& request, con
   if (hub.answer.losesLink) connection.HangUp();
   if (!hasSeries) return;
 
-  auto follow =
-      hub.NewDelivery(Delivery::Kind::kSeries, KEL_PROXY_L5_MSG_ID_KEL_RESPONSE_INDICATION, rule.what.delayMs);
+  auto follow = hub.NewDelivery(Delivery::Kind::kSeries, KEL_PROXY_L5_MSG_ID_KEL_RESPONSE_INDICATION, rule.delayMs);
   follow->series = std::move(series);
   if (ackLast) LayOutAnswer(connection, request, hub.answer, rule, follow->series.lastAck);
   connection.Post(std::move(follow));
@@ -187,9 +201,17 @@ Reply AskL4msgProxy(Hub& hub, Connection& connection, const Message& message, Co
   reply.ID = rule.what.replyID;
   if (matched != nullptr && hub.capture.IsOn()) reply.comment = matched->Describe();
   if (Refuses(rule.what)) return reply;
+  if (rule.lostLinkReason) {
+    LoseLink(hub, connection, *rule.lostLinkReason);
+    return reply;
+  }
 
   if (!hub.device.Act(request, hub.answer) && !rule.Answers()) {
     return MakeL4Reply(SLUICEHUBSIM_L4_UNKNOWN_TASK, SLUICEHUBSIM_L4_ERROR_UNKNOWN_TASK);
+  }
+  if (rule.echo) {
+    hub.answer.type = GetTuiType(request.TUI);
+    hub.answer.payload.assign(request.payload.begin(), request.payload.end());
   }
   PostAnswer(hub, connection, request, rule, beforeReply);
   return reply;

@@ -136,6 +136,10 @@ void Connection::DeliverNext(std::unique_lock<std::mutex>& lock) {
     return;
   }
 
+  if (delivery->kind == Delivery::Kind::kLinkLoss) {
+    LoseLink();
+    delivery->kind = Delivery::Kind::kEvent;
+  }
   Record(*delivery);
   mCurrent = delivery.get();
   lock.unlock();

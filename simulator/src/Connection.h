@@ -27,7 +27,7 @@ struct Completion {
 
 /// One thing on its way to a handler.
 struct Delivery {
-  enum class Kind { kMessage, kEvent, kSeries };
+  enum class Kind { kMessage, kEvent, kSeries, kLinkLoss };
 
   Kind kind = Kind::kMessage;
   Clock::time_point due;
@@ -62,7 +62,7 @@ class Connection {
   bool WantsWaking() const { return !mQueue.empty() && mQueue.front()->due < mSleepsUntil; }
   void Wake() { mWake.notify_one(); }
 
-  /// Drops what is on its way, and every send from now on fails.
+  /// Drops what is on its way, and every send from now on fails. The event is the caller's to post.
   void LoseLink();
   /// The same, but what is on its way still comes, and then the event.
   void HangUp();

@@ -80,6 +80,7 @@ bool Hub::GetLogged(std::uint64_t index, SluiceHubSimRequest* request, std::span
 
 void Hub::Reset() {
   rules.Clear();
+  scenario = {};
   device.Reset();
   socketReply.reset();
   counts = {};

@@ -17,6 +17,7 @@
 #include "Connection.h"
 #include "DeviceModel.h"
 #include "Rules.h"
+#include "RunningScenario.h"
 #include "SluiceHubSim.h"
 
 namespace kel::sim {
@@ -36,6 +37,7 @@ struct Hub {
   std::array<std::uint64_t, kNoSocket> socketOwners{};  ///< connection that holds each socket ID, or 0
   std::optional<SluiceHubSimSocketReply> socketReply;
   Rules rules;
+  RunningScenario scenario;
   DeviceModel device;
   Answer answer;  ///< serves one request after the other
   SluiceHubSimCounts counts{};

@@ -42,12 +42,14 @@ std::uint32_t L5Connect(void* /*null*/, L5MessagesHandler messages, L5EventHandl
                         std::uint32_t /*zero*/, std::uint64_t* value) {
   const auto forced = EnterFunction(SLUICEHUBSIM_L5_CONNECT);
   if (value == nullptr) return SLUICEHUBSIM_STATUS_BAD_ARGUMENT;
+  TheScenario();  // reads it, if it is still to be read, while nobody waits
   Hub& hub = TheHub();
   const std::lock_guard lock(hub.mutex);
   hub.capture.StartFromEnvironment();
-  const auto connection = forced ? nullptr : Open(hub, messages, events, context);
-  const std::uint32_t failure = forced.value_or(SLUICEHUBSIM_STATUS_NO_RESOURCES);
-  const std::uint32_t status = connection != nullptr ? SLUICEHUBSIM_STATUS_OK : failure;
+  const bool isPlanned = hub.scenario.Begin(hub);
+  const auto connection = forced || !isPlanned ? nullptr : Open(hub, messages, events, context);
+  const std::uint32_t failure = isPlanned ? SLUICEHUBSIM_STATUS_NO_RESOURCES : SLUICEHUBSIM_STATUS_BAD_SCENARIO;
+  const std::uint32_t status = connection != nullptr ? SLUICEHUBSIM_STATUS_OK : forced.value_or(failure);
   *value = connection != nullptr ? connection->Value() : 0;
   if (connection != nullptr) hub.capture.StartWriting();
   hub.capture.Add({.kind = CaptureKind::kConnect, .connection = NumberOf(connection), .status = status});

@@ -22,13 +22,19 @@ std::uint32_t BroadcastWord(std::uint32_t TUI) {
 void Series::LayOutMessage(std::uint16_t row, std::uint32_t seqClass, std::vector<std::uint8_t>& body) const {
   std::uint32_t word = BroadcastWord(TUI);
   if (!isBroadcast) word = MakeSeqTUI(TUI, static_cast<std::uint8_t>(sequenceNumber | seqClass << 6));
+  if (payload != nullptr) {
+    const auto size = static_cast<std::uint32_t>(payload->bytes.size());
+    std::uint8_t* to = LayOutResponse(body, row, WireTask{WithType(word, payload->type), size, seqTUI, {0}});
+    std::copy(payload->bytes.begin(), payload->bytes.end(), to);
+    return;
+  }
   word = WithType(word, payloadSize == 0 ? 0 : kTypeRef);
 
   const std::uint32_t size = payloadSize == 0 ? kValPayloadSize : payloadSize;
-  std::uint8_t* payload = LayOutResponse(body, row, WireTask{word, size, seqTUI, {0}});
-  for (std::uint32_t i = kValPayloadSize; i < size; ++i) payload[i] = static_cast<std::uint8_t>(index + i);
+  std::uint8_t* to = LayOutResponse(body, row, WireTask{word, size, seqTUI, {0}});
+  for (std::uint32_t i = kValPayloadSize; i < size; ++i) to[i] = static_cast<std::uint8_t>(index + i);
   const std::uint32_t values[] = {index, count, intervalMs};
-  std::memcpy(payload, values, std::min<std::size_t>(size, sizeof values));
+  std::memcpy(to, values, std::min<std::size_t>(size, sizeof values));
 }
 
 bool Series::Next(std::uint16_t row, std::vector<std::uint8_t>& body) {

@@ -3,8 +3,10 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
+#include "Scenario.h"
 #include "adapter/L5Records.h"
 
 namespace kel::sim {
@@ -36,6 +38,7 @@ struct Series {
   std::uint32_t count = 0;
   std::uint32_t intervalMs = 0;
   std::uint32_t payloadSize = 0;  ///< not 0: messages are REF with so many bytes
+  std::shared_ptr<const Payload> payload;  ///< of each message, in place of the three values; or null
   std::uint32_t afterEnd = 0;
   std::vector<std::uint8_t> lastAck;  ///< the body of an acknowledgement that follows the end, or empty
 

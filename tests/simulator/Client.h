@@ -168,6 +168,12 @@ class Client {
     const std::lock_guard lock(mMutex);
     return mEvents;
   }
+  /// Waits for the first event; an exception if it does not come in ten seconds.
+  ReceivedEvent WaitForEvent() {
+    std::unique_lock lock(mMutex);
+    mChanged.wait_for(lock, std::chrono::seconds(10), [&] { return !mEvents.empty(); });
+    return mEvents.at(0);
+  }
   /// Waits for the first `count` messages. Fewer come back if they did not arrive in ten seconds.
   std::vector<Response> WaitForResponses(std::size_t count) {
     std::unique_lock lock(mMutex);

@@ -49,6 +49,20 @@ void Tell(const std::string& name, const std::string& what) {
   std::fputs(("SluiceHub: capture " + name + ": " + what + "\n").c_str(), stderr);
 }
 
+/// What the variable asks for. It is read when the library is loaded, since programs change their working directory.
+std::string AskedFor() {
+  const char* name = std::getenv("SLUICEHUB_CAPTURE");
+  if (name == nullptr || *name == '\0') return {};
+  try {
+    return std::filesystem::absolute(name).string();
+  } catch (const std::exception&) {
+    return name;
+  }
+}
+
+/// Never destroyed: a thread may connect until the process has ended.
+const std::string& gAskedFor = *new std::string(AskedFor());
+
 std::string LastError() { return std::generic_category().message(errno); }
 
 }  // namespace
@@ -68,8 +82,7 @@ bool Capture::Start(const std::string& name) {
 void Capture::StartFromEnvironment() {
   if (mAskedEnvironment) return;
   mAskedEnvironment = true;
-  const char* name = std::getenv("SLUICEHUB_CAPTURE");
-  if (name != nullptr && *name != '\0') Start(name);
+  if (!gAskedFor.empty()) Start(gAskedFor);
 }
 
 void Capture::Open() {

@@ -79,7 +79,8 @@ class Capture {
   /// becomes eight hexadecimal digits that differ from process to process. Tells a file that cannot be opened on
   /// standard error. False then, or if a capture was begun before: there is one in the life of a process.
   bool Start(const std::string& name);
-  /// Begins the capture that the environment variable SLUICEHUB_CAPTURE asks for, at the first call.
+  /// Begins, at the first call, the capture that the environment variable SLUICEHUB_CAPTURE asks for. A relative name
+  /// belongs to the working directory that the process had when it loaded the library.
   void StartFromEnvironment();
 
   bool IsOn() const { return mOn.load(std::memory_order_relaxed); }

@@ -1,0 +1,247 @@
+"""Captures of clients at work, as tshark shows them with the dissector.
+
+    captures_test.py NAME DISSECTOR KELCTL CLIENT [EMULATOR...]
+
+NAME is one of the tests below. KELCTL and CLIENT are programs; EMULATOR runs them where the system does not.
+"""
+
+import os
+import random
+import struct
+import subprocess
+import sys
+import tempfile
+import unittest
+from pathlib import Path
+
+import pcapng
+
+NAME, DISSECTOR, KELCTL, CLIENT, *EMULATOR = sys.argv[1:]
+
+VAL = "TASK_ID_APPLICATION_DEBUG_VAL"
+REF = "TASK_ID_APPLICATION_DEBUG_REF"
+STREAMER = "TASK_ID_APPLICATION_DEBUG_STREAMER"
+BROADCASTER = "TASK_ID_APPLICATION_DEBUG_BROADCASTER"
+
+REQUESTS = "kel.kind == 3 && kel.agent == 6"
+RESPONSES = "kel.kind == 5"
+
+
+class Captures(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="kel-test-")
+        self.addCleanup(folder.cleanup)
+        self.folder = Path(folder.name)
+        self.file = self.folder / "some.pcapng"
+        self.status = 0
+
+    def run_program(self, program, *arguments, capture="some.pcapng"):
+        """Runs a program with its traffic captured. Returns what it printed, errors included."""
+        result = subprocess.run(
+            [*EMULATOR, program, *arguments],
+            cwd=self.folder,
+            env={**os.environ, "SLUICEHUB_CAPTURE": capture},
+            stdin=subprocess.DEVNULL,
+            capture_output=True,
+            text=True,
+        )
+        self.assertEqual(result.returncode, self.status, result.stdout + result.stderr)
+        return result.stdout + result.stderr
+
+    def kelctl(self, *arguments, **keywords):
+        return self.run_program(KELCTL, *arguments, **keywords)
+
+    def tshark(self, *arguments, file=None):
+        """What tshark prints. It ends well also when a script fails, so that its errors are looked at, too."""
+        result = subprocess.run(
+            ["tshark", "-X", f"lua_script:{DISSECTOR}", "-r", file or self.file, *arguments],
+            # Nobody's own settings and scripts, and a fixed language.
+            env={**os.environ, "WIRESHARK_CONFIG_DIR": str(self.folder), "LC_ALL": "C.UTF-8"},
+            capture_output=True,
+            text=True,
+        )
+        complaints = [line for line in result.stderr.splitlines() if not line.startswith("Running as user")]
+        self.assertEqual(complaints, [])
+        self.assertNotIn("Lua Error", result.stdout)
+        self.assertEqual(result.returncode, 0)
+        return result.stdout
+
+    def rows(self, which, *fields, more=()):
+        """The fields of each packet that a display filter chooses. All of a packet's values have commas between."""
+        wanted = [word for field in fields for word in ("-e", field)]
+        lines = self.tshark("-2", "-Y", which, "-T", "fields", *wanted, *more).splitlines()
+        return [tuple(line.split("\t")) for line in lines]
+
+    def expect_well_formed(self):
+        self.assertEqual(self.rows("_ws.malformed || kel.expert.malformed || _ws.lua.error", "frame.number"), [])
+
+    # ---- What a client does ----
+
+    def test_the_demo_shows_each_of_its_exchanges(self):
+        self.kelctl("demo")
+        self.expect_well_formed()
+        sent = [task for task, in self.rows(REQUESTS, "kel.task")]
+        self.assertEqual(sent[:3], [VAL, REF, "TASK_ID_TRACE_UTIL_PATH_GET"])
+        self.assertEqual(sent[3:67], [VAL] * 64)
+        self.assertEqual(sent[67:69], [BROADCASTER, STREAMER])
+        self.assertEqual(sent[-2:], ["TASK_ID_HOST_FRAMEWORK_SHUTDOWN", VAL])
+        answered = self.rows(f"{RESPONSES} && kel.class", "kel.request_in", "kel.response_time")
+        self.assertTrue(all(request and float(time) > 0 for request, time in answered))
+        names = [task for task, in self.rows("kel.tui.target == 5", "kel.task")]
+        self.assertEqual(names, [BROADCASTER] * 3)
+
+    def test_a_val_task_is_seen_with_its_three_values(self):
+        self.kelctl("send", VAL, "--val", "7", "8", "9")
+        self.expect_well_formed()
+        fields = ["frame.number", "kel.connection", "kel.agent", "kel.task", "kel.tui", "kel.tui.target", "kel.tui.type"]
+        fields += ["kel.seq", "kel.socket", "kel.payload_size", "kel.value", "kel.response_in", "kel.reply_in"]
+        self.assertEqual(
+            self.rows(REQUESTS, *fields),
+            [("4", "1", "6", VAL, "0x00038240", "8", "0", "0", "0", "12", "7,8,9", "6", "5")],
+        )
+        fields = ["frame.number", "kel.row", "kel.task", "kel.class", "kel.seq", "kel.error", "kel.value", "kel.request_in"]
+        self.assertEqual(self.rows(RESPONSES, *fields), [("6", "0", VAL, "0", "0", "0", "7,8,9", "4")])
+        reply = ["kel.status", "kel.reply", "kel.l4_status", "kel.l4_error", "kel.request_in"]
+        self.assertEqual(self.rows("kel.kind == 4 && kel.agent == 6", *reply), [("0", "0", "0", "0", "4")])
+
+    def test_a_ref_task_is_seen_with_its_bytes_and_its_text(self):
+        self.kelctl("send", REF, "--text", "Hello")
+        self.assertEqual(
+            self.rows("kel.payload", "kel.tui.type", "kel.payload", "kel.text"), [("1", "48656c6c6f00", "Hello")] * 2
+        )
+
+    def test_bytes_that_are_no_text_have_none(self):
+        self.kelctl("send", REF, "--hex", "0102ff")
+        self.assertEqual(self.rows("kel.payload", "kel.payload", "kel.text"), [("0102ff", "")] * 2)
+
+    def test_a_stream_is_seen_by_its_classes(self):
+        self.kelctl("stream", STREAMER, "--count", "3", "--interval", "1")
+        self.expect_well_formed()
+        seen = self.rows(RESPONSES, "kel.class", "kel.value", "kel.request_in")
+        self.assertEqual([kind for kind, _, _ in seen], ["0", "1", "1", "1", "2"])
+        self.assertEqual([values for _, values, _ in seen[1:]], [f"{i},3,1" for i in range(4)])
+        self.assertEqual({request for _, _, request in seen}, {"4"})
+
+    def test_broadcasts_have_their_tasks_name_and_no_request(self):
+        self.kelctl("listen", "--trigger", "--count", "3")
+        self.expect_well_formed()
+        seen = self.rows("kel.tui.target == 5", "kel.task", "kel.value", "kel.seq", "kel.request_in")
+        self.assertEqual([values.split(",")[0] for _, values, _, _ in seen], ["0", "1", "2"])
+        self.assertEqual({(task, number, request) for task, _, number, request in seen}, {(BROADCASTER, "", "")})
+
+    def test_the_packet_list_reads_like_a_story(self):
+        self.kelctl("send", VAL, "--val", "7", "8", "9")
+        columns = ["_ws.col.Source", "_ws.col.Destination", "_ws.col.Protocol", "_ws.col.Info"]
+        story = self.rows("frame", *columns)
+        self.assertEqual(story[3], ("host #1", "L4msgProxy", "KEL", f"{VAL} #0 7 8 9"))
+        self.assertEqual(story[4], ("L4msgProxy", "host #1", "KEL", "Taken"))
+        self.assertEqual([info.split(" (")[0] for *_, info in story],
+                         ["Connect", "Acquire socket for row 0", "Socket 0", f"{VAL} #0 7 8 9", "Taken",
+                          f"{VAL} #0 ACK 7 8 9", "Release socket 0", "Taken", "Disconnect", "Disconnected, reason 17"])
+
+    def test_a_refused_task_is_marked(self):
+        (self.folder / "own.csv").write_text("MY_TASK,  0, 18, KEL_UPPER_DSPS, 3, VAL, 233471, 0x38fff\n")
+        self.status = 1
+        self.kelctl("send", "MY_TASK", "--table", "own.csv")
+        self.assertEqual(
+            self.rows("kel.expert.refused", "kel.l4_status", "kel.l4_error", "kel.request_in"), [("1", "513", "4")]
+        )
+        self.assertEqual(self.rows("kel.expert.unknown_task", "kel.task"), [("task 0x38fff",)])
+        self.assertEqual(self.rows("kel.expert.unanswered", "frame.number"), [])
+        own_table = ["-o", f"kel.table:{self.folder / 'own.csv'}"]
+        self.assertEqual(self.rows(REQUESTS, "kel.task", more=own_table), [("MY_TASK",)])
+
+    def test_a_table_that_cannot_be_read_is_told_and_the_built_in_one_serves(self):
+        self.kelctl("send", VAL)
+        missing = ["-o", "kel.table:/no/such/table"]
+        self.assertEqual(self.rows(f"kel.expert.no_table && {REQUESTS}", "kel.task", more=missing), [(VAL,)])
+
+    def test_a_lost_link_is_seen_on_both_sides(self):
+        self.run_program(CLIENT, "lost_link")
+        self.assertEqual(self.rows("kel.expert.link_lost", "kel.event", "kel.reason", "frame.comment"),
+                         [("0", "42", "the link was lost")])
+        self.assertEqual(self.rows("kel.expert.failed", "kel.status"), [("2",)] * 2)
+
+    def test_each_oddity_is_marked(self):
+        self.run_program(CLIENT, "oddities")
+        marked = lambda name: self.rows(f"kel.expert.{name}", "kel.seq")
+        self.assertEqual(marked("error"), [("1",)])
+        self.assertEqual(marked("unanswered"), [("2",)])
+        self.assertEqual(marked("refused"), [("",), ("",)])
+        self.assertEqual(marked("unmatched"), [("4",), ("4",)])
+        self.assertEqual(marked("repeated"), [("5",), ("5",)])
+        self.assertEqual(marked("after_end"), [("5",)])
+        self.assertEqual(marked("wrong_type"), [("5",), ("4",)])
+        self.assertEqual(marked("unknown_message"), [("",), ("",)])
+        self.assertEqual(len(marked("malformed")), 2)
+        self.assertEqual(self.rows("frame.comment contains \"rule\"", "frame.comment"),
+                         [("rule 1: error code 77",), ("rule 2: no response",)])
+
+    # ---- The file ----
+
+    def test_a_process_that_ends_with_connections_open_leaves_a_whole_capture(self):
+        self.run_program(CLIENT, "left_open")
+        self.assertEqual(len(list(pcapng.packets(self.file))), 3 + 2 * 1000)
+        self.assertEqual(len(self.rows(REQUESTS, "frame.number")), 1000)
+        self.assertEqual(len([kind for kind, _ in pcapng.blocks(self.file.read_bytes()) if kind == 5]), 1)
+
+    def test_a_process_that_is_gone_leaves_what_was_written(self):
+        self.run_program(CLIENT, "gone")
+        self.assertGreater(len(list(pcapng.packets(self.file))), 50)
+
+    def test_each_process_may_have_a_file_of_its_own(self):
+        for _ in range(2):
+            self.kelctl("send", VAL, capture="of-%p.pcapng")
+        self.assertEqual(len(list(self.folder.glob("of-????????.pcapng"))), 2)
+
+    def test_a_file_that_cannot_be_opened_is_told_and_nothing_else_changes(self):
+        printed = self.kelctl("send", VAL, "--val", "7", "8", "9", capture="no_such_folder/some.pcapng")
+        self.assertIn("7 8 9\n", printed)
+        self.assertRegex(printed, r"(?m)^SluiceHub: capture .*some\.pcapng: No such file or directory; nothing is captured$")
+        self.assertEqual(len(printed.splitlines()), 2)
+
+    def test_the_variable_goes_before_the_client(self):
+        self.assertEqual(self.run_program(CLIENT, "own_capture").strip(), "refused")
+        self.assertTrue(self.file.exists())
+        self.assertFalse((self.folder / "own.pcapng").exists())
+
+    def test_the_same_commands_give_the_same_capture_twice(self):
+        commands = {
+            "val": ["send", VAL, "--val", "7", "8", "9"],
+            "flight": ["send", REF, "--text", "Hi", "--in-flight", "64"],
+            "stream": ["stream", STREAMER, "--count", "20", "--interval", "0"],
+            "listen": ["listen", "--trigger", "--count", "3"],
+        }
+        for name, command in commands.items():
+            for run in "ab":
+                self.kelctl(*command, capture=f"{name}.{run}.pcapng")
+            one, other = (self.folder / f"{name}.{run}.pcapng" for run in "ab")
+            self.assertIsNone(pcapng.difference(one, other))
+        self.assertIsNotNone(pcapng.difference(one, self.folder / "val.a.pcapng"))
+
+    # ---- Packets that no stand-in would write ----
+
+    def test_no_packet_brings_the_dissector_down(self):
+        self.run_program(CLIENT, "oddities")
+        known = [packet.data for packet in pcapng.packets(self.file)]
+        known += [data[:size] for data in known for size in range(len(data))]
+        chance = random.Random(1)
+        for _ in range(1000):
+            data = bytearray(chance.choice(known))
+            for _ in range(chance.randrange(4)):
+                if data:
+                    data[chance.randrange(len(data))] = chance.choice([0, 1, 2, 3, 4, 5, 6, 7, 24, 0x7F, 0x80, 0xFF])
+            known.append(bytes(data) + chance.randbytes(chance.choice([0, 0, 1, 7, 300])))
+        odd = self.folder / "odd.pcap"
+        with odd.open("wb") as file:
+            file.write(struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 262144, 147))
+            for data in known:
+                # Some of the packets say that they had more bytes.
+                file.write(struct.pack("<IIII", 0, 0, len(data), len(data) + chance.choice([0, 0, 9])) + data)
+        shown = self.tshark("-2", "-V", file=odd)
+        self.assertNotIn("[Malformed Packet", shown)
+        self.assertEqual(shown.count("KEL tasks over L5"), len(known))
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], f"Captures.{NAME}"])

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <random>
 #include <system_error>
+#include <utility>
 
 namespace kel::sim {
 namespace {
@@ -132,8 +133,8 @@ bool Capture::QueueBlock(std::size_t reserve) {
 }
 
 void Capture::Wake() {
-  mWakes.fetch_add(1);
-  mWakes.notify_one();
+  const std::lock_guard lock(mWakeMutex);
+  if (!std::exchange(mWoken, true)) mWake.notify_one();
 }
 
 void Capture::Add(const CaptureFrame& frame) {
@@ -186,20 +187,19 @@ void Capture::StartWriting() {
 }
 
 void Capture::Run(const std::stop_token& stop) {
-  for (;;) {
-    // Both are read before the queue is: what came before them is then written.
-    const std::uint32_t wakes = mWakes.load();
-    const bool isLast = stop.stop_requested();
+  while (!stop.stop_requested()) {
+    {
+      std::unique_lock lock(mWakeMutex);
+      mWake.wait(lock, stop, [this] { return mWoken; });
+      mWoken = false;
+    }
     WriteQueued();
-    if (isLast) return;
-    mWakes.wait(wakes);
   }
 }
 
 std::jthread Capture::StopWriting() {
   AddStatistics();
   mWriter.request_stop();
-  Wake();
   return std::move(mWriter);
 }
 
@@ -236,7 +236,7 @@ void Capture::EndWithProcess(bool isLocked) {
   const std::uint64_t begin = mWritten.load(std::memory_order_acquire);
   mLastFile.seekp(static_cast<std::streamoff>(begin));
   if (!WriteTo(mLastFile, begin, mQueued.load(std::memory_order_acquire)))
-    Tell(mName, LastError() + "; the end is missing");
+    Tell(mName, LastError() + "; its end is missing");
 }
 
 }  // namespace kel::sim

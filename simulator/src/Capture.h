@@ -20,6 +20,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <fstream>
@@ -137,11 +138,15 @@ class Capture {
   std::atomic<std::uint64_t> mWritten{0};  ///< set under mFileMutex
   std::atomic<bool> mOn{false};            ///< set under the hub's lock
   std::atomic<bool> mFailed{false};        ///< the file takes no more
-  std::atomic<std::uint32_t> mWakes{0};    ///< what the thread sleeps on
 
-  // Guarded by mFileMutex, in which no other lock is taken.
+  // Guarded by mFileMutex. In this lock and the next one no other is taken.
   std::mutex mFileMutex;
   std::ofstream mFile;
+
+  // Guarded by mWakeMutex.
+  std::mutex mWakeMutex;
+  std::condition_variable_any mWake;
+  bool mWoken = false;  ///< there is something for the thread to do
 };
 
 }  // namespace kel::sim

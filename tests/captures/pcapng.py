@@ -3,8 +3,8 @@
     pcapng.py CAPTURE CAPTURE
 
 Two captures are the same if each connection has the same calls with the same replies, and the same deliveries to its
-handlers, each in the same order and with the same comments. Times do not count, nor how calls and deliveries fall between
-each other, which is up to the threads.
+handlers, each in the same order and with the same comments. Times do not count, nor how calls and deliveries fall
+between each other, which is up to the threads.
 """
 
 import struct

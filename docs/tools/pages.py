@@ -46,20 +46,19 @@ class Page:
             raise SystemExit(f"{self.path}:{opening}: this block has no end")
 
     def anchors(self):
-        """What a link may name behind #: the headings, written as the web shows them."""
-        found = {}
-        for line in self.prose:
-            if not line.startswith("#"):
-                continue
-            anchor = re.sub(r"[^\w\- ]", "", line.lstrip("#").strip().lower()).replace(" ", "-")
-            found[anchor] = found.get(anchor, -1) + 1
-            yield f"{anchor}-{found[anchor]}" if found[anchor] else anchor
+        """What a link may name behind #."""
+        return {anchor_of(line) for line in self.prose if line.startswith("#")}
 
     def links(self):
         """(line, target) of each link and picture."""
         for number, line in enumerate(self.prose, 1):
             for target in re.findall(r"\]\(([^)\s]+)\)", re.sub(r"`[^`]*`", "", line)):
                 yield number, target
+
+
+def anchor_of(heading):
+    """What a link to a heading names, as the web makes it."""
+    return re.sub(r"[^\w\- ]", "", heading.lstrip("#").strip().lower()).replace(" ", "-")
 
 
 def pages_of(root):

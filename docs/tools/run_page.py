@@ -39,8 +39,8 @@ class Fault(Exception):
 
 def lay_out(root, scratch):
     """
-    Makes a folder that looks like the repository, in which a page may save files. It has no presets: a build folder that
-    was configured from here would be built anew.
+    Makes a folder that looks like the repository, in which a page may save files. It has no presets: a build folder
+    that was configured from here would be built anew.
     """
     shutil.rmtree(scratch, ignore_errors=True)
     (scratch / "home").mkdir(parents=True)

@@ -1,0 +1,64 @@
+"""Gives Doxygen its marks. Headers and pages are written to be read as they are; this filter goes between.
+
+    doxygen_filter.py FILE
+
+Lines keep their numbers. In a header it marks
+  - the comment that the file opens with, as the file's;
+  - "name  What it is." in a list of a comment, as a parameter, and "KEL_...  What it says." as a result;
+  - "Returns ..." at the begin of a line;
+  - a comment behind a member, a value or a macro, as that one's.
+In a page it makes links to headings and to headers known, and leaves of links to other files their text.
+"""
+
+import re
+import sys
+from pathlib import Path
+
+from pages import Page, anchor_of
+
+HEADER_MARKS = [
+    (r"^ \* Returns$", r" * @return"),
+    (r"^ \* Returns (?=\S)", r" * @return "),
+    (r"^ \*   (KEL_\w+)  +(?=\S)", r" * @retval \1 "),
+    (r"^ \* (\w+(?:(?:, | to )\w+)*)  +(?=\S)", lambda list_item: f" * @param {list_item[1].replace(', ', ',')} "),
+    (r"^(#define \S+ \S+ *|\s.*[;,] *)/\* (?=.*\*/$)", r"\1/**< "),
+]
+
+
+def marked_header(lines):
+    for number, line in enumerate(lines):
+        if number == 0 and line == "/*":
+            line = "/** @file"
+        for pattern, mark in HEADER_MARKS:
+            line = re.sub(pattern, mark, line)
+        yield line
+
+
+def marked_page(page):
+    name = page.path.stem
+
+    def marked_link(link):
+        text, file, anchor = link[1], Path(link[2]), link[3]
+        if file.suffix in (".h", ".hpp"):
+            return f"[{text}](@ref {file.name})"
+        if anchor:
+            return f"[{text}](#{file.stem or name}-{anchor[1:]})"
+        return link[0] if file.suffix == ".md" or ":" in link[2] else text
+
+    for line, prose in zip(page.lines, page.prose):
+        if prose.startswith("##"):
+            line += f" {{#{name}-{anchor_of(prose)}}}"
+        elif prose:
+            line = re.sub(r"\[([^]]+)\]\(([^)#\s]*)(#[^)\s]+)?\)", marked_link, line)
+        yield line
+
+
+def main(file):
+    if file.endswith(".md"):
+        lines = marked_page(Page(file))
+    else:
+        lines = marked_header(Path(file).read_text(encoding="utf-8").splitlines())
+    print("\n".join(lines))
+
+
+main(*sys.argv[1:])

@@ -15,6 +15,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <fstream>
 #include <string>
 
@@ -190,6 +191,14 @@ extern const char kPathSeparator;
 /// A text-mode stream that appends to a file which other writers may hold open as well. Test it: it may not have
 /// opened.
 std::ofstream openToAppend(const std::string& fileName);
+
+/// Whether a standard stream leads to a terminal, and so to a person: not to a file, a pipe or the null device. Where
+/// the answer is true, the terminal takes escape sequences from then on, if it knows any.
+bool isTerminal(std::FILE* stream);
+
+/// Has bytes pass a stream as they are, where a text stream would change line ends. Nothing may be left in the stream's
+/// buffer. There is no way back.
+void passBytes(std::FILE* stream);
 
 inline constexpr std::size_t kDateTextSize = 64;
 

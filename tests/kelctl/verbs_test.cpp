@@ -1,21 +1,27 @@
 // The verbs with a device that is told to misbehave; what they do with one that works is in CMakeLists.txt.
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <csignal>
 #include <filesystem>
 #include <thread>
 
 #include "SluiceHubSim.h"
-#include "commands.h"
-#include "session.h"
+#include "command_line.h"
 #include "support/scratch_directory.h"
 
 namespace kelctl {
 namespace {
 
+using testing::HasSubstr;
+using testing::StartsWith;
+
 constexpr std::uint32_t kEcho = 0x38240;
+constexpr std::uint32_t kBroadcaster = 0x38242;
 constexpr std::uint32_t kStreamer = 0x38243;
 constexpr std::uint32_t kGetUids = 0x18100;
+
+constexpr char kEchoName[] = "TASK_ID_APPLICATION_DEBUG_VAL";
+constexpr char kStreamerName[] = "TASK_ID_APPLICATION_DEBUG_STREAMER";
 
 SluiceHubSimRule RuleFor(std::uint32_t tui) {
   SluiceHubSimRule rule{};
@@ -24,58 +30,135 @@ SluiceHubSimRule RuleFor(std::uint32_t tui) {
   return rule;
 }
 
+/// A device that does not answer a task, from the one behind the first `skip` on.
+void Lose(std::uint32_t tui, std::uint32_t skip = 0, std::uint32_t times = 0) {
+  SluiceHubSimRule rule = RuleFor(tui);
+  rule.flags = SLUICEHUBSIM_DROP;
+  rule.skip = skip;
+  rule.times = times;
+  SluiceHubSim_AddRule(&rule);
+}
+
+void Refuse(std::uint32_t tui, std::uint32_t times = 0) {
+  SluiceHubSimRule rule = RuleFor(tui);
+  rule.L4status = 5;
+  rule.times = times;
+  SluiceHubSim_AddRule(&rule);
+}
+
 class VerbsTest : public testing::Test {
  protected:
-  /// What a verb prints while it runs; its status goes to mStatus.
-  template <class Verb>
-  std::string printed(Verb verb) {
+  /// Runs a command line; its status and what it tells on standard error go to the members.
+  std::string kelctl(const std::vector<std::string>& words) {
     testing::internal::CaptureStdout();
-    try {
-      mStatus = verb();
-    } catch (const Refused& refused) {
-      mRefusal = refused.what();
-    }
+    testing::internal::CaptureStderr();
+    mStatus = run(words);
+    mErrors = testing::internal::GetCapturedStderr();
     return testing::internal::GetCapturedStdout();
+  }
+
+  /// The same with Ctrl-C as soon as the device has got so many requests.
+  std::string interrupted(std::uint32_t requests, const std::vector<std::string>& words) {
+    std::thread user([requests] {
+      EXPECT_EQ(SluiceHubSim_WaitForRequests(requests, 10000), requests);
+      std::raise(SIGINT);
+    });
+    const std::string text = kelctl(words);
+    user.join();
+    EXPECT_EQ(SluiceHubSim_GetConnections(nullptr, 0), 0u) << "the connection is still open";
+    return text;
   }
 
   kel::test::ScratchDirectory mFolder;
   int mStatus = -1;
-  std::string mRefusal;
+  std::string mErrors;
 };
 
-SendOptions InFlight(std::uint32_t count) {
-  SendOptions options;
-  options.task = "TASK_ID_APPLICATION_DEBUG_VAL";
-  options.inFlight = count;
-  return options;
+TEST_F(VerbsTest, ATaskThatIsNotAnsweredEndsWithAStatusOfItsOwn) {
+  mFolder.writeSettings("RxWaitTimeout=50\n");
+  Lose(kEcho);
+  EXPECT_EQ(kelctl({"send", kEchoName}), "");
+  EXPECT_EQ(mStatus, 3);
+  EXPECT_THAT(mErrors, StartsWith("kelctl: no answer came in time.\n"));
+}
+
+TEST_F(VerbsTest, ATaskThatIsRefusedSaysSo) {
+  Refuse(kEcho);
+  EXPECT_EQ(kelctl({"send", kEchoName}), "");
+  EXPECT_EQ(mStatus, 1);
+  EXPECT_THAT(mErrors, StartsWith("kelctl: KEL_SendReceiveAsyncKEL returned 10:\n"));
+}
+
+TEST_F(VerbsTest, AnErrorIsAnObjectAsWell) {
+  Refuse(kEcho);
+  const std::string text = kelctl({"send", kEchoName, "--json"});
+  EXPECT_THAT(text, StartsWith(R"({"error":{"status":1,"text":")"));
+  EXPECT_THAT(text, HasSubstr(R"("call":"KEL_SendReceiveAsyncKEL","code":10}})"));
+}
+
+TEST_F(VerbsTest, CtrlCDoesNotWaitForTheTimeOut) {
+  Lose(kEcho);
+  EXPECT_EQ(interrupted(1, {"send", kEchoName}), "");
+  EXPECT_EQ(mStatus, 1);
+  EXPECT_EQ(mErrors, "kelctl: interrupted before the answer came.\n");
+}
+
+TEST_F(VerbsTest, CtrlCEndsTasksInFlight) {
+  Lose(kEcho, 2);
+  EXPECT_THAT(interrupted(8, {"send", kEchoName, "--in-flight", "8"}), StartsWith("8 tasks: "));
+  EXPECT_EQ(mStatus, 1);
 }
 
 TEST_F(VerbsTest, TasksThatAreNotAnsweredAreCountedAsTimedOut) {
   mFolder.writeSettings("RxWaitTimeout=100\n");
-  SluiceHubSimRule lose = RuleFor(kEcho);
-  lose.flags = SLUICEHUBSIM_DROP;
-  lose.skip = 1;
-  lose.times = 3;
-  SluiceHubSim_AddRule(&lose);
-  const std::string text = printed([] { return send(InFlight(8)); });
-  EXPECT_EQ(text.rfind("8 tasks: 5 answered, 3 timed out, 0 refused, ", 0), 0u) << text;
-  EXPECT_EQ(mStatus, 1);
+  Lose(kEcho, 1, 3);
+  EXPECT_THAT(kelctl({"send", kEchoName, "--in-flight", "8"}),
+              StartsWith("8 tasks: 5 answered, 3 timed out, 0 refused, "));
+  EXPECT_EQ(mStatus, 3);
 }
 
 TEST_F(VerbsTest, RefusedTasksAreCountedAndTheOthersWaitedFor) {
-  SluiceHubSimRule refuse = RuleFor(kEcho);
-  refuse.L4status = 5;
-  refuse.times = 2;
-  SluiceHubSim_AddRule(&refuse);
-  const std::string text = printed([] { return send(InFlight(4)); });
-  EXPECT_EQ(text.rfind("4 tasks: 2 answered, 0 timed out, 2 refused, ", 0), 0u) << text;
-  EXPECT_EQ(mRefusal.rfind("KEL_SendReceiveAsyncKEL returned 10:", 0), 0u) << mRefusal;
+  Refuse(kEcho, 2);
+  EXPECT_THAT(kelctl({"send", kEchoName, "--in-flight", "4"}),
+              StartsWith("4 tasks: 2 answered, 0 timed out, 2 refused, "));
+  EXPECT_EQ(mStatus, 1);
+  EXPECT_THAT(mErrors, StartsWith("kelctl: KEL_SendReceiveAsyncKEL returned 10:"));
 }
 
-StreamOptions Stream() {
-  StreamOptions options;
-  options.task = "TASK_ID_APPLICATION_DEBUG_STREAMER";
-  return options;
+TEST_F(VerbsTest, PingCountsWhatIsLostAndWhatIsRefused) {
+  mFolder.writeSettings("RxWaitTimeout=500\n");
+  Lose(kEcho, 1, 1);
+  SluiceHubSimRule refuse = RuleFor(kEcho);
+  refuse.L4status = 5;
+  refuse.skip = 1;
+  SluiceHubSim_AddRule(&refuse);
+  const std::string text = kelctl({"ping", "--count", "4", "--interval", "0"});
+  EXPECT_THAT(text, StartsWith("12 bytes, number 1, "));
+  EXPECT_THAT(text, HasSubstr("\nlost, number 2\n"));
+  EXPECT_THAT(text, HasSubstr("\n4 sent, 1 answered, 2 refused, 75% lost\n"));
+  EXPECT_EQ(mStatus, 0) << "one was answered";
+}
+
+TEST_F(VerbsTest, PingOfASilentDeviceEndsWithItsStatus) {
+  mFolder.writeSettings("RxWaitTimeout=20\n");
+  Lose(kEcho);
+  EXPECT_EQ(kelctl({"ping", "--count", "2", "--interval", "0"}),
+            "lost, number 1\nlost, number 2\n\n2 sent, 0 answered, 0 refused, 100% lost\n");
+  EXPECT_EQ(mStatus, 3);
+}
+
+TEST_F(VerbsTest, PingOutlivesMoreLossesThanAConnectionHasSequenceNumbers) {
+  mFolder.writeSettings("RxWaitTimeout=20\n");
+  Lose(kEcho, 0, 70);
+  EXPECT_THAT(kelctl({"ping", "--count", "80", "--interval", "0"}), HasSubstr("80 sent, "));
+  EXPECT_THAT(mErrors, "");
+  EXPECT_EQ(mStatus, 0);
+}
+
+TEST_F(VerbsTest, CtrlCEndsPingWithItsSummary) {
+  Lose(kEcho, 1);
+  EXPECT_THAT(interrupted(2, {"ping", "--interval", "0"}), HasSubstr("\n1 sent, 1 answered, 0 refused, 0% lost\n"));
+  EXPECT_EQ(mStatus, 0);
 }
 
 TEST_F(VerbsTest, AStreamOfBytesIsDumped) {
@@ -84,7 +167,7 @@ TEST_F(VerbsTest, AStreamOfBytesIsDumped) {
   bytes.streamCount = 1;
   bytes.streamPayloadSize = 14;
   SluiceHubSim_AddRule(&bytes);
-  EXPECT_EQ(printed([] { return stream(Stream()); }),
+  EXPECT_EQ(kelctl({"stream", kStreamerName}),
             "message REF     14 bytes\n"
             "00000000  00 00 00 00 01 00 00 00  00 00 00 00 0c 0d        |..............|\n"
             "end     REF     14 bytes\n"
@@ -92,13 +175,11 @@ TEST_F(VerbsTest, AStreamOfBytesIsDumped) {
   EXPECT_EQ(mStatus, 0);
 }
 
-TEST_F(VerbsTest, AStreamThatIsNotOpenedInTimeIsRefused) {
+TEST_F(VerbsTest, AStreamThatIsNotOpenedInTimeHasNoAnswer) {
   mFolder.writeSettings("RxWaitTimeout=50\n");
-  SluiceHubSimRule lose = RuleFor(kStreamer);
-  lose.flags = SLUICEHUBSIM_DROP;
-  SluiceHubSim_AddRule(&lose);
-  EXPECT_EQ(printed([] { return stream(Stream()); }), "");
-  EXPECT_EQ(mRefusal.rfind("KEL_SendReceiveKELEx returned 12:", 0), 0u) << mRefusal;
+  Lose(kStreamer);
+  EXPECT_EQ(kelctl({"stream", kStreamerName}), "");
+  EXPECT_EQ(mStatus, 3);
 }
 
 TEST_F(VerbsTest, AStreamWithoutAnEndEndsWithCtrlC) {
@@ -106,23 +187,27 @@ TEST_F(VerbsTest, AStreamWithoutAnEndEndsWithCtrlC) {
   endless.flags = SLUICEHUBSIM_STREAM | SLUICEHUBSIM_NO_END;
   endless.streamCount = 1;
   SluiceHubSim_AddRule(&endless);
-  std::thread user([] {
-    EXPECT_EQ(SluiceHubSim_WaitForRequests(1, 10000), 1u);
-    std::raise(SIGINT);
-  });
-  printed([] { return stream(Stream()); });
-  user.join();
+  interrupted(1, {"stream", kStreamerName});
   EXPECT_EQ(mStatus, 0);
+}
+
+TEST_F(VerbsTest, CtrlCEndsAStreamThatDoesNotOpen) {
+  Lose(kStreamer);
+  interrupted(1, {"stream", kStreamerName});
+  EXPECT_EQ(mStatus, 1);
+}
+
+TEST_F(VerbsTest, ABroadcasterThatDoesNotAnswerHasNoAnswer) {
+  mFolder.writeSettings("RxWaitTimeout=50\n");
+  Lose(kBroadcaster);
+  EXPECT_EQ(kelctl({"listen", "--trigger", "--count", "1"}), "");
+  EXPECT_EQ(mStatus, 3);
 }
 
 TEST_F(VerbsTest, AFileIsNotValidIfTheDeviceDoesNotTellItsGeneration) {
   mFolder.write("Statistics.bm", "content");
-  SluiceHubSimRule refuse = RuleFor(kGetUids);
-  refuse.L4status = 5;
-  SluiceHubSim_AddRule(&refuse);
-  ValidateOptions options;
-  options.file = "Statistics.bm";
-  EXPECT_EQ(printed([&] { return validate(options); }), "Statistics.bm: not valid, or that could not be found out\n");
+  Refuse(kGetUids);
+  EXPECT_EQ(kelctl({"validate", "Statistics.bm"}), "Statistics.bm: not valid, or that could not be found out\n");
   EXPECT_EQ(mStatus, 1);
 }
 
@@ -134,22 +219,26 @@ TEST_F(VerbsTest, AWrongAnswerFailsTheDemo) {
   rule.data = wrong;
   rule.dataSize = sizeof wrong;
   SluiceHubSim_AddRule(&rule);
-  const std::string text = printed([] { return demo(false); });
-  EXPECT_NE(text.find("    ! the answer is not what was sent\n"), std::string::npos) << text;
-  EXPECT_NE(text.find("\n14 of 14 steps, wrong: 3\n"), std::string::npos) << text;
+  const std::string text = kelctl({"demo"});
+  EXPECT_THAT(text, HasSubstr("    ! the answer is not what was sent\n"));
+  EXPECT_THAT(text, HasSubstr("\n14 of 14 steps, wrong: 3\n"));
   EXPECT_EQ(mStatus, 1);
 }
 
 TEST_F(VerbsTest, ARefusedConnectEndsTheDemo) {
   SluiceHubSim_ForceResult(SLUICEHUBSIM_L5_CONNECT, 1);
-  const std::string text = printed([] { return demo(false); });
-  EXPECT_NE(text.find("\n2 of 14 steps, wrong: 2\n"), std::string::npos) << text;
+  EXPECT_THAT(kelctl({"demo"}), HasSubstr("\n2 of 14 steps, wrong: 2\n"));
+  EXPECT_EQ(mStatus, 1);
+}
+
+TEST_F(VerbsTest, CtrlCEndsTheDemoInOrder) {
+  EXPECT_THAT(interrupted(3, {"demo"}), HasSubstr(" of 14 steps"));
   EXPECT_EQ(mStatus, 1);
 }
 
 TEST_F(VerbsTest, TheDemoLeavesTheWorkingDirectoryAsItWas) {
   mFolder.writeSettings("RxWaitTimeout=777\n");
-  printed([] { return demo(false); });
+  kelctl({"demo"});
   EXPECT_EQ(mStatus, 0);
   EXPECT_EQ(std::filesystem::current_path(), mFolder.path());
   EXPECT_EQ(kel::test::ReadText("Brel.ini"), "[Common]\nRxWaitTimeout=777\n");

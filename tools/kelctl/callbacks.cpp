@@ -1,10 +1,13 @@
 #include "callbacks.h"
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstdlib>
 #include <deque>
 #include <mutex>
 #include <utility>
+
+#include "interrupt.h"
 
 namespace kelctl {
 namespace {
@@ -22,23 +25,19 @@ class Inbox {
 
   std::optional<Item> next(Clock::time_point deadline) {
     std::unique_lock lock(mLock);
-    if (!mArrived.wait_until(lock, deadline, [this] { return !mQueue.empty(); })) return std::nullopt;
-    return take();
-  }
-
-  Item next() {
-    std::unique_lock lock(mLock);
-    mArrived.wait(lock, [this] { return !mQueue.empty(); });
-    return take();
-  }
-
- private:
-  Item take() {
+    for (;;) {
+      if (interrupted()) return std::nullopt;
+      if (!mQueue.empty()) break;
+      const Clock::time_point now = Clock::now();
+      if (now >= deadline) return std::nullopt;
+      mArrived.wait_until(lock, std::min<Clock::time_point>(deadline, now + kLook));
+    }
     Item item = std::move(mQueue.front());
     mQueue.pop_front();
     return item;
   }
 
+ private:
   std::mutex mLock;
   std::condition_variable mArrived;
   std::deque<Item> mQueue;  // guarded by mLock
@@ -69,13 +68,13 @@ void queueStreamMessage(std::uint32_t /*errorCode*/, std::uint32_t /*commandID*/
   gStreamMessages.push({streamEnd != 0, isRef != 0, copied(data, size)});
 }
 
-void queueAnswer(std::uint32_t errorCode, std::uint32_t commandID, std::uint32_t /*sequenceByte*/,
-                 std::uint32_t /*isRef*/, void* data, std::uint32_t size, std::uint32_t /*seqTui*/) {
-  gAnswers.push({commandID, errorCode, copied(data, size), Clock::now()});
+void queueAnswer(std::uint32_t errorCode, std::uint32_t commandID, std::uint32_t /*sequenceByte*/, std::uint32_t isRef,
+                 void* data, std::uint32_t size, std::uint32_t /*seqTui*/) {
+  gAnswers.push({commandID, errorCode, isRef != 0, copied(data, size), Clock::now()});
 }
 
 std::optional<Broadcast> nextBroadcast(Clock::time_point deadline) { return gBroadcasts.next(deadline); }
 std::optional<StreamMessage> nextStreamMessage(Clock::time_point deadline) { return gStreamMessages.next(deadline); }
-Answer nextAnswer() { return gAnswers.next(); }
+std::optional<Answer> nextAnswer(Clock::time_point deadline) { return gAnswers.next(deadline); }
 
 }  // namespace kelctl

@@ -31,6 +31,7 @@ struct StreamMessage {
 struct Answer {
   std::uint32_t commandID = 0;
   std::uint32_t errorCode = 0;
+  bool isRef = false;
   Bytes payload;
   Clock::time_point arrival;
 };
@@ -45,12 +46,14 @@ void queueAnswer(std::uint32_t errorCode, std::uint32_t commandID, std::uint32_t
                  void* data, std::uint32_t size, std::uint32_t seqTui);
 }
 
-// The next of each kind, waited for until `deadline`. For answers there is no deadline: the library owes one to each
-// asynchronous task that it took.
+// The next of each kind, waited for until `deadline` or until Ctrl-C where that is caught.
 std::optional<Broadcast> nextBroadcast(Clock::time_point deadline);
 std::optional<StreamMessage> nextStreamMessage(Clock::time_point deadline);
-Answer nextAnswer();
+std::optional<Answer> nextAnswer(Clock::time_point deadline);
 
+/// The tasks that the device echoes.
+inline constexpr char kEchoVal[] = "TASK_ID_APPLICATION_DEBUG_VAL";
+inline constexpr char kEchoRef[] = "TASK_ID_APPLICATION_DEBUG_REF";
 /// The tasks that make the device send `values[0]` broadcasts or stream messages, `values[1]` ms apart.
 inline constexpr char kBroadcaster[] = "TASK_ID_APPLICATION_DEBUG_BROADCASTER";
 inline constexpr char kStreamer[] = "TASK_ID_APPLICATION_DEBUG_STREAMER";

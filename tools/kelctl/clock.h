@@ -11,4 +11,7 @@ using Clock = std::chrono::steady_clock;
 /// "250 us", "1.50 ms", "10.00 s"
 std::string timeText(Clock::duration time);
 
+/// For scripts.
+inline double milliseconds(Clock::duration time) { return std::chrono::duration<double, std::milli>(time).count(); }
+
 }  // namespace kelctl

@@ -1,21 +1,20 @@
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <random>
 
 #include "callbacks.h"
-#include "commands.h"
 #include "in_flight.h"
+#include "interrupt.h"
+#include "options.h"
 #include "session.h"
 #include "tour.h"
+#include "version.h"
 
 namespace kelctl {
 namespace {
 
 using namespace std::chrono_literals;
 
-constexpr char kVal[] = "TASK_ID_APPLICATION_DEBUG_VAL";
-constexpr char kRef[] = "TASK_ID_APPLICATION_DEBUG_REF";
 constexpr char kTracePath[] = "TASK_ID_TRACE_UTIL_PATH_GET";
 constexpr char kShutdown[] = "TASK_ID_HOST_FRAMEWORK_SHUTDOWN";
 
@@ -113,7 +112,7 @@ void streamed(Findings& findings, std::uint64_t connection) {
 
 void inFlight(Findings& findings, std::uint64_t connection) {
   const auto question = [](std::uint32_t number) { return fromValues({number, kMaxInFlight, 0}); };
-  const InFlight outcome = sendInFlight(connection, kVal, kMaxInFlight, question);
+  const InFlight outcome = sendInFlight(connection, kEchoVal, kMaxInFlight, question);
   findings.note(summary(outcome));
   findings.expect(outcome.answered() == kMaxInFlight, "not all of them were answered");
   for (const Answer& answer : outcome.answers) {
@@ -140,8 +139,8 @@ void timeOut(Findings& findings) {
   findings.expectCode("KEL_Connect, with RxWaitTimeout=0", connected);
   if (connected != KEL_OK) return;
   Reply reply;
-  for (int i = 0; i < kAttempts && reply.code == KEL_OK; ++i) reply = sendTask(connection, kVal, {});
-  findings.expectCode(kVal, reply.code, KEL_E_TASK);
+  for (int i = 0; i < kAttempts && reply.code == KEL_OK; ++i) reply = sendTask(connection, kEchoVal, {});
+  findings.expectCode(kEchoVal, reply.code, KEL_E_TASK);
   findings.expect(!reply.payload, "there is an answer all the same");
   findings.expectCode("KEL_Disconnect", KEL_Disconnect(connection));
 }
@@ -150,16 +149,15 @@ void lostLink(Findings& findings, std::uint64_t connection) {
   const Reply goodbye = sendTask(connection, kShutdown, {});
   findings.expectCode(kShutdown, goodbye.code);
   findings.expect(goodbye.payload.has_value(), "the shutdown was not answered");
-  findings.expectCode(std::string(kVal) + ", next", sendTask(connection, kVal, {}).code, KEL_E_TASK);
+  findings.expectCode(std::string(kEchoVal) + ", next", sendTask(connection, kEchoVal, {}).code, KEL_E_TASK);
 }
 
-}  // namespace
-
-int demo(bool progress) {
-  std::cout << "kelctl demo: a tour of KELHandler " << libraryVersion() << "\n\n" << std::flush;
+int demo(Output& output) {
+  if (!output.json()) output.text("kelctl demo: a tour of KELHandler " + libraryVersion() + "\n\n");
+  catchInterrupt();
   const EmptyFolder folder;
   std::uint64_t connection = 0;
-  Tour tour(progress);
+  Tour tour(output);
   tour.add("Start the pipe library", [](Findings& findings) { findings.expectCode("KEL_Init", KEL_Init()); });
   tour.add("Connect to the device", [&](Findings& findings) {
     const std::uint32_t code = KEL_Connect(nullptr, queueBroadcast, &connection);
@@ -169,10 +167,10 @@ int demo(bool progress) {
     findings.giveUp();
   });
   tour.add("Ask a VAL task: three numbers, echoed", [&](Findings& findings) {
-    echo(findings, connection, kVal, fromValues({7, 8, 9}), valuesWords);
+    echo(findings, connection, kEchoVal, fromValues({7, 8, 9}), valuesWords);
   });
   tour.add("Ask a REF task: raw bytes, echoed",
-           [&](Findings& findings) { echo(findings, connection, kRef, fromText("Hello, device."), textWords); });
+           [&](Findings& findings) { echo(findings, connection, kEchoRef, fromText("Hello, device."), textWords); });
   tour.add("Ask for the trace path", [&](Findings& findings) { tracePath(findings, connection); });
   // Ahead of the stream: a stream gives its number back some time behind its end, and this takes all 64.
   tour.add("Have 64 asynchronous tasks in flight", [&](Findings& findings) { inFlight(findings, connection); });
@@ -184,10 +182,24 @@ int demo(bool progress) {
   tour.add("Disconnect",
            [&](Findings& findings) { findings.expectCode("KEL_Disconnect", KEL_Disconnect(connection)); });
   tour.add("Send on the closed connection: refused", [&](Findings& findings) {
-    findings.expectCode(kVal, sendTask(connection, kVal, {}).code, KEL_E_CONNECTION);
+    findings.expectCode(kEchoVal, sendTask(connection, kEchoVal, {}).code, KEL_E_CONNECTION);
   });
   tour.add("End the pipe library", [](Findings& findings) { findings.expectCode("KEL_Finalize", KEL_Finalize()); });
-  return tour.run() ? 0 : 1;
+  const bool passed = tour.run();
+  if (interrupted()) {
+    KEL_Disconnect(connection);
+    KEL_Finalize();
+  }
+  return passed ? kDone : kRefused;
+}
+
+}  // namespace
+
+void addDemo(CLI::App& app, Plan& plan) {
+  addVerb(app, plan, "demo",
+          "Tour the library against the stand-in device\n"
+          "Each step is shown with what it found, and checked.",
+          "kelctl demo\n", demo);
 }
 
 }  // namespace kelctl

@@ -2,21 +2,26 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <iostream>
 #include <iterator>
 #include <stdexcept>
 
+#include "platform/platform.h"
+
 namespace kelctl {
 namespace {
+
+[[noreturn]] void failOnFile(const std::string& name) { throw std::runtime_error(name + ": " + std::strerror(errno)); }
 
 Bytes readAll(std::istream& in) { return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()}; }
 
 }  // namespace
 
-void failOnFile(const std::string& name) { throw std::runtime_error(name + ": " + std::strerror(errno)); }
-
 Bytes readFile(const std::string& name) {
+  if (name == kStandardStream) {
+    kel::platform::passBytes(stdin);
+    return readAll(std::cin);
+  }
   std::ifstream file(name, std::ios::binary);
   if (!file) failOnFile(name);
   return readAll(file);
@@ -26,8 +31,22 @@ Bytes payloadOf(const PayloadOptions& options) {
   if (!options.values.empty()) return fromValues({options.values[0], options.values[1], options.values[2]});
   if (options.hex) return fromHex(*options.hex).value();
   if (options.text) return fromText(*options.text);
-  if (options.inFile.empty()) return {};
-  return options.inFile == kStandardStream ? readAll(std::cin) : readFile(options.inFile);
+  return options.inFile.empty() ? Bytes() : readFile(options.inFile);
+}
+
+ByteFile::ByteFile(const std::string& name) : mName(name) {
+  if (mName == kStandardStream) {
+    kel::platform::passBytes(stdout);
+  } else if (!mName.empty()) {
+    mFile.open(mName, std::ios::binary);
+    if (!mFile) failOnFile(mName);
+  }
+}
+
+void ByteFile::write(const Bytes& bytes) {
+  std::ostream& out = mFile.is_open() ? mFile : std::cout;
+  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size())).flush();
+  if (!out) failOnFile(mName);
 }
 
 }  // namespace kelctl

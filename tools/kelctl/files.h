@@ -1,10 +1,10 @@
-// Files that go to the device or come from it, read and written whole. What goes wrong is a std::exception that names
-// the file.
+// Files that go to the device or come from it. What goes wrong is a std::exception that names the file.
 #pragma once
 
+#include <fstream>
 #include <string>
 
-#include "commands.h"
+#include "options.h"
 #include "payload.h"
 
 namespace kelctl {
@@ -12,11 +12,23 @@ namespace kelctl {
 /// As a file's name: a standard stream instead.
 inline constexpr char kStandardStream[] = "-";
 
-[[noreturn]] void failOnFile(const std::string& name);
-
 Bytes readFile(const std::string& name);
 
 /// The payload that the command line describes.
 Bytes payloadOf(const PayloadOptions& options);
+
+/// What --out names: a file or standard output, which get bytes as they are; or nothing, and then it is not to be
+/// written to.
+class ByteFile {
+ public:
+  explicit ByteFile(const std::string& name);
+
+  explicit operator bool() const { return !mName.empty(); }
+  void write(const Bytes& bytes);
+
+ private:
+  const std::string mName;
+  std::ofstream mFile;
+};
 
 }  // namespace kelctl

@@ -1,6 +1,7 @@
 #include "in_flight.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "KELHandler.h"
 
@@ -14,6 +15,7 @@ std::uint32_t InFlight::answered() const {
 InFlight sendInFlight(std::uint64_t connection, const std::string& task, std::uint32_t count,
                       const std::function<Bytes(std::uint32_t)>& payloadOf) {
   InFlight outcome;
+  outcome.tasks = count;
   const Clock::time_point start = Clock::now();
   for (std::uint32_t i = 0; i < count; ++i) {
     const Bytes payload = payloadOf(i);
@@ -25,14 +27,18 @@ InFlight sendInFlight(std::uint64_t connection, const std::string& task, std::ui
     ++outcome.refused;
     outcome.refusalCode = code;
   }
-  while (outcome.answers.size() < count - outcome.refused) outcome.answers.push_back(nextAnswer());
+  // No deadline: the library owes an outcome to each task that it took.
+  while (outcome.answers.size() < count - outcome.refused && !outcome.interrupted) {
+    std::optional<Answer> answer = nextAnswer(Clock::time_point::max());
+    outcome.interrupted = !answer;
+    if (answer) outcome.answers.push_back(std::move(*answer));
+  }
   if (!outcome.answers.empty()) outcome.time = outcome.answers.back().arrival - start;
   return outcome;
 }
 
 std::string summary(const InFlight& outcome) {
-  const auto tasks = static_cast<std::uint32_t>(outcome.answers.size()) + outcome.refused;
-  return std::to_string(tasks) + (tasks == 1 ? " task: " : " tasks: ") + std::to_string(outcome.answered()) +
+  return std::to_string(outcome.tasks) + (outcome.tasks == 1 ? " task: " : " tasks: ") + std::to_string(outcome.answered()) +
          " answered, " + std::to_string(outcome.timedOut()) + " timed out, " + std::to_string(outcome.refused) +
          " refused, " + timeText(outcome.time);
 }

@@ -52,12 +52,26 @@ std::optional<Bytes> fromHex(const std::string& text) {
   return payload;
 }
 
+std::string toHex(const Bytes& payload) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (const std::uint8_t byte : payload) text += {kDigits[byte >> 4], kDigits[byte & 15]};
+  return text;
+}
+
 Bytes fromText(const std::string& text) { return {text.c_str(), text.c_str() + text.size() + 1}; }
 
 std::string toText(const Bytes& payload) {
   std::string text;
   std::transform(payload.begin(), std::find(payload.begin(), payload.end(), 0), std::back_inserter(text), printable);
   return text;
+}
+
+std::optional<std::string> toPlainText(const Bytes& payload) {
+  const auto end = payload.end() - (!payload.empty() && payload.back() == 0 ? 1 : 0);
+  const auto plain = [](std::uint8_t byte) { return (byte >= 0x20 && byte < 0x7F) || (byte >= '\t' && byte <= '\r'); };
+  if (payload.begin() == end || !std::all_of(payload.begin(), end, plain)) return std::nullopt;
+  return std::string(payload.begin(), end);
 }
 
 std::string hexDump(const Bytes& payload) {

@@ -21,11 +21,15 @@ std::string valuesText(const Values& values);
 
 /// Bytes from pairs of hexadecimal digits, with blanks between pairs or not; nothing for any other text.
 std::optional<Bytes> fromHex(const std::string& text);
+/// "01ff"
+std::string toHex(const Bytes& payload);
 
 /// The bytes of a text and its end mark, as the device's text tasks want it.
 Bytes fromText(const std::string& text);
 /// The text up to the end mark, or up to the last byte; what cannot be printed comes out as a dot.
 std::string toText(const Bytes& payload);
+/// The text of a payload that is one: printable ASCII and line breaks, with an end mark or not.
+std::optional<std::string> toPlainText(const Bytes& payload);
 
 /// Lines of offset, 16 bytes and their characters, each with a line feed.
 std::string hexDump(const Bytes& payload);

@@ -1,10 +1,40 @@
 #include "session.h"
 
 #include <cstdlib>
+#include <fstream>
 #include <memory>
 #include <utility>
 
+#include "engine/IniFileReader.h"
+#include "interrupt.h"
+#include "logging/Registry.h"
+
 namespace kelctl {
+namespace {
+
+/// RxWaitTimeout, read as the library reads it.
+std::chrono::milliseconds waitLimit() {
+  constexpr std::uint32_t kDefault = 10000;
+  const std::string name = std::string(".") + kel::platform::kPathSeparator + "Brel.ini";
+  if (!std::ifstream(name)) return std::chrono::milliseconds(kDefault);
+  std::string folder;
+  kel::ReadRegistryString(kel::platform::RegistryRoot::localMachine, "Software\\Brel", "BrelDllsPath", &folder);
+  if (!folder.empty()) folder += kel::platform::kPathSeparator;
+  kel::IniFileReader settings;
+  settings.SetIniFileName((folder + name).c_str());
+  return std::chrono::milliseconds(settings.ReadIntValue("Common", "RxWaitTimeout", kDefault));
+}
+
+void sendAsync(std::uint64_t connection, const std::string& task, const Bytes& payload,
+               KEL_StreamCallback streamCallback) {
+  std::uint32_t sequenceNumber = 0;
+  const std::uint32_t code =
+      KEL_SendReceiveAsyncKEL(connection, task.c_str(), 0, payload.data(), static_cast<std::uint32_t>(payload.size()),
+                              &sequenceNumber, queueAnswer, streamCallback);
+  if (code != KEL_OK) throw Refused("KEL_SendReceiveAsyncKEL", code);
+}
+
+}  // namespace
 
 std::string meaning(std::uint32_t code) {
   switch (code) {
@@ -14,11 +44,11 @@ std::string meaning(std::uint32_t code) {
       return "The connection is not open, or it could not be opened or closed. See that the\n"
              "device is there, and that `kelctl tasks` can read the task table.";
     case KEL_E_ASYNC_TASK:
-      return "The asynchronous task could not be sent: its name is unknown, the device refused\n"
-             "it, or too many are open. Check the name with `kelctl tasks`: case counts.";
+      return "The task could not be sent: its name is unknown, the device refused it, or too\n"
+             "many are open. Look the name up with `kelctl tasks`: case counts.";
     case KEL_E_TASK:
       return "The task's name is unknown, the device refused it, or no answer came in time.\n"
-             "Check the name with `kelctl tasks`: case counts. RxWaitTimeout in Brel.ini\n"
+             "Look the name up with `kelctl tasks`: case counts. RxWaitTimeout in Brel.ini\n"
              "says how long an answer is waited for.";
     default:
       return "A result of the pipe library's own.";
@@ -26,7 +56,17 @@ std::string meaning(std::uint32_t code) {
 }
 
 Refused::Refused(const std::string& call, std::uint32_t code)
-    : std::runtime_error(call + " returned " + std::to_string(code) + ":\n" + meaning(code)) {}
+    : std::runtime_error(call + " returned " + std::to_string(code) + ":\n" + meaning(code)),
+      mCall(call),
+      mCode(code) {}
+
+NoAnswer::NoAnswer()
+    : std::runtime_error(
+          "no answer came in time.\n"
+          "The device may be busy, or not there. RxWaitTimeout in Brel.ini says how many\n"
+          "milliseconds an answer is waited for: 10000, unless it says otherwise.") {}
+
+Interrupted::Interrupted() : std::runtime_error("interrupted before the answer came.") {}
 
 Reply sendTask(std::uint64_t connection, const std::string& task, const Bytes& payload, bool responseExpected,
                KEL_StreamCallback streamCallback) {
@@ -54,6 +94,7 @@ bool isVersionValid(std::uint64_t connection, std::string name, const Bytes& con
 }
 
 Session::Session(const std::string& table, KEL_BroadcastCallback broadcastCallback) {
+  catchInterrupt();
   // What KEL_Init returns only the pipe library could explain; a connect that follows tells whether it is up.
   KEL_Init();
   const std::uint32_t code = KEL_Connect(table.empty() ? nullptr : table.c_str(), broadcastCallback, &mConnection);
@@ -68,11 +109,26 @@ Session::~Session() {
   KEL_Finalize();
 }
 
-std::optional<Bytes> Session::send(const std::string& task, const Bytes& payload, bool responseExpected,
-                                   KEL_StreamCallback streamCallback) const {
-  Reply reply = sendTask(mConnection, task, payload, responseExpected, streamCallback);
-  if (reply.code != KEL_OK) throw Refused("KEL_SendReceiveKELEx", reply.code);
-  return std::move(reply.payload);
+Answer Session::ask(const std::string& task, const Bytes& payload) const {
+  sendAsync(mConnection, task, payload, nullptr);
+  std::optional<Answer> answer = nextAnswer(Clock::time_point::max());
+  if (!answer) throw Interrupted();
+  if (answer->errorCode != 0) throw NoAnswer();
+  return std::move(*answer);
+}
+
+// The library sets a stream no limit, not even for its opening.
+void Session::openStream(const std::string& task, const Bytes& payload) const {
+  const Clock::time_point deadline = Clock::now() + waitLimit();
+  sendAsync(mConnection, task, payload, queueStreamMessage);
+  if (nextAnswer(deadline)) return;
+  if (interrupted()) throw Interrupted();
+  throw NoAnswer();
+}
+
+void Session::tell(const std::string& task, const Bytes& payload) const {
+  const std::uint32_t code = sendTask(mConnection, task, payload, false).code;
+  if (code != KEL_OK) throw Refused("KEL_SendReceiveKELEx", code);
 }
 
 }  // namespace kelctl

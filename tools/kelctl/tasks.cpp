@@ -1,71 +1,139 @@
+#include <algorithm>
+#include <cctype>
+#include <charconv>
 #include <cstdio>
-#include <cstdlib>
-#include <sstream>
-#include <stdexcept>
+#include <iostream>
+#include <nlohmann/json.hpp>
 
-#include "adapter/TaskRecord.h"
-#include "catalogue/BrelTUIsList.h"
-#include "commands.h"
+#include "files.h"
+#include "options.h"
+#include "table_check.h"
+#include "task_table.h"
 
 namespace kelctl {
 namespace {
 
-std::string targetWord(std::uint32_t target) {
-  switch (target) {
-    case 2:
-      return "user driver";
-    case 4:
-      return "firmware";
-    case 6:
-      return "trace";
-    case 8:
-      return "upper DSPs";
-    default:
-      return std::to_string(target);
+/// Of `tasks` and the verbs below it.
+struct TasksOptions {
+  std::string table;
+  std::string query;
+  std::string file;
+};
+
+// The library keeps a row's name and number. The other columns are shown as the number has them, which is what counts
+// when a task is sent, whatever the table says.
+void printTasks(const std::string& verb, const std::vector<Task>& tasks, Output& output) {
+  if (output.json()) {
+    Json list = Json::array();
+    for (const Task& task : tasks) list.push_back(tuiJson(task.name, task.tui));
+    return output.object({{"verb", verb}, {"tasks", list}});
   }
+  std::string text;
+  if (output.terminal()) text = output.faint("TUI      TYPE  PRI  TARGET       NAME") + '\n';
+  for (const Task& task : tasks) {
+    char row[64];
+    std::snprintf(row, sizeof row, output.terminal() ? "%s  %-4s  %3u  %-11s  " : "%s\t%s\t%u\t%s\t",
+                  tuiText(task.tui).c_str(), typeWord(task.tui).c_str(), priorityOf(task.tui),
+                  targetWord(task.tui).c_str());
+    text += row + task.name + '\n';
+  }
+  if (output.terminal()) text += '\n' + std::to_string(tasks.size()) + " tasks\n";
+  output.text(text);
 }
 
-std::string typeWord(std::uint32_t type) {
-  if (type > kel::kTypeRef) return std::to_string(type);
-  return type == kel::kTypeRef ? "REF" : "VAL";
+int list(const TasksOptions& options, Output& output) {
+  printTasks("tasks list", readTable(options.table), output);
+  return kDone;
 }
 
-/// The text of a table that the library could read through.
-std::string tableText(kel::BrelTUIsList& list, const std::string& table) {
-  // An empty name cannot be opened, which leaves the built-in table.
-  list.SetTUIsFile(nullptr, table.c_str());
-  if (!list.ReadTUIs()) throw std::runtime_error(table + ": this task table cannot be read through");
-  const char* fileName = nullptr;
-  const char* bytes = nullptr;
-  std::uint32_t length = 0;
-  list.RetrieveRawTUIsList(&fileName, &bytes, &length);
-  std::string text(bytes, length);
-  if (!table.empty()) std::free(const_cast<char*>(bytes));  // from a file it is a block of ours
+/// A whole number, decimal or with 0x.
+std::optional<std::uint32_t> tuiOf(const std::string& text) {
+  const bool isHex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+  std::uint32_t number = 0;
+  const auto [end, error] =
+      std::from_chars(text.data() + (isHex ? 2 : 0), text.data() + text.size(), number, isHex ? 16 : 10);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return number;
+}
+
+std::string lower(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); });
   return text;
+}
+
+int find(const TasksOptions& options, Output& output) {
+  std::vector<Task> table = readTable(options.table);
+  if (const auto tui = tuiOf(options.query)) {
+    const std::string name = nameOf(table, *tui);
+    if (output.json()) {
+      output.object({{"verb", "tasks find"}, {"tasks", Json::array({tuiJson(name, *tui)})}});
+    } else {
+      output.text(tuiText(name, *tui));
+    }
+    return kDone;
+  }
+  std::erase_if(table, [part = lower(options.query)](const Task& task) {
+    return lower(task.name).find(part) == std::string::npos;
+  });
+  if (!table.empty() || output.json()) printTasks("tasks find", table, output);
+  if (!table.empty()) return kDone;
+  std::cerr << "kelctl: no task has \"" << options.query << "\" in its name. `kelctl tasks` lists them all.\n";
+  return kRefused;
+}
+
+int check(const TasksOptions& options, Output& output) {
+  const Bytes bytes = readFile(options.file);
+  const TableFindings findings = checkTable(std::string(bytes.begin(), bytes.end()));
+  if (output.json()) {
+    Json faults = Json::array();
+    for (const TableFault& fault : findings.faults) faults.push_back({{"line", fault.line}, {"text", fault.text}});
+    output.object({{"verb", "tasks check"}, {"file", options.file}, {"rows", findings.rows}, {"faults", faults}});
+  } else {
+    std::string text;
+    for (const TableFault& fault : findings.faults) {
+      text += options.file + ':' + std::to_string(fault.line) + ": " + fault.text + '\n';
+    }
+    const std::size_t count = findings.faults.size();
+    const std::string verdict =
+        count == 0 ? output.good("no faults") : output.bad(std::to_string(count) + (count == 1 ? " fault" : " faults"));
+    output.text(text + options.file + ": " + std::to_string(findings.rows) + " tasks, " + verdict + '\n');
+  }
+  return findings.faults.empty() ? kDone : kRefused;
 }
 
 }  // namespace
 
-// The library keeps a row's name and number. The other columns are shown as the number has them, which is what counts
-// when a task is sent, whatever the table says.
-int tasks(const std::string& table) {
-  kel::BrelTUIsList list;
-  std::istringstream rows(tableText(list, table));
-  std::printf("TUI      TYPE  PRI  TARGET       NAME\n");
-  int count = 0;
-  for (std::string row, name; std::getline(rows, row); ++count) {
-    const char* position = row.c_str();
-    std::uint8_t unused[5];
-    std::uint32_t tui = 0, hexColumn = 0, rowLength = 0;
-    if (list.ReadOneTUI(&position, &name, &unused[0], &unused[1], &unused[2], &unused[3], &unused[4], &tui, &hexColumn,
-                        &rowLength) != 1) {
-      break;
-    }
-    std::printf("0x%05x  %-4s  %3u  %-11s  %s\n", tui, typeWord(kel::GetTuiType(tui)).c_str(), tui >> 16 & 7,
-                targetWord(kel::GetTuiTarget(tui)).c_str(), name.c_str());
-  }
-  std::printf("\n%d tasks\n", count);
-  return 0;
+void addTasks(CLI::App& app, Plan& plan) {
+  const auto shared = std::make_shared<TasksOptions>();
+  auto [tasks, options] = addVerb<TasksOptions>(app, plan, "tasks", "List, search or check a task table",
+                                                "kelctl tasks\n"
+                                                "kelctl tasks --table own.csv\n"
+                                                "kelctl tasks find debug\n"
+                                                "kelctl tasks find 0x38240\n"
+                                                "kelctl tasks check own.csv\n",
+                                                list, shared);
+  addTable(tasks, options.table);
+
+  CLI::App& listed = addVerb(tasks, plan, "list", "List the task table; `kelctl tasks` does so as well",
+                             "kelctl tasks list --json\n"
+                             "kelctl tasks list | cut -f 5\n",
+                             list, shared)
+                         .first;
+  addTable(listed, options.table);
+
+  CLI::App& found = addVerb(tasks, plan, "find", "Find tasks by a part of the name, or take a TUI apart",
+                            "kelctl tasks find debug\n"
+                            "kelctl tasks find 0x38240\n",
+                            find, shared)
+                        .first;
+  addQuery(found, options.query, "Part of a name, in any case; or a TUI, decimal or with 0x");
+  addTable(found, options.table);
+
+  CLI::App& checked =
+      addVerb(tasks, plan, "check", "Check a task table, line by line", "kelctl tasks check own.csv\n", check, shared)
+          .first;
+  addFile(checked, options.file, "The table");
 }
 
 }  // namespace kelctl

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "KELHandler.h"
+#include "output.h"
 
 namespace kelctl {
 
@@ -36,12 +37,12 @@ class Tour {
  public:
   using Body = std::function<void(Findings&)>;
 
-  /// `progress`: a bar under the steps so far, which wants a terminal.
-  explicit Tour(bool progress) : mProgress(progress) {}
+  /// A terminal gets a bar under the steps so far.
+  explicit Tour(Output& output) : mOutput(output) {}
 
   void add(const std::string& title, Body body) { mSteps.push_back({title, std::move(body)}); }
 
-  /// Runs the steps in their order. False if anything was wrong.
+  /// Runs the steps in their order, up to Ctrl-C where that is caught. False if anything was wrong, or is missing.
   bool run();
 
  private:
@@ -51,10 +52,9 @@ class Tour {
   };
 
   Findings runStep(std::size_t index);
-  void showProgress(std::size_t done, const std::string& title) const;
-  void clearProgress() const;
+  void showProgress(std::size_t done, const std::string& title);
 
-  const bool mProgress;
+  Output& mOutput;
   std::vector<Step> mSteps;
 };
 

@@ -1,17 +1,38 @@
-#include <iostream>
+#include <nlohmann/json.hpp>
 
-#include "commands.h"
 #include "files.h"
+#include "options.h"
 #include "session.h"
 
 namespace kelctl {
+namespace {
 
-int validate(const ValidateOptions& options) {
+struct ValidateOptions {
+  std::string file;
+  std::string vectors = ".";
+};
+
+int validate(const ValidateOptions& options, Output& output) {
   const Bytes content = readFile(options.file);
   const Session session("");
   const bool valid = isVersionValid(session.connection(), options.file, content, options.vectors);
-  std::cout << options.file << (valid ? ": valid\n" : ": not valid, or that could not be found out\n");
-  return valid ? 0 : 1;
+  if (output.json()) {
+    output.object({{"verb", "validate"}, {"file", options.file}, {"valid", valid}});
+  } else {
+    output.text(options.file + ": " +
+                (valid ? output.good("valid") : output.bad("not valid, or that could not be found out")) + '\n');
+  }
+  return valid ? kDone : kRefused;
+}
+
+}  // namespace
+
+void addValidate(CLI::App& app, Plan& plan) {
+  auto [verb, options] =
+      addVerb<ValidateOptions>(app, plan, "validate", "Ask whether a file belongs to the device's software generation",
+                               "kelctl validate Statistics.bm\n", validate);
+  addFile(verb, options.file, "The file");
+  addFolder(verb, "--vectors", options.vectors, "Folder of *VersionsVector.txt files (the working directory)");
 }
 
 }  // namespace kelctl

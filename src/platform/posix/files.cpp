@@ -1,4 +1,6 @@
 // Files and dates.
+#include <unistd.h>
+
 #include <cerrno>
 #include <ctime>
 
@@ -21,6 +23,10 @@ const char kPathSeparator = '/';
 std::ofstream openToAppend(const std::string& fileName) {
   return std::ofstream(fileName, std::ios::out | std::ios::app);
 }
+
+bool isTerminal(std::FILE* stream) { return isatty(fileno(stream)) == 1; }
+
+void passBytes(std::FILE* /*stream*/) {}
 
 int dateText(char (&text)[kDateTextSize]) { return formatNow("%m/%d/%y", text); }
 

@@ -1,7 +1,10 @@
 // Files and dates.
+#include <fcntl.h>
+#include <io.h>
 #include <time.h>
 
 #include "platform/platform.h"
+#include "platform/win32/windows_api.h"
 
 namespace kel::platform {
 
@@ -11,6 +14,17 @@ const char kPathSeparator = '\\';
 std::ofstream openToAppend(const std::string& fileName) {
   return std::ofstream(fileName, std::ios::out | std::ios::app);
 }
+
+// _isatty() says yes to the null device as well; only a console has a mode.
+bool isTerminal(std::FILE* stream) {
+  const HANDLE console = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
+  DWORD mode = 0;
+  if (!GetConsoleMode(console, &mode)) return false;
+  SetConsoleMode(console, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING);
+  return true;
+}
+
+void passBytes(std::FILE* stream) { _setmode(_fileno(stream), _O_BINARY); }
 
 int dateText(char (&text)[kDateTextSize]) { return _strdate_s(text, sizeof text); }
 

@@ -1,0 +1,101 @@
+#include "command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include "help.h"
+#include "options.h"
+#include "session.h"
+
+namespace kelctl {
+namespace {
+
+/// A verb as one writes it: "kelctl tasks find".
+std::string nameOf(const CLI::App& verb) {
+  return verb.get_parent() == nullptr ? verb.get_name() : nameOf(*verb.get_parent()) + ' ' + verb.get_name();
+}
+
+/// The verb that the words got to.
+const CLI::App& reached(const CLI::App& app) {
+  for (const CLI::App* verb : verbsOf(app)) {
+    if (verb->parsed()) return reached(*verb);
+  }
+  return app;
+}
+
+std::string usageFault(const CLI::App* app, const CLI::Error& error) {
+  const CLI::App& verb = reached(*app);
+  std::string fault = error.what();
+  if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && verb.get_require_subcommand_min() != 0) {
+    const std::vector<std::string> words = verb.remaining();
+    fault = words.empty() ? "a verb is missing" : "there is no verb \"" + words.front() + '"';
+  }
+  return "kelctl: " + fault + "\nRun `" + nameOf(verb) + " --help` for its usage.\n";
+}
+
+int failed(Output& output, int status, const std::exception& error, const Refused* refused = nullptr) {
+  std::cerr << "kelctl: " << error.what() << '\n';
+  if (!output.json()) return status;
+  Json json{{"status", status}, {"text", error.what()}};
+  if (refused != nullptr) json.update({{"call", refused->call()}, {"code", refused->code()}});
+  try {
+    output.object({{"error", json}});
+  } catch (const std::exception&) {
+    // Standard output takes no more, which is what was told just now.
+  }
+  return status;
+}
+
+}  // namespace
+
+void addVerbs(CLI::App& app, Plan& plan) {
+  app.description("Talk to the device from the command line");
+  app.require_subcommand(1);
+  app.formatter_fn(
+      [](const CLI::App* verb, const std::string& name, CLI::AppFormatMode) { return helpOf(verb, name); });
+  app.failure_message(usageFault);
+  app.set_help_flag("-h,--help", "Print this help");
+  app.set_version_flag("--version", "kelctl " KELCTL_VERSION, "Print kelctl's version");
+  app.footer(
+      "kelctl tasks\n"
+      "kelctl send TASK_ID_APPLICATION_DEBUG_VAL --val 7 8 9\n"
+      "kelctl ping --count 5 --interval 100\n"
+      "kelctl send --help\n");
+  addDemo(app, plan);
+  addSend(app, plan);
+  addStream(app, plan);
+  addListen(app, plan);
+  addPing(app, plan);
+  addTasks(app, plan);
+  addValidate(app, plan);
+  addDecode(app, plan);
+  addScenario(app, plan);
+  addCompletion(app, plan);
+  addVersion(app, plan);
+}
+
+int run(std::vector<std::string> words) {
+  Plan plan;
+  CLI::App app{"", "kelctl"};
+  addVerbs(app, plan);
+  try {
+    std::reverse(words.begin(), words.end());  // the package takes the last one first
+    app.parse(std::move(words));
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? kDone : kWrongUsage;
+  }
+  Output output(plan.json);
+  try {
+    return plan.action(output);
+  } catch (const NoAnswer& error) {
+    return failed(output, kNoAnswer, error);
+  } catch (const Refused& error) {
+    return failed(output, kRefused, error, &error);
+  } catch (const std::exception& error) {
+    return failed(output, kRefused, error);
+  }
+}
+
+}  // namespace kelctl

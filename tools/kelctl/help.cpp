@@ -1,0 +1,102 @@
+#include "help.h"
+
+#include <CLI/CLI.hpp>
+#include <sstream>
+
+namespace kelctl {
+namespace {
+
+constexpr std::size_t kWidth = 80;
+constexpr std::size_t kColumn = 24;
+
+/// A name and, in a column of its own, what it is for.
+std::string entry(const std::string& name, const std::string& help) {
+  std::string lines, line = "  " + name;
+  line.resize(std::max(line.size() + 2, kColumn), ' ');
+  std::istringstream words(help);
+  bool first = true;
+  for (std::string word; words >> word; first = false) {
+    if (!first && line.size() + 1 + word.size() >= kWidth) {
+      lines += line + '\n';
+      line.assign(kColumn, ' ');
+    } else if (!first) {
+      line += ' ';
+    }
+    line += word;
+  }
+  return lines + line + '\n';
+}
+
+std::string entryOf(const CLI::Option& option) {
+  std::string name = option.get_name(option.get_positional(), !option.get_positional());
+  if (const std::size_t comma = name.find(','); comma != std::string::npos) name.insert(comma + 1, " ");
+  if (!option.get_positional() && !argumentOf(option).empty()) name += ' ' + argumentOf(option);
+  return entry(name, option.get_description());
+}
+
+std::string usage(const CLI::App& app, const std::string& name) {
+  std::string line = "Usage: " + name + " [OPTIONS]";
+  for (const CLI::Option* option : positionalsOf(app)) {
+    const std::string word = option->get_name(true);
+    line += option->get_required() ? ' ' + word : " [" + word + ']';
+  }
+  if (!verbsOf(app).empty()) line += app.get_require_subcommand_min() != 0 ? " VERB" : " [VERB]";
+  return line + '\n';
+}
+
+constexpr char kExitStatus[] =
+    "\nExit status:\n"
+    "  0  done\n"
+    "  1  the library or the device refused, or the outcome is not what was asked for\n"
+    "  2  wrong usage\n"
+    "  3  no answer came in time\n";
+
+}  // namespace
+
+std::vector<const CLI::App*> verbsOf(const CLI::App& app) {
+  return app.get_subcommands([](const CLI::App* verb) { return !verb->get_name().empty(); });
+}
+
+std::vector<const CLI::App*> groupsOf(const CLI::App& app) {
+  return app.get_subcommands([](const CLI::App* group) { return group->get_name().empty(); });
+}
+
+std::string summaryOf(const CLI::App& app) {
+  const std::string description = app.get_description();
+  return description.substr(0, description.find('\n'));
+}
+
+std::vector<const CLI::Option*> positionalsOf(const CLI::App& app) {
+  return app.get_options([](const CLI::Option* option) { return option->get_positional(); });
+}
+
+std::vector<const CLI::Option*> namedOptionsOf(const CLI::App& app) {
+  return app.get_options([](const CLI::Option* option) { return option->nonpositional(); });
+}
+
+std::string argumentOf(const CLI::Option& option) {
+  if (option.get_positional()) return option.get_name(true);
+  return option.get_type_size() == 0 ? "" : option.get_type_name();
+}
+
+std::string helpOf(const CLI::App* app, const std::string& name) {
+  const std::string summary = summaryOf(*app);
+  std::string help = usage(*app, name) + summary + '.' + app->get_description().substr(summary.size()) + '\n';
+  if (!positionalsOf(*app).empty()) help += '\n';
+  for (const CLI::Option* option : positionalsOf(*app)) help += entryOf(*option);
+  if (!verbsOf(*app).empty()) help += "\nVerbs:\n";
+  for (const CLI::App* verb : verbsOf(*app)) help += entry(verb->get_name(), summaryOf(*verb));
+  help += "\nOptions:\n";
+  for (const CLI::Option* option : namedOptionsOf(*app)) help += entryOf(*option);
+  for (const CLI::App* group : groupsOf(*app)) {
+    help += '\n' + group->get_group() + ":\n";
+    for (const CLI::Option* option : namedOptionsOf(*group)) help += entryOf(*option);
+  }
+  help += kExitStatus;
+  std::istringstream examples(app->get_footer());
+  if (examples.peek() != std::istringstream::traits_type::eof()) help += "\nExamples:\n";
+  for (std::string line; std::getline(examples, line);) help += "  $ " + line + '\n';
+  return help;
+}
+
+}  // namespace kelctl

@@ -1,0 +1,111 @@
+#include "options.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+
+namespace kelctl {
+namespace {
+
+constexpr double kMostSeconds = 1e9;
+
+/// The package's check, without its word for it in the help.
+CLI::Validator existingFile() { return CLI::ExistingFile.description(""); }
+
+std::string checkHex(const std::string& text) {
+  return fromHex(text) ? std::string() : "\"" + text + "\" is not pairs of hexadecimal digits";
+}
+
+std::string checkSeconds(const std::string& text) {
+  char* end = nullptr;
+  const double seconds = std::strtod(text.c_str(), &end);
+  return end != text.c_str() && *end == '\0' && seconds >= 0 && seconds <= kMostSeconds
+             ? std::string()
+             : "\"" + text + "\" is not a number of seconds";
+}
+
+}  // namespace
+
+CLI::App& addVerb(CLI::App& parent, Plan& plan, const std::string& name, const std::string& help,
+                  const std::string& examples, const Action& action) {
+  CLI::App& verb = *parent.add_subcommand(name, help);
+  verb.footer(examples);
+  verb.require_subcommand(0, 1);
+  verb.add_flag("--json", plan.json, "Print JSON, one object a line");
+  // The verbs of a verb come first.
+  verb.callback([action, &plan] {
+    if (!plan.action) plan.action = action;
+  });
+  return verb;
+}
+
+CLI::App& addFamily(CLI::App& parent, const std::string& name, const std::string& help, const std::string& examples) {
+  CLI::App& verb = *parent.add_subcommand(name, help);
+  verb.footer(examples);
+  verb.require_subcommand(1);
+  return verb;
+}
+
+void addPayload(CLI::App& verb, PayloadOptions& payload, std::initializer_list<CLI::Option*> instead) {
+  CLI::Option_group* group =
+      verb.add_option_group("Payload (none: three zeros for a VAL task, nothing for a REF task)");
+  group->require_option(0, 1);
+  group->set_help_flag();  // the verb has it
+  group->add_option("--val", payload.values, "Three values, as in C: 10, 0xa")->expected(3)->type_name("A B C");
+  group->add_option("--hex", payload.hex, "Bytes as pairs of hexadecimal digits")->type_name("BYTES")->check(checkHex);
+  group->add_option("--text", payload.text, "A text and the zero byte that ends it")->type_name("TEXT");
+  group->add_option("--in", payload.inFile, "Bytes from a file, - for standard input")->type_name("FILE");
+  for (CLI::Option* option : instead) group->excludes(option);
+}
+
+CLI::Option* addTask(CLI::App& verb, std::string& task) {
+  return addOptionalTask(verb, task, "Name of the task; `kelctl tasks` lists them")->required();
+}
+
+CLI::Option* addOptionalTask(CLI::App& verb, std::string& task, const std::string& help) {
+  return verb.add_option("TASK", task, help);
+}
+
+CLI::Option* addFile(CLI::App& verb, std::string& file, const std::string& help) {
+  return verb.add_option("FILE", file, help)->required()->check(existingFile());
+}
+
+CLI::Option* addQuery(CLI::App& verb, std::string& query, const std::string& help) {
+  return verb.add_option("QUERY", query, help)->required();
+}
+
+CLI::Option* addFlag(CLI::App& verb, const std::string& name, bool& flag, const std::string& help) {
+  return verb.add_flag(name, flag, help);
+}
+
+CLI::Option* addNumber(CLI::App& verb, const std::string& name, const std::string& unit,
+                       std::optional<std::uint32_t>& number, const std::string& help, std::uint32_t least,
+                       std::uint32_t most) {
+  return verb.add_option(name, number, help)->type_name(unit)->check(CLI::Range(least, most).description(""));
+}
+
+CLI::Option* addSeconds(CLI::App& verb, const std::string& name, std::optional<double>& seconds,
+                        const std::string& help) {
+  return verb.add_option(name, seconds, help)->type_name("SECONDS")->check(checkSeconds);
+}
+
+CLI::Option* addFolder(CLI::App& verb, const std::string& name, std::string& folder, const std::string& help) {
+  return verb.add_option(name, folder, help)->type_name("DIR")->check(CLI::ExistingDirectory.description(""));
+}
+
+CLI::Option* addTable(CLI::App& verb, std::string& table) {
+  return verb.add_option("--table", table, "Task table to use instead of the built-in one")
+      ->type_name("FILE")
+      ->check(existingFile());
+}
+
+CLI::Option* addOut(CLI::App& verb, std::string& file, const std::string& what) {
+  return verb.add_option("--out", file, what + " to a file, - for standard output")
+      ->type_name("FILE")
+      ->excludes("--json");
+}
+
+void exclude(CLI::Option* one, std::initializer_list<CLI::Option*> others) {
+  for (CLI::Option* other : others) one->excludes(other);
+}
+
+}  // namespace kelctl

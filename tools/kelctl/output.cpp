@@ -1,0 +1,53 @@
+#include "output.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+#include "platform/platform.h"
+
+namespace kelctl {
+namespace {
+
+/// NO_COLOR with any value, and a terminal that calls itself dumb, want none.
+bool colourWanted() {
+  const char* noColour = std::getenv("NO_COLOR");
+  const char* terminal = std::getenv("TERM");
+  return (noColour == nullptr || *noColour == '\0') && (terminal == nullptr || std::strcmp(terminal, "dumb") != 0);
+}
+
+}  // namespace
+
+Output::Output(bool json)
+    : mJson(json), mTerminal(!json && kel::platform::isTerminal(stdout)), mColour(mTerminal && colourWanted()) {}
+
+void Output::text(const std::string& text) {
+  errno = 0;
+  std::cout << text << std::flush;
+  if (!std::cout) throw std::runtime_error(std::string("standard output: ") + std::strerror(errno));
+}
+
+// Names and texts may come from a device or a file, and may be no UTF-8.
+void Output::object(const Json& object) { text(object.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n'); }
+
+std::string Output::coloured(const char* colour, const std::string& text) const {
+  return mColour ? std::string("\x1b[") + colour + 'm' + text + "\x1b[0m" : text;
+}
+
+Json payloadJson(const Bytes& payload) {
+  Json json{{"size", payload.size()}, {"hex", toHex(payload)}};
+  if (const std::optional<Values> values = toValues(payload)) json["values"] = *values;
+  if (const std::optional<std::string> text = toPlainText(payload)) json["text"] = *text;
+  return json;
+}
+
+Json payloadJson(bool isRef, const Bytes& payload) {
+  Json json{{"form", isRef ? "REF" : "VAL"}};
+  json.update(payloadJson(payload));
+  return json;
+}
+
+}  // namespace kelctl

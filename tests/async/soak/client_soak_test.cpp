@@ -1,10 +1,10 @@
 // Many asynchronous tasks through the exports, from several threads and over several connections.
 #include <atomic>
-#include <semaphore>
 #include <thread>
 
 #include "interface/client.h"
 #include "support/process_resources.h"
+#include "support/room.h"
 
 namespace kel::test {
 namespace {
@@ -15,7 +15,7 @@ constexpr std::uint32_t kConnections = 2;
 
 std::vector<std::atomic<std::uint8_t>> gAnswers(kTasks);
 std::atomic<std::uint32_t> gWrong{0};
-std::counting_semaphore<> gRoom(48);
+Room gRoom(48);
 
 void OnAnswer(std::uint32_t errorCode, std::uint32_t commandID, std::uint32_t, std::uint32_t, void* data,
               std::uint32_t size, std::uint32_t) {

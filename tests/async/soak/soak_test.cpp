@@ -1,8 +1,8 @@
 // Many asynchronous tasks and long streams in one process.
-#include <semaphore>
 
 #include "async/async_test.h"
 #include "support/process_resources.h"
+#include "support/room.h"
 
 namespace kel::test {
 namespace {
@@ -32,7 +32,7 @@ class AsyncSoakTest : public AsyncTest {
 
 std::vector<std::atomic<std::uint8_t>> gAnswers(kTasks);
 std::atomic<std::uint32_t> gWrong{0};
-std::counting_semaphore<> gRoom(48);  // not all 64: a number is free again some time after its callback
+Room gRoom(48);  // not all 64: a number is free again some time after its callback
 
 void OnAnswer(std::uint32_t errorCode, std::uint32_t commandID, std::uint32_t, std::uint32_t, void* data,
               std::uint32_t size, std::uint32_t) {

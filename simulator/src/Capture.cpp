@@ -106,6 +106,7 @@ void Capture::Open() {
   mStart = Clock::now();
 
   mBlock.reserve(2 * std::size_t{pcapng::kSnapLength});  // for the largest one, so that adding takes no more memory
+  mLastBlock.reserve(kReserve);
   pcapng::AppendSectionHeader(mBlock, "Stand-in SluiceHub");
   pcapng::AppendInterface(mBlock, kLinkTypeUser0, "SluiceHub", "L5 messages and events");
   QueueBlock(0);
@@ -168,14 +169,16 @@ void Capture::Add(const CaptureFrame& frame) {
   }
 }
 
-void Capture::AddStatistics() {
-  if (!IsOn() || mReceivedTold == mReceived) return;
+/// False if nothing has passed since the last ones.
+bool Capture::AppendStatistics(pcapng::Bytes& to) {
+  if (mReceivedTold == mReceived) return false;
   mReceivedTold = mReceived;
-  pcapng::AppendStatistics(mBlock, Now(), mReceived, mDropped);
-  QueueBlock(0);
-  if (mDroppedTold == mDropped) return;
-  mDroppedTold = mDropped;
-  Tell(mName, std::to_string(mDropped) + " of " + std::to_string(mReceived) + " packets were dropped: slow disk");
+  pcapng::AppendStatistics(to, Now(), mReceived, mDropped);
+  if (mDroppedTold != mDropped) {
+    mDroppedTold = mDropped;
+    Tell(mName, std::to_string(mDropped) + " of " + std::to_string(mReceived) + " packets were dropped: slow disk");
+  }
+  return true;
 }
 
 void Capture::StartWriting() {
@@ -199,7 +202,7 @@ void Capture::Run(const std::stop_token& stop) {
 }
 
 std::jthread Capture::StopWriting() {
-  AddStatistics();
+  if (IsOn() && AppendStatistics(mBlock)) QueueBlock(0);
   mWriter.request_stop();
   return std::move(mWriter);
 }
@@ -228,16 +231,19 @@ bool Capture::WriteTo(std::ostream& file, std::uint64_t begin, std::uint64_t end
   return true;
 }
 
-void Capture::EndWithProcess(bool isLocked) {
+void Capture::EndWithProcess() {
   if (!IsOn() || mFailed) return;
-  if (isLocked) AddStatistics();
   // Nothing is added any more, so that the queue's bytes stay what they are, also if the thread is still writing them.
   // It is neither waited for nor woken: it may be gone, and what it slept on with it.
   mOn = false;
   const std::uint64_t begin = mWritten.load(std::memory_order_acquire);
   mLastFile.seekp(static_cast<std::streamoff>(begin));
-  if (!WriteTo(mLastFile, begin, mQueued.load(std::memory_order_acquire)))
-    Tell(mName, LastError() + "; its end is missing");
+  bool isWritten = WriteTo(mLastFile, begin, mQueued.load(std::memory_order_acquire));
+  if (isWritten && AppendStatistics(mLastBlock)) {
+    mLastFile.write(reinterpret_cast<const char*>(mLastBlock.data()), static_cast<std::streamsize>(mLastBlock.size()));
+    isWritten = mLastFile.good();
+  }
+  if (!isWritten) Tell(mName, LastError() + "; its end is missing");
 }
 
 }  // namespace kel::sim

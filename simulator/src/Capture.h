@@ -97,9 +97,9 @@ class Capture {
   /// Writes what is queued. Takes a lock of its own and waits for the disk.
   void WriteQueued();
 
-  /// Ends the capture for good and writes what is queued, whatever became of the thread. Without the hub's lock, which
-  /// a thread that the system has ended may have kept, the statistics are left out.
-  void EndWithProcess(bool isLocked);
+  /// Ends the capture for good and writes what is queued, whatever became of the thread. It may be called without the
+  /// hub's lock if that could not be had: a thread that the system has ended keeps it, and disturbs nothing any more.
+  void EndWithProcess();
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -108,7 +108,7 @@ class Capture {
   void Open();
   std::uint64_t Now() const;
   bool QueueBlock(std::size_t reserve);
-  void AddStatistics();
+  bool AppendStatistics(pcapng::Bytes& to);
   bool WriteTo(std::ostream& file, std::uint64_t begin, std::uint64_t end) const;
   void Wake();
 
@@ -131,7 +131,10 @@ class Capture {
   std::uint64_t mReceivedTold = 0;   ///< in the file's statistics
   pcapng::Bytes mBlock;              ///< serves one block after the other
   std::jthread mWriter;
-  std::ofstream mLastFile;  ///< the same file once more, for the end of the process
+
+  // For the end of the process: the same file once more, and room for what ends it.
+  std::ofstream mLastFile;
+  pcapng::Bytes mLastBlock;
 
   // Bytes of the file, counted from its start: those from mWritten to mQueued are in the queue.
   std::atomic<std::uint64_t> mQueued{0};   ///< set under the hub's lock

@@ -197,7 +197,7 @@ struct HaltAtExit {
       if (const std::unique_lock lock(hub.mutex, std::try_to_lock); lock.owns_lock()) ended = Halt(hub);
     }
     const std::unique_lock lock(hub.mutex, std::try_to_lock);
-    hub.capture.EndWithProcess(lock.owns_lock());
+    hub.capture.EndWithProcess();
   }
 
  private:

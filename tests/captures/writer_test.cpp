@@ -148,10 +148,11 @@ TEST(CaptureWriter, TheEndOfTheProcessWritesWhatTheThreadHasNot) {
     capture.Add(Request(i, Body(i)));
     if (i == 5) capture.WriteQueued();
   }
-  capture.EndWithProcess(true);
+  capture.EndWithProcess();
   const CaptureFile file = ReadCapture(kFile);
   EXPECT_EQ(file.packets.size(), 10u);
   EXPECT_EQ(file.received, 10u);
+  EXPECT_EQ(file.statistics, 1);
   EXPECT_FALSE(capture.IsOn());
 }
 
@@ -161,7 +162,7 @@ TEST(CaptureWriter, TheEndOfTheProcessMayMeetTheThreadAtWork) {
   ASSERT_TRUE(capture.Start(kFile));
   capture.StartWriting();
   for (std::uint32_t i = 1; i <= 2000; ++i) capture.Add(Request(i, Body(i)));
-  capture.EndWithProcess(true);
+  capture.EndWithProcess();
   const CaptureFile file = ReadCapture(kFile);
   ASSERT_EQ(file.packets.size(), 2000u);
   EXPECT_EQ(file.packets.back().Body(), Body(2000));
@@ -174,19 +175,8 @@ TEST(CaptureWriter, StatisticsAreWrittenOnceForTheSamePackets) {
   ASSERT_TRUE(capture.Start(kFile));
   capture.Add(Request(1, Body(1)));
   StopAndWrite(capture);
-  capture.EndWithProcess(true);
+  capture.EndWithProcess();
   EXPECT_EQ(ReadCapture(kFile).statistics, 1);
-}
-
-TEST(CaptureWriter, WithoutTheLockTheEndLeavesTheStatisticsOut) {
-  const ScratchDirectory folder;
-  Capture capture;
-  ASSERT_TRUE(capture.Start(kFile));
-  capture.Add(Request(1, Body(1)));
-  capture.EndWithProcess(false);
-  const CaptureFile file = ReadCapture(kFile);
-  EXPECT_EQ(file.packets.size(), 1u);
-  EXPECT_EQ(file.statistics, 0);
 }
 
 TEST(CaptureWriter, AFileThatCannotBeOpenedIsToldOnce) {

@@ -15,7 +15,7 @@ TEST(CaptureFiles, AFullDiskEndsTheCaptureAndIsTold) {
   capture.Add({.kind = sim::CaptureKind::kConnect});
   EXPECT_FALSE(capture.IsOn());
   capture.WriteQueued();
-  capture.EndWithProcess(true);
+  capture.EndWithProcess();
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "SluiceHub: capture /dev/full: No space left on device; the capture ends here\n");
 }
@@ -29,8 +29,8 @@ TEST(CaptureFiles, AFileThatIsTakenAwayIsNotTorn) {
   ASSERT_TRUE(second.Start("some.pcapng"));
   for (std::uint32_t i = 0; i < 3; ++i) first.Add({.kind = sim::CaptureKind::kConnect});
   second.Add({.kind = sim::CaptureKind::kConnect});
-  first.EndWithProcess(true);
-  second.EndWithProcess(true);
+  first.EndWithProcess();
+  second.EndWithProcess();
   EXPECT_EQ(ReadCapture("kept.pcapng").packets.size(), 3u);
   EXPECT_EQ(ReadCapture("some.pcapng").packets.size(), 1u);
 }

@@ -1,5 +1,4 @@
 // Many asynchronous tasks and long streams in one process.
-
 #include "async/async_test.h"
 #include "support/process_resources.h"
 #include "support/room.h"

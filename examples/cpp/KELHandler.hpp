@@ -12,16 +12,17 @@
  *
  *  1. Errors. A call that the library refuses throws Error, with the library's code. A callback must not throw: that
  *     ends the program.
- *  2. Threads. Connection::send and its sisters may be called from any thread, callbacks included. Which calls wait
- *     for which is the library's matter; see KELHandler.h, conventions 5 and 6.
+ *  2. Threads. Connection::send and its sisters may be called from any thread, but not while the connection is closed
+ *     or moved; only a callback may then still send. Which calls wait for which is the library's matter: see
+ *     KELHandler.h, conventions 5 and 6.
  *  3. Callbacks run on threads of the library, one at a time per connection. Connection::disconnect and the destructor
  *     wait for the one that is running; once they have begun, none starts any more. Unlike KEL_Disconnect they wait
  *     before they keep others waiting, so that the running callback may still send tasks.
  *  4. A callback must not close its own connection. Connection::disconnect throws std::logic_error there, and the
  *     destructor ends the program; KEL_Disconnect would never return.
  *  5. Memory. What a callback captures lives until its answer or its stream's end has come, or the connection is
- *     closed. What a callback is shown is gone when it returns. The library's blocks are released by free(): the
- * program has to share the library's C runtime.
+ *     closed. What a callback is shown is gone when it returns. The library's blocks are released by free(), so the
+ *     program has to share the library's C runtime.
  */
 #ifndef KELHANDLER_HPP
 #define KELHANDLER_HPP

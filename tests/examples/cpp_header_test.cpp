@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <future>
 #include <thread>
 #include <vector>
@@ -197,7 +198,9 @@ TEST_F(CppHeaderTest, ADisconnectWaitsForACallbackThatSendsATask) {
   device.sendAsync(kEcho, {}, [&, begun, disconnecting](const Message*) {
     begun->set_value();
     disconnecting->get_future().wait();
-    device.send(kEcho);  // KEL_Disconnect and this call would wait for each other for good.
+    // Time for a disconnect that does not wait: KEL_Disconnect and this call would keep each other waiting for good.
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    device.send(kEcho);
     answered = true;
   });
   begun->get_future().wait();

@@ -20,6 +20,10 @@ class Block:
         """The line of the closing fence."""
         return self.line + len(self.lines) + 1
 
+    @property
+    def is_run(self):
+        return self.language == "sh" and self.words != ["no-test"]
+
 
 class Page:
     def __init__(self, path):

@@ -18,7 +18,7 @@ from pages import Page
 TIME_LIMIT = 300  # seconds, for a whole page
 
 # Languages that are neither run nor saved: text for the eye, and what no test can do.
-SHOWN = {"", "text", "console", "bat"}
+SHOWN = {"", "text", "bat"}
 
 # A failure leaves the line and the command behind. Output goes to one file per block.
 PREAMBLE = r"""
@@ -71,7 +71,7 @@ def as_script(page, root, work):
     """The page as a shell script that has each command on its line."""
     script = [""] * len(page.lines)
     for block in page.blocks:
-        if block.language == "sh":
+        if block.is_run:
             script[block.line - 1] = f'exec >"{work}/{block.line}" 2>&1'
             script[block.line : block.end - 1] = block.lines
             if block.words == ["fails"]:
@@ -84,7 +84,7 @@ def as_script(page, root, work):
             content.write_text("\n".join(block.lines) + "\n", encoding="utf-8")
             file = saved_as(block)
             script[block.line - 1] = f'mkdir -p "$(dirname "{file}")"; cp --remove-destination "{content}" "{file}"'
-        elif block.language not in SHOWN:
+        elif block.language not in SHOWN | {"sh"}:
             check_excerpt(root, block)
     return "\n".join(script) + "\n"
 
@@ -122,8 +122,10 @@ def pattern_of(lines):
 
 
 def output_of(work, block):
+    """What the block printed, on both outputs, but for what ./run tells of its progress."""
     file = work / str(block.line)
-    return file.read_text(encoding="utf-8", errors="replace") if file.exists() else ""
+    output = file.read_text(encoding="utf-8", errors="replace") if file.exists() else ""
+    return re.sub(r"^run: .*\n", "", output, flags=re.MULTILINE)
 
 
 def compare(page, work):
@@ -131,7 +133,7 @@ def compare(page, work):
     for block, before in zip(page.blocks[1:], page.blocks):
         if block.language != "text":
             continue
-        if before.language != "sh":
+        if not before.is_run:
             raise Fault(block.line, "a text block is the output of the sh block before it; there is none")
         output = output_of(work, before).strip("\n") + "\n"
         if not re.fullmatch(pattern_of(block.lines), output):
@@ -149,10 +151,10 @@ def main(root, page_name, scratch):
         compare(page, work)
     except Fault as fault:
         print(f"{page_name}:{fault.line}: {fault}")
-        for block in [b for b in page.blocks if b.language == "sh" and b.line <= fault.line][-1:]:
+        for block in [b for b in page.blocks if b.is_run and b.line <= fault.line][-1:]:
             print(f"The output of the block in line {block.line}:\n{output_of(work, block)}")
         return 1
-    print(f"{page_name}: {sum(block.language == 'sh' for block in page.blocks)} blocks do what the page says")
+    print(f"{page_name}: {sum(block.is_run for block in page.blocks)} blocks do what the page says")
     return 0
 
 

@@ -39,13 +39,13 @@ class Fault(Exception):
 
 def lay_out(root, scratch):
     """
-    Makes a folder that looks like the repository, in which a page may save files. It has no presets: a build folder
-    that was configured from here would be built anew.
+    Makes a folder that looks like a fresh clone, in which a page may save files. It has no presets: a build folder that
+    was configured from here would be built anew.
     """
     shutil.rmtree(scratch, ignore_errors=True)
     (scratch / "home").mkdir(parents=True)
     for entry in root.iterdir():
-        if entry.name not in (".git", "CMakePresets.json", "run", "home"):
+        if not entry.name.startswith(".") and (entry.is_dir() or entry.suffix in (".md", ".txt")):
             (scratch / entry.name).symlink_to(entry)
     (scratch / "run").write_text(f'#!/bin/sh\nexec "{root}/run" "$@"\n')
     (scratch / "run").chmod(0o755)
@@ -100,14 +100,17 @@ def run(page, script, work, scratch):
         "SCRIPT": str(work / "script.sh"),
         "FAULT": str(fault),
     }
-    shell = subprocess.run(["bash", "-c", PREAMBLE], cwd=scratch, env=environment, timeout=TIME_LIMIT,
-                           stdin=subprocess.DEVNULL)
+    try:
+        status = subprocess.run(["bash", "-c", PREAMBLE], cwd=scratch, env=environment, timeout=TIME_LIMIT,
+                                stdin=subprocess.DEVNULL).returncode
+    except subprocess.TimeoutExpired:
+        status = f"of a page that takes longer than {TIME_LIMIT} s"
     if fault.exists():
         line, command = fault.read_text().split("\n", 1)
         raise Fault(int(line), f"failed: {command.strip()}")
-    if shell.returncode != 0:
+    if status != 0:
         begun = [block.line for block in page.blocks if (work / str(block.line)).exists()]
-        raise Fault(begun[-1] if begun else 1, f"ended the shell with status {shell.returncode}")
+        raise Fault(begun[-1] if begun else 1, f"the shell ended with the status {status}")
 
 
 def pattern_of(lines):

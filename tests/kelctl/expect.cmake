@@ -2,6 +2,8 @@
 #   STATUS  the status that it ends with
 #   OUTPUT  a regular expression that its output and error output, together, match; empty for any
 #   ROWS    a number and a regular expression that they match so many times
+#   FROM    a file that is its standard input
+#   TO      a file that gets its output alone, without its error output
 #   SAME    two files, with | between them, that have the same bytes afterwards
 math(EXPR last "${CMAKE_ARGC} - 1")
 foreach(i RANGE ${last})
@@ -11,7 +13,14 @@ foreach(i RANGE ${last})
     set(behind TRUE)
   endif()
 endforeach()
-execute_process(COMMAND ${command} RESULT_VARIABLE status OUTPUT_VARIABLE output ERROR_VARIABLE output)
+if(FROM)
+  set(streams INPUT_FILE "${FROM}")
+endif()
+if(TO)
+  execute_process(COMMAND ${command} RESULT_VARIABLE status OUTPUT_FILE "${TO}" ERROR_VARIABLE output ${streams})
+else()
+  execute_process(COMMAND ${command} RESULT_VARIABLE status OUTPUT_VARIABLE output ERROR_VARIABLE output ${streams})
+endif()
 message("${output}")
 
 if(NOT status STREQUAL STATUS)

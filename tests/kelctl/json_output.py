@@ -16,7 +16,7 @@ REF = "TASK_ID_APPLICATION_DEBUG_REF"
 
 # An answer that never comes, and a refusal, by way of a scenario of the stand-in device.
 SILENT = {"rules": [{"task": VAL, "drop": True}]}
-REFUSING = {"rules": [{"task": VAL, "refuse": {"l4Status": 5}}]}
+REFUSING = {"rules": [{"task": VAL, "refuse": {"L4status": 5}}]}
 
 DUMPS = """[Common]
 RxWaitTimeout=100

@@ -38,9 +38,9 @@ InFlight sendInFlight(std::uint64_t connection, const std::string& task, std::ui
 }
 
 std::string summary(const InFlight& outcome) {
-  return std::to_string(outcome.tasks) + (outcome.tasks == 1 ? " task: " : " tasks: ") + std::to_string(outcome.answered()) +
-         " answered, " + std::to_string(outcome.timedOut()) + " timed out, " + std::to_string(outcome.refused) +
-         " refused, " + timeText(outcome.time);
+  return std::to_string(outcome.tasks) + (outcome.tasks == 1 ? " task: " : " tasks: ") +
+         std::to_string(outcome.answered()) + " answered, " + std::to_string(outcome.timedOut()) + " timed out, " +
+         std::to_string(outcome.refused) + " refused, " + timeText(outcome.time);
 }
 
 }  // namespace kelctl

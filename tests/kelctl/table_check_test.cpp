@@ -63,6 +63,11 @@ TEST(TableCheck, AnEmptyFileFailsTheConnect) {
   EXPECT_FALSE(IsReadThrough(""));
 }
 
+TEST(TableCheck, ATableWithoutATaskIsTold) {
+  EXPECT_THAT(FaultsOf("\n"), ElementsAre(HasSubstr("there is no task")));
+  EXPECT_TRUE(IsReadThrough("\n"));
+}
+
 TEST(TableCheck, ColumnsThatContradictTheTuiAreTold) {
   EXPECT_THAT(FaultsOf(kEcho + Row("PATH", "1, 6, KEL_TRACE, 1, VAL, 90304, 0x160c0")),
               ElementsAre("2: INDEX to TYPE make the TUI 0x160c1, the decimal TUI is 0x160c0, and that counts"));

@@ -1,6 +1,7 @@
-// Appending streams and dates.
+// Streams and dates.
 #include <gmock/gmock.h>
 
+#include <cstdio>
 #include <ctime>
 #include <filesystem>
 #include <iterator>
@@ -43,6 +44,23 @@ TEST_F(AppendedFile, MayBeHeldOpenBySeveralWriters) {
 }
 
 TEST_F(AppendedFile, DoesNotOpenInAFolderThatIsMissing) { EXPECT_FALSE(openToAppend("no/such/folder/file.txt")); }
+
+TEST_F(AppendedFile, IsNoTerminal) {
+  std::FILE* file = std::fopen(mName.c_str(), "w");
+  ASSERT_NE(file, nullptr);
+  EXPECT_FALSE(isTerminal(file));
+  std::fclose(file);
+}
+
+TEST_F(AppendedFile, TakesBytesAsTheyAreOnceToldSo) {
+  std::FILE* file = std::fopen(mName.c_str(), "w");
+  ASSERT_NE(file, nullptr);
+  passBytes(file);
+  std::fputs("one\r\ntwo\n", file);
+  std::fclose(file);
+  std::ifstream raw(mName, std::ios::binary);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(raw), {}), "one\r\ntwo\n");
+}
 
 // Two looks at the clock: midnight may pass between the first and what is tested.
 TEST(Date, IsTodayInTheAmericanOrder) {

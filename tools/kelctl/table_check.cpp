@@ -52,6 +52,7 @@ class TableCheck {
       checkLine(text.substr(begin, end - begin), end < text.size());
       begin = end;
     }
+    if (mFindings.rows == 0 && mFindings.faults.empty()) fault("there is no task in the table");
     return std::move(mFindings);
   }
 

@@ -44,3 +44,8 @@ install(DIRECTORY docs DESTINATION "${documents}" COMPONENT Development FILES_MA
 
 # All that has to be built before an install.
 add_custom_target(product DEPENDS KELHandler SluiceHub kelctl)
+foreach(made_by_kelctl completions man)
+  if(TARGET ${made_by_kelctl})
+    add_dependencies(product ${made_by_kelctl})
+  endif()
+endforeach()

@@ -53,6 +53,7 @@ int failed(Output& output, int status, const std::exception& error, const Refuse
 void addVerbs(CLI::App& app, Plan& plan) {
   app.description("Talk to the device from the command line");
   app.require_subcommand(1);
+  app.allow_windows_style_options(false);  // "/own.csv" is a file everywhere
   app.formatter_fn(
       [](const CLI::App* verb, const std::string& name, CLI::AppFormatMode) { return helpOf(verb, name); });
   app.failure_message(usageFault);

@@ -7,7 +7,7 @@ Lines keep their numbers. In a header it marks
   - "name  What it is." in a list of a comment, as a parameter, and "KEL_...  What it says." as a result;
   - "Returns ..." at the begin of a line;
   - a comment behind a member, a value or a macro, as that one's.
-In a page it makes links to headings and to headers known, and leaves of links to other files their text.
+In a page it makes links to headings and to public headers known, and leaves of links to other files their text.
 """
 
 import re
@@ -15,6 +15,9 @@ import sys
 from pathlib import Path
 
 from pages import Page, anchor_of
+
+# Where the headers of the reference lie, as in the Doxyfile.
+HEADERS = [Path(folder).resolve() for folder in ("include", "simulator/include", "examples/cpp")]
 
 HEADER_MARKS = [
     (r"^ \* Returns$", r" * @return"),
@@ -39,7 +42,7 @@ def marked_page(page):
 
     def marked_link(link):
         text, file, anchor = link[1], Path(link[2]), link[3]
-        if file.suffix in (".h", ".hpp"):
+        if file.suffix in (".h", ".hpp") and (page.path.parent / file).resolve().parent in HEADERS:
             return f"[{text}](@ref {file.name})"
         if anchor:
             return f"[{text}](#{file.stem or name}-{anchor[1:]})"

@@ -5,6 +5,7 @@
 NAME is one of the tests below. KELCTL and CLIENT are programs; EMULATOR runs them where the system does not.
 """
 
+import json
 import os
 import random
 import re
@@ -232,6 +233,36 @@ class Captures(unittest.TestCase):
             one, other = (self.folder / f"{name}.{run}.pcapng" for run in "ab")
             self.assertIsNone(pcapng.difference(one, other))
         self.assertIsNotNone(pcapng.difference(one, self.folder / "val.a.pcapng"))
+
+    # ---- Scenarios ----
+
+    def run_scenario(self, seed, capture):
+        """A device that loses and delays by chance, and a client that asks it one question after the other."""
+        rule = {"drop": {"probability": 0.3}, "delay": 1, "jitter": 3}
+        (self.folder / "SluiceHub.json").write_text(json.dumps({"seed": seed, "rules": [rule], "capture": "own.pcapng"}))
+        (self.folder / "Brel.ini").write_text("[Common]\nRxWaitTimeout=300\n")
+        return self.kelctl("ping", VAL, "--count", "12", "--interval", "0", capture=capture)
+
+    def test_a_scenario_gives_the_same_capture_twice_and_another_seed_another_one(self):
+        for name, seed in {"first": 7, "again": 7, "other": 8}.items():
+            self.run_scenario(seed, f"{name}.pcapng")
+        first, again, other = (self.folder / f"{name}.pcapng" for name in ("first", "again", "other"))
+        self.assertIsNone(pcapng.difference(first, again))
+        self.assertIsNotNone(pcapng.difference(first, other))
+
+    def test_a_scenario_may_name_the_capture(self):
+        self.run_scenario(7, capture="")
+        self.file = self.folder / "own.pcapng"
+        lost = self.rows("kel.expert.unanswered", "kel.task")
+        comments = self.rows("frame.comment contains \"no response\"", "frame.comment")
+        self.assertEqual(len(lost), len(comments))
+        self.assertGreater(len(lost), 0)
+        self.expect_well_formed()
+
+    def test_the_variable_goes_before_the_scenario(self):
+        self.run_scenario(7, capture="some.pcapng")
+        self.assertTrue(self.file.exists())
+        self.assertFalse((self.folder / "own.pcapng").exists())
 
     # ---- Packets that no stand-in would write ----
 

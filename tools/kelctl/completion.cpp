@@ -131,7 +131,7 @@ std::string bashScript(const std::vector<Verb>& verbs) {
 
 std::string zshFunction(const std::string& path) { return "_kelctl" + replaced(path, " ", "_"); }
 
-/// A description, as it stands in a quoted specification.
+/// A description, as it stands in a quoted argument of zsh.
 std::string zshText(std::string text) {
   text = replaced(replaced(text, "\n", " "), "'", "'\\''");
   for (const char* special : {":", "[", "]"}) text = replaced(text, special, std::string("\\") + special);

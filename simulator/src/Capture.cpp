@@ -54,12 +54,7 @@ void Tell(const std::string& name, const std::string& what) {
 /// What the variable asks for. It is read when the library is loaded, since programs change their working directory.
 std::string AskedFor() {
   const char* name = std::getenv("SLUICEHUB_CAPTURE");
-  if (name == nullptr || *name == '\0') return {};
-  try {
-    return std::filesystem::absolute(name).string();
-  } catch (const std::exception&) {
-    return name;
-  }
+  return name == nullptr || *name == '\0' ? std::string() : AbsoluteName(name);
 }
 
 /// Never destroyed: a thread may connect until the process has ended.
@@ -68,6 +63,14 @@ const std::string& gAskedFor = *new std::string(AskedFor());
 std::string LastError() { return std::generic_category().message(errno); }
 
 }  // namespace
+
+std::string AbsoluteName(const std::string& name) {
+  try {
+    return std::filesystem::absolute(name).string();
+  } catch (const std::exception&) {
+    return name;  // to open it fails as well, and tells why
+  }
+}
 
 bool Capture::Start(const std::string& name) {
   if (mBegun) return false;

@@ -57,6 +57,9 @@ struct CaptureFrame {
   std::string_view comment{};
 };
 
+/// A file's name that stays right when the program changes its working directory.
+std::string AbsoluteName(const std::string& name);
+
 /// Packets go into a queue of fixed size, and a thread of the capture's own writes them to the file: nobody who adds
 /// one waits for the disk. One that finds no room is dropped and counted; the packet after it and the file's statistics
 /// tell how many, and so does a line on standard error.

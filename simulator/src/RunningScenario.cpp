@@ -42,8 +42,13 @@ void Tell(const std::string& name, const std::vector<Mistake>& mistakes) {
 
 // Never destroyed: connections may be there until the process has ended.
 const Reading& TheScenario() {
-  static const auto* const reading =
-      ScenarioName().empty() ? new Reading : new Reading(ReadScenarioFile(ScenarioName()));
+  static const auto* const reading = [] {
+    auto* read = new Reading;
+    if (!ScenarioName().empty()) *read = ReadScenarioFile(ScenarioName());
+    // The capture begins later, when the program may have left the folder that the name counts from.
+    if (std::string& capture = read->scenario.capture; !capture.empty()) capture = AbsoluteName(capture);
+    return read;
+  }();
   return *reading;
 }
 

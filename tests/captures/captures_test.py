@@ -37,12 +37,12 @@ class Captures(unittest.TestCase):
         self.file = self.folder / "some.pcapng"
         self.status = 0
 
-    def run_program(self, program, *arguments, capture="some.pcapng"):
+    def run_program(self, program, *arguments, capture="some.pcapng", scenario=""):
         """Runs a program with its traffic captured. Returns what it printed, errors included."""
         result = subprocess.run(
             [*EMULATOR, program, *arguments],
             cwd=self.folder,
-            env={**os.environ, "SLUICEHUB_CAPTURE": capture},
+            env={**os.environ, "SLUICEHUB_CAPTURE": capture, "SLUICEHUB_SCENARIO": scenario},
             stdin=subprocess.DEVNULL,
             capture_output=True,
             text=True,
@@ -258,6 +258,31 @@ class Captures(unittest.TestCase):
         self.assertEqual(len(lost), len(comments))
         self.assertGreater(len(lost), 0)
         self.expect_well_formed()
+
+    def test_jitter_stays_within_its_bounds(self):
+        self.run_scenario(7, capture="")
+        replies = [packet.comment for packet in pcapng.packets(self.folder / "own.pcapng") if packet.comment]
+        late = {int(found[1]) for found in map(re.compile(r"(\d+) ms late").search, replies) if found}
+        self.assertEqual(late, {1, 2, 3, 4})
+
+    def test_a_capture_lies_beside_its_scenario_also_if_the_program_leaves_the_folder(self):
+        (self.folder / "named.json").write_text('{"capture": "own.pcapng"}')
+        self.kelctl("demo", capture="", scenario="named.json")  # it works in a folder of its own
+        self.assertTrue((self.folder / "own.pcapng").exists())
+
+    def test_a_scenario_that_connects_nothing_is_marked(self):
+        (self.folder / "mistaken.json").write_text('{"sede": 1}')
+        self.status = 1
+        self.kelctl("send", VAL, scenario="mistaken.json")
+        self.assertEqual(self.rows("kel.expert.failed", "kel.kind", "_ws.col.Info"),
+                         [("1", "Connect failed: Bad scenario")])
+
+    def test_the_named_scenario_goes_before_the_usual_one(self):
+        (self.folder / "SluiceHub.json").write_text('{"capture": "usual.pcapng"}')
+        (self.folder / "named.json").write_text('{"capture": "own.pcapng"}')
+        self.kelctl("send", VAL, capture="", scenario="named.json")
+        self.assertTrue((self.folder / "own.pcapng").exists())
+        self.assertFalse((self.folder / "usual.pcapng").exists())
 
     def test_the_variable_goes_before_the_scenario(self):
         self.run_scenario(7, capture="some.pcapng")

@@ -39,9 +39,10 @@ std::shared_ptr<Connection> Open(Hub& hub, L5MessagesHandler messages, L5EventHa
 }
 
 std::uint32_t L5Connect(void* /*null*/, L5MessagesHandler messages, L5EventHandler events, std::uint32_t* context,
-                        std::uint32_t /*zero*/, std::uint64_t* value) {
+                        std::uint32_t /*zero*/, std::uint64_t* value) try {
   const auto forced = EnterFunction(SLUICEHUBSIM_L5_CONNECT);
   if (value == nullptr) return SLUICEHUBSIM_STATUS_BAD_ARGUMENT;
+  *value = 0;
   TheScenario();  // reads it, if it is still to be read, while nobody waits
   Hub& hub = TheHub();
   const std::lock_guard lock(hub.mutex);
@@ -50,10 +51,14 @@ std::uint32_t L5Connect(void* /*null*/, L5MessagesHandler messages, L5EventHandl
   const auto connection = forced || !isPlanned ? nullptr : Open(hub, messages, events, context);
   const std::uint32_t failure = isPlanned ? SLUICEHUBSIM_STATUS_NO_RESOURCES : SLUICEHUBSIM_STATUS_BAD_SCENARIO;
   const std::uint32_t status = connection != nullptr ? SLUICEHUBSIM_STATUS_OK : forced.value_or(failure);
-  *value = connection != nullptr ? connection->Value() : 0;
-  if (connection != nullptr) hub.capture.StartWriting();
+  if (connection != nullptr) {
+    *value = connection->Value();
+    hub.capture.StartWriting();
+  }
   hub.capture.Add({.kind = CaptureKind::kConnect, .connection = NumberOf(connection), .status = status});
   return status;
+} catch (const std::exception&) {  // no memory for the scenario
+  return SLUICEHUBSIM_STATUS_NO_RESOURCES;
 }
 
 /// Has all that was captured written once there is no connection.

@@ -127,6 +127,16 @@ TEST_F(RunningTest, AStreamMayHaveNoEnd) {
   EXPECT_EQ(SequenceBytesOf(client, 2), (Values{1, 65}));
 }
 
+TEST_F(RunningTest, AStreamTakesItsTime) {
+  Put(R"({"rules": [{"stream": {"count": 3, "interval": 10}}]})");
+  Client client;
+  const auto start = steady_clock::now();
+  client.Send(kDebugVal, {}, 1);
+  const auto responses = client.WaitForResponses(5);
+  EXPECT_GE(steady_clock::now() - start, milliseconds(20));
+  for (std::uint32_t n = 0; n < 3; ++n) EXPECT_EQ(responses.at(1 + n).PayloadValues(), (Values{n, 3, 10}));
+}
+
 TEST_F(RunningTest, AStreamMayHaveItsOwnPayload) {
   Put(R"({"rules": [{"times": 1, "stream": {"count": 1, "payload": {"hex": "0102"}}},
                     {"stream": {"count": 1, "payload": {"size": 20}}}]})");
@@ -184,7 +194,7 @@ TEST_F(RunningTest, SocketsAreRefusedByTurns) {
 }
 
 TEST_F(RunningTest, SocketsAreRefusedByTime) {
-  Put(R"({"socketRefusals": [{"until": 200, "replyID": 8}]})");
+  Put(R"({"socketRefusals": [{"from": 60000, "replyID": 7}, {"until": 1000, "replyID": 8}]})");
   Client client;
   EXPECT_EQ(client.socketID, kNoSocket);
   EXPECT_EQ(client.Ask(L5_AGENT_KELPROXY, KEL_PROXY_L5_MSG_ID_ACQUIRE_SOCKET_ID, {3}).ID, 8u);

@@ -92,10 +92,12 @@ void Capture::StartFromEnvironment() {
 
 void Capture::Open() {
   const std::filesystem::path path(mName);
-  // A process that still writes to a file of that name keeps it, without its name, rather than have it torn. Devices
-  // and pipes stay.
+  // A process that still writes to a file of that name keeps it, without its name, rather than have it torn. Devices,
+  // pipes and links, as /dev/stderr is one, stay.
   std::error_code ignored;
-  if (std::filesystem::is_regular_file(path, ignored)) std::filesystem::remove(path, ignored);
+  if (std::filesystem::is_regular_file(std::filesystem::symlink_status(path, ignored))) {
+    std::filesystem::remove(path, ignored);
+  }
   for (std::ofstream* file : {&mFile, &mLastFile}) {
     // Unbuffered: what was written is in the file at once.
     file->rdbuf()->pubsetbuf(nullptr, 0);

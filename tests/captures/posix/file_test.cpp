@@ -20,6 +20,18 @@ TEST(CaptureFiles, AFullDiskEndsTheCaptureAndIsTold) {
             "SluiceHub: capture /dev/full: No space left on device; the capture ends here\n");
 }
 
+TEST(CaptureFiles, ALinkStaysAndItsFileGetsTheCapture) {
+  const ScratchDirectory folder;
+  folder.write("target.pcapng", std::string(100000, 'x'));
+  std::filesystem::create_symlink("target.pcapng", "link.pcapng");
+  sim::Capture capture;
+  ASSERT_TRUE(capture.Start("link.pcapng"));
+  capture.Add({.kind = sim::CaptureKind::kConnect});
+  capture.EndWithProcess();
+  EXPECT_TRUE(std::filesystem::is_symlink("link.pcapng"));
+  EXPECT_EQ(ReadCapture("target.pcapng").packets.size(), 1u);
+}
+
 TEST(CaptureFiles, AFileThatIsTakenAwayIsNotTorn) {
   const ScratchDirectory folder;
   sim::Capture first;

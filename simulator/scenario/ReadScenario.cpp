@@ -57,7 +57,7 @@ class Reader {
   }
 
   void ReadReply(const Json& value, RuleTerms& terms) {
-    if (value.kind == Json::Kind::kText) {
+    if (value.kind != Json::Kind::kObject) {
       terms.echo = value.text == "echo";
       if (!terms.echo && value.text != "state") AddMistake(mMistakes, value, R"("echo", "state" or an object)");
       return;

@@ -1,5 +1,11 @@
 // Captures to files that Windows does not have.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <future>
+#include <iterator>
+#include <string>
 
 #include "captures/pcapng_reader.h"
 #include "support/scratch_directory.h"
@@ -18,6 +24,31 @@ TEST(CaptureFiles, AFullDiskEndsTheCaptureAndIsTold) {
   capture.EndWithProcess();
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "SluiceHub: capture /dev/full: No space left on device; the capture ends here\n");
+}
+
+TEST(CaptureFiles, ADiskThatStandsStillKeepsNobodyWaiting) {
+  const ScratchDirectory folder;
+  ASSERT_EQ(::mkfifo("disk", 0600), 0);
+  std::promise<void> moves;
+  auto written = std::async(std::launch::async, [&] {
+    std::ifstream disk("disk", std::ios::binary);
+    moves.get_future().wait();
+    return std::string(std::istreambuf_iterator<char>(disk), {});
+  });
+  constexpr std::uint32_t kPackets = 10000;  // more than the pipe and the queue take
+  {
+    sim::Capture capture(100000);
+    ASSERT_TRUE(capture.Start("disk"));
+    capture.StartWriting();
+    for (std::uint32_t i = 0; i < kPackets; ++i) capture.Add({.kind = sim::CaptureKind::kConnect});
+    moves.set_value();
+    capture.StopWriting() = {};
+    capture.WriteQueued();
+  }
+  folder.write("some.pcapng", written.get());
+  const CaptureFile file = ReadCapture("some.pcapng");
+  EXPECT_GT(file.dropped, 0u);
+  EXPECT_EQ(file.packets.size() + file.dropped, kPackets);
 }
 
 TEST(CaptureFiles, ALinkStaysAndItsFileGetsTheCapture) {

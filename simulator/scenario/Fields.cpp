@@ -61,6 +61,15 @@ const Json* Fields::FindText(const char* key) {
   return nullptr;
 }
 
+const Json* Fields::FindFileName(const char* key) {
+  const Json* name = FindText(key);
+  if (name == nullptr) return nullptr;
+  // The system would take a zero for the end, and open another file.
+  if (!name->text.empty() && name->text.find('\0') == std::string::npos) return name;
+  AddMistake(mMistakes, *name, "a file's name");
+  return nullptr;
+}
+
 const std::vector<Json>& Fields::List(const char* key) {
   static const std::vector<Json> kNone;
   const Json* value = Find(key);

@@ -21,7 +21,9 @@ class Fields {
   const Json* Find(const char* key);
   /// Reads a whole number within bounds, which stays as it was if the key is absent or its value wrong.
   void Read(const char* key, std::uint32_t& number, std::uint32_t low = 0, std::uint32_t high = UINT32_MAX);
+  /// A member that is a text, or one that can name a file; null if it is absent or wrong.
   const Json* FindText(const char* key);
+  const Json* FindFileName(const char* key);
   /// The elements of a list; none if it is absent.
   const std::vector<Json>& List(const char* key);
   /// A mistake unless it is there.

@@ -81,7 +81,7 @@ std::shared_ptr<const Payload> ReadPayload(Fields& fields, const std::string& fo
   if (const Json* text = fields.FindText("text")) {
     bytes.emplace(text->text.begin(), text->text.end()).push_back(0);
   }
-  if (const Json* file = fields.FindText("file")) {
+  if (const Json* file = fields.FindFileName("file")) {
     const std::string fault = ReadBytes(InFolder(folder, file->text), bytes.emplace());
     if (!fault.empty()) AddMistake(mistakes, *file, "a file to read, but it " + fault);
   }

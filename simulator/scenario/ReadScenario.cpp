@@ -21,10 +21,7 @@ class Reader {
     Fields fields(root, "a scenario", mMistakes);
     fields.FindText("$schema");
     fields.Read("seed", scenario.seed);
-    if (const Json* capture = fields.FindText("capture")) {
-      if (capture->text.empty()) AddMistake(mMistakes, *capture, "a file's name");
-      scenario.capture = InFolder(mFolder, capture->text);
-    }
+    if (const Json* capture = fields.FindFileName("capture")) scenario.capture = InFolder(mFolder, capture->text);
     for (const Json& rule : fields.List("rules")) scenario.rules.push_back(ReadRule(rule));
     for (const Json& plan : fields.List("broadcasts")) scenario.broadcasts.push_back(ReadBroadcasts(plan));
     for (const Json& loss : fields.List("linkLosses")) scenario.linkLosses.push_back(ReadLoss(loss));

@@ -72,7 +72,7 @@ void Connection::HangUp() {
 
 void Connection::EndStreams(std::uint32_t TUI) {
   const auto end = [&](Delivery& delivery) {
-    if (delivery.kind != Delivery::Kind::kSeries || delivery.series.TUI != TUI) return;
+    if (delivery.kind != Delivery::Kind::kSeries || delivery.series.TUI != TUI || delivery.series.isBroadcast) return;
     delivery.series.EndNow();
     delivery.due = std::min(delivery.due, Clock::now());
   };

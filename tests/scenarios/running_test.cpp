@@ -164,6 +164,14 @@ TEST_F(RunningTest, BroadcastsComeByThemselvesToEachConnection) {
   }
 }
 
+TEST_F(RunningTest, BroadcastsAreNoStreamsThatTheDeviceCloses) {
+  Put(R"({"broadcasts": [{"task": "TASK_ID_CHIPLAB_STREAM_OPEN", "at": 100}]})");
+  const std::uint32_t closeStreams = 0x282A1;
+  Client client;
+  client.Send(closeStreams, {0, 0, 0});
+  EXPECT_EQ(GetTuiTarget(client.WaitForResponses(2).at(1).head.TUI), kTargetBroadcast);
+}
+
 TEST_F(RunningTest, ALinkIsLostByTime) {
   Put(R"({"linkLosses": [{"skip": 1, "times": 1, "at": 30, "reason": 9}],
           "broadcasts": [{"task": 5, "at": 60000}]})");

@@ -1,10 +1,19 @@
 # A reader that goes away ends kelctl, which gives its connection back and tells what happened.
 # shellcheck shell=bash
-#   closed_output.sh KELCTL
+#   closed_output.sh KELCTL WORD...
 set -uo pipefail
-errors=$(mktemp)
-trap 'rm -f "$errors"' EXIT
-"$1" stream TASK_ID_APPLICATION_DEBUG_STREAMER --count 1000000 --interval 1 2>"$errors" | head -n 1
+folder=$(mktemp -d)
+trap 'rm -r "$folder"' EXIT
+SLUICEHUB_CAPTURE=$folder/capture "$@" 2>"$folder/errors" | head -n 5 # the demo is connected by then
 status=${PIPESTATUS[0]}
-cat "$errors" >&2
-((status == 1)) && grep -q '^kelctl: standard output: ' "$errors"
+cat "$folder/errors" >&2
+((status == 1)) && grep -q '^kelctl: standard output: ' "$folder/errors" || exit 1
+
+# The last that passes is the event of the disconnect.
+PYTHONPATH=$(dirname "$0")/../captures /usr/bin/python3 -B - "$folder/capture" <<'END'
+import sys
+import pcapng
+
+*_, last = pcapng.packets(sys.argv[1])
+sys.exit(last.data[1] != pcapng.EVENT)
+END

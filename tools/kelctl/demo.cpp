@@ -1,5 +1,6 @@
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <random>
 
 #include "callbacks.h"
@@ -157,6 +158,12 @@ int demo(Output& output) {
   catchInterrupt();
   const EmptyFolder folder;
   std::uint64_t connection = 0;
+  // Whatever ends the tour ahead of its last step, the connection is given back.
+  const auto giveBack = [](const std::uint64_t* open) {
+    KEL_Disconnect(*open);
+    KEL_Finalize();
+  };
+  std::unique_ptr<std::uint64_t, decltype(giveBack)> early(&connection, giveBack);
   Tour tour(output);
   tour.add("Start the pipe library", [](Findings& findings) { findings.expectCode("KEL_Init", KEL_Init()); });
   tour.add("Connect to the device", [&](Findings& findings) {
@@ -184,13 +191,11 @@ int demo(Output& output) {
   tour.add("Send on the closed connection: refused", [&](Findings& findings) {
     findings.expectCode(kEchoVal, sendTask(connection, kEchoVal, {}).code, KEL_E_CONNECTION);
   });
-  tour.add("End the pipe library", [](Findings& findings) { findings.expectCode("KEL_Finalize", KEL_Finalize()); });
-  const bool passed = tour.run();
-  if (interrupted()) {
-    KEL_Disconnect(connection);
-    KEL_Finalize();
-  }
-  return passed ? kDone : kRefused;
+  tour.add("End the pipe library", [&](Findings& findings) {
+    findings.expectCode("KEL_Finalize", KEL_Finalize());
+    early.release();
+  });
+  return tour.run() ? kDone : kRefused;
 }
 
 }  // namespace

@@ -24,7 +24,11 @@ Bytes readFile(const std::string& name) {
   }
   std::ifstream file(name, std::ios::binary);
   if (!file) failOnFile(name);
-  return readAll(file);
+  try {
+    return readAll(file);
+  } catch (const std::ios_base::failure&) {
+    failOnFile(name);  // a folder, say, which can be opened
+  }
 }
 
 Bytes payloadOf(const PayloadOptions& options) {

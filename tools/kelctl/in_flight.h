@@ -27,8 +27,7 @@ struct InFlight {
 };
 
 /// Sends a task `count` times without waiting, each with its number as command ID and with `payloadOf` that number;
-/// then waits for what comes of them, or for Ctrl-C
-/// where that is caught.
+/// then waits for what comes of them, or for Ctrl-C where that is caught.
 InFlight sendInFlight(std::uint64_t connection, const std::string& task, std::uint32_t count,
                       const std::function<Bytes(std::uint32_t)>& payloadOf);
 

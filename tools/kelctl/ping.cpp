@@ -6,6 +6,7 @@
 #include <numeric>
 #include <thread>
 
+#include "files.h"
 #include "interrupt.h"
 #include "options.h"
 #include "session.h"
@@ -21,7 +22,8 @@ struct PingOptions {
   std::string table;
   std::optional<std::uint32_t> count;
   std::optional<std::uint32_t> interval;
-  std::optional<std::uint32_t> size;
+  PayloadOptions payload;
+  std::optional<std::uint32_t> size;  ///< makes the payload
 };
 
 /// A band of the histogram: times from `from` up to twice as many microseconds.
@@ -128,14 +130,22 @@ void sleepUntil(Clock::time_point end) {
   }
 }
 
+/// The echo task that takes the payload.
+const char* echoTask(const PingOptions& options) {
+  const PayloadOptions& payload = options.payload;
+  const bool isRef = options.size || payload.hex || payload.text || !payload.inFile.empty();
+  return isRef ? kEchoRef : kEchoVal;
+}
+
 Bytes question(const PingOptions& options) {
-  Bytes payload(options.size.value_or(0));
+  if (!options.size) return payloadOf(options.payload);
+  Bytes payload(*options.size);
   std::iota(payload.begin(), payload.end(), std::uint8_t{0});
   return payload;
 }
 
 int ping(const PingOptions& options, Output& output) {
-  const std::string task = !options.task.empty() ? options.task : options.size ? kEchoRef : kEchoVal;
+  const std::string task = options.task.empty() ? echoTask(options) : options.task;
   const Bytes payload = question(options);
   const Session session(options.table);
   Statistics statistics;
@@ -177,13 +187,16 @@ void addPing(CLI::App& app, Plan& plan) {
                            "RxWaitTimeout of Brel.ini (10000 ms) counts as lost.",
                            "kelctl ping --count 5 --interval 100\n"
                            "kelctl ping --size 1024 --count 1000 --interval 0 | tail -n 1\n"
+                           "kelctl ping --val 7 8 9 --count 1\n"
                            "kelctl ping TASK_ID_VERSIONS_GET --count 1\n",
                            ping);
   addOptionalTask(verb, options.task, "Task to send instead of the device's echo");
   addTable(verb, options.table);
   addNumber(verb, "--count", "N", options.count, "End after N tasks", 1);
   addNumber(verb, "--interval", "MS", options.interval, "Milliseconds from one task to the next (1000)");
-  addNumber(verb, "--size", "BYTES", options.size, "Payload of so many bytes, 8192 at most", 0, KEL_MAX_TASK_PAYLOAD);
+  addPayload(verb, options.payload,
+             {addNumber(verb, "--size", "BYTES", options.size, "Payload of so many bytes, 8192 at most", 0,
+                        KEL_MAX_TASK_PAYLOAD)});
 }
 
 }  // namespace kelctl

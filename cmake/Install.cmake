@@ -41,6 +41,7 @@ install(FILES "${PROJECT_BINARY_DIR}/kelhandler.pc"
 set(documents "${CMAKE_INSTALL_DATAROOTDIR}/doc/kelhandler")
 install(FILES README.md DESTINATION "${documents}" COMPONENT Development)
 install(DIRECTORY docs DESTINATION "${documents}" COMPONENT Development FILES_MATCHING PATTERN "*.md")
+install(DIRECTORY examples DESTINATION "${documents}" COMPONENT Development)
 
 # All that has to be built before an install.
 add_custom_target(product DEPENDS KELHandler SluiceHub kelctl)

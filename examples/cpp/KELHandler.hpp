@@ -88,7 +88,8 @@ class Request {
   /** Nothing: three zeros for a VAL task. */
   Request() = default;
   Request(const Values& values) : mBytes(std::as_bytes(std::span(values))) {}
-  Request(std::span<const std::byte> bytes) : mBytes(bytes) {}
+  template <std::convertible_to<std::span<const std::byte>> Bytes>
+  Request(const Bytes& bytes) : mBytes(bytes) {}
   template <std::convertible_to<std::string_view> Text>
   Request(const Text& text) : mBytes(std::as_bytes(std::span(std::string_view(text)))) {}
 

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <future>
 #include <thread>
@@ -106,6 +107,8 @@ TEST_F(CppHeaderTest, PayloadsOfEachFormAreEchoed) {
   EXPECT_EQ(device.send(kEcho, Values{1, 2, 3}).values(), (Values{1, 2, 3}));
   EXPECT_EQ(device.send(kEcho).values(), (Values{0, 0, 0}));
   EXPECT_EQ(device.send(kEchoBytes, "a text").text(), "a text");
+  const std::vector<std::byte> bytes{std::byte{0}, std::byte{255}};
+  EXPECT_TRUE(std::ranges::equal(device.send(kEchoBytes, bytes).bytes(), bytes));
   EXPECT_EQ(device.send(kEchoBytes).bytes().size(), 0u);
   EXPECT_THROW(device.send(kEchoBytes, "a text").values(), std::length_error);
 }

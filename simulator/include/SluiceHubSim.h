@@ -268,8 +268,8 @@ SLUICEHUBSIM_API uint32_t SluiceHubSim_GetRequest(uint64_t index, SluiceHubSimRe
 /** Blocks until L4msgProxy has had `count` requests in all. Returns 1, or 0 after the time-out. */
 SLUICEHUBSIM_API uint32_t SluiceHubSim_WaitForRequests(uint64_t count, uint32_t timeoutMs);
 
-/** Blocks until nothing is on its way on any connection and no handler runs; responses held back do not count.
-    Not to be called by a handler. Returns 1, or 0 after the time-out. */
+/** Blocks until nothing is on its way on any connection and no handler runs; responses held back do not count, what a
+    scenario has planned does. Not to be called by a handler. Returns 1, or 0 after the time-out. */
 SLUICEHUBSIM_API uint32_t SluiceHubSim_WaitIdle(uint32_t timeoutMs);
 
 /**

@@ -15,6 +15,10 @@ std::string checkHex(const std::string& text) {
   return fromHex(text) ? std::string() : "\"" + text + "\" is not pairs of hexadecimal digits";
 }
 
+std::string checkValue(const std::string& text) {
+  return toNumber(text) ? std::string() : "\"" + text + "\" is not a number from 0 to 4294967295";
+}
+
 std::string checkSeconds(const std::string& text) {
   char* end = nullptr;
   const double seconds = std::strtod(text.c_str(), &end);
@@ -50,7 +54,10 @@ void addPayload(CLI::App& verb, PayloadOptions& payload, std::initializer_list<C
       verb.add_option_group("Payload (none: three zeros for a VAL task, nothing for a REF task)");
   group->require_option(0, 1);
   group->set_help_flag();  // the verb has it
-  group->add_option("--val", payload.values, "Three values, as in C: 10, 0xa")->expected(3)->type_name("A B C");
+  group->add_option("--val", payload.values, "Three values, as in C: 10, 0xa")
+      ->expected(3)
+      ->type_name("A B C")
+      ->check(checkValue);
   group->add_option("--hex", payload.hex, "Bytes as pairs of hexadecimal digits")->type_name("BYTES")->check(checkHex);
   group->add_option("--text", payload.text, "A text and the zero byte that ends it")->type_name("TEXT");
   group->add_option("--in", payload.inFile, "Bytes from a file, - for standard input")->type_name("FILE");

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
@@ -37,6 +38,15 @@ std::optional<Values> toValues(const Bytes& payload) {
 
 std::string valuesText(const Values& values) {
   return std::to_string(values[0]) + ' ' + std::to_string(values[1]) + ' ' + std::to_string(values[2]);
+}
+
+std::optional<std::uint32_t> toNumber(const std::string& text) {
+  const bool isHex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+  std::uint32_t number = 0;
+  const auto [end, error] =
+      std::from_chars(text.data() + (isHex ? 2 : 0), text.data() + text.size(), number, isHex ? 16 : 10);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return number;
 }
 
 std::optional<Bytes> fromHex(const std::string& text) {

@@ -19,6 +19,9 @@ std::optional<Values> toValues(const Bytes& payload);
 /// "1 2 3"
 std::string valuesText(const Values& values);
 
+/// A whole number, decimal or with 0x; nothing for any other text.
+std::optional<std::uint32_t> toNumber(const std::string& text);
+
 /// Bytes from pairs of hexadecimal digits, with blanks between pairs or not; nothing for any other text.
 std::optional<Bytes> fromHex(const std::string& text);
 /// "01ff"

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cctype>
-#include <charconv>
 #include <cstdio>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -46,16 +45,6 @@ int list(const TasksOptions& options, Output& output) {
   return kDone;
 }
 
-/// A whole number, decimal or with 0x.
-std::optional<std::uint32_t> tuiOf(const std::string& text) {
-  const bool isHex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
-  std::uint32_t number = 0;
-  const auto [end, error] =
-      std::from_chars(text.data() + (isHex ? 2 : 0), text.data() + text.size(), number, isHex ? 16 : 10);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return number;
-}
-
 std::string lower(std::string text) {
   std::transform(text.begin(), text.end(), text.begin(),
                  [](char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); });
@@ -64,7 +53,7 @@ std::string lower(std::string text) {
 
 int find(const TasksOptions& options, Output& output) {
   std::vector<Task> table = readTable(options.table);
-  if (const auto tui = tuiOf(options.query)) {
+  if (const auto tui = toNumber(options.query)) {
     const std::string name = nameOf(table, *tui);
     if (output.json()) {
       output.object({{"verb", "tasks find"}, {"tasks", Json::array({tuiJson(name, *tui)})}});

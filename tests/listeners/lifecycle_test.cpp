@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "listeners/listener_test.h"
+#include "support/platform_calls.h"
 
 namespace kel::test {
 namespace {
@@ -201,26 +202,29 @@ TYPED_TEST(Lifecycle, ShutsDownRepeatedly) {
 
 TYPED_TEST(Lifecycle, TellsWhichHandlesWouldNotClose) {
   this->init();
-  platform::closeHandle(this->dataEvent);
-  platform::closeHandle(this->stopWaitEvent);
-  EXPECT_EQ(this->listener->shutdown(), LISTENER_SHUTDOWN_PROBLEM);
+  {
+    const FailingCall failing(PlatformCall::kCloseHandle);
+    EXPECT_EQ(this->listener->shutdown(), LISTENER_SHUTDOWN_PROBLEM);
+  }
   EXPECT_EQ(this->console(),
             "shutdown - could not close mDataEvent handle \n"
             "shutdown - could not close mStopWaitEvent handle \n");
   EXPECT_EQ(this->listener->shutdown(), LISTENER_SHUTDOWN_OK);
 }
 
-// The event is closed by the engine while the thread does not wait for it.
 TYPED_TEST(Lifecycle, TellsThatAStopHadAProblem) {
-  this->engine.whenItComes = [this] { platform::closeHandle(this->dataEvent); };
-  this->engine.answer(0);
   this->start();
-  this->receive("one");
-  this->engine.waitFor(1);
-  EXPECT_EQ(this->listener->stopListen(), LISTENER_STOP_PROBLEM);
+  {
+    const FailingCall failing(PlatformCall::kCloseHandle);
+    EXPECT_EQ(this->listener->stopListen(), LISTENER_STOP_PROBLEM);
+  }
   EXPECT_THAT(this->console(), EndsWith("shutdown - could not close mDataEvent handle \n"
+                                        "shutdown - could not close mStopWaitEvent handle \n"
+                                        "shutdown - could not close mListenerThread handle \n"
                                         "stopListen - problem on listener thread shutdown \n"));
   EXPECT_THAT(this->log(), EndsWith(this->line("error", "shutdown", "could not close mDataEvent handle \n") +
+                                    this->line("error", "shutdown", "could not close mStopWaitEvent handle \n") +
+                                    this->line("error", "shutdown", "could not close mListenerThread handle \n") +
                                     this->line("error", "stopListen", "problem on listener thread shutdown \n")));
   EXPECT_EQ(this->listener->shutdown(), LISTENER_SHUTDOWN_OK);
 }

@@ -54,8 +54,6 @@ class Engine {
     const std::lock_guard lock(mMutex);
     mResult = result;
   }
-  /// Called for each buffer, on the listener's thread.
-  std::function<void()> whenItComes = [] {};
 
   /// Waits until the thread has brought `count` buffers.
   void waitFor(std::size_t count) {
@@ -74,7 +72,6 @@ class Engine {
 
  private:
   std::uint32_t take(Processed one) {
-    whenItComes();
     std::unique_lock lock(mMutex);
     mProcessed.push_back(std::move(one));
     mChanged.notify_all();

@@ -16,6 +16,7 @@ TEST_F(TextModeTest, LeavesLineEndsAsTheyAre) {
 TEST_F(TextModeTest, OnAFullDiskFailsWithTheTaskGoingOn) {
   folder.writeSettings("RequestStructDumpFilename=/dev/full\nResponseStructPayloadDumpFilename=/dev/full\n");
   const std::uint32_t handle = start();
+  AddRule(RuleFor(0, SLUICEHUBSIM_BEFORE_REPLY));  // no other thread's lines between those of the request
   engineLog.fresh();
   EXPECT_EQ(InvokeVal(handle, {1, 2, 3}).status, kStatusOk);
   const std::string log = engineLog.fresh();

@@ -1,5 +1,7 @@
 #include "async/engine_inside.h"
 
+#include <utility>
+
 #include "support/private_member.h"
 
 namespace kel::test {
@@ -43,6 +45,9 @@ std::atomic<bool>& EngineInside::initialized() { return mEngine.*memberOf(Initia
 
 BrelTasksSequencer& EngineInside::sequencer() { return mEngine.*memberOf(SequencerOf{}); }
 platform::Handle EngineInside::sequencerMutex() { return (sequencer().*memberOf(SequencerMutexOf{})).handle; }
+void EngineInside::closeSequencerMutex() {
+  platform::closeHandle(std::exchange((sequencer().*memberOf(SequencerMutexOf{})).handle, nullptr));
+}
 sequence_element& EngineInside::element(std::uint32_t seqNum) {
   const HeldSequences held(*this);
   return *(sequencer().*memberOf(SequencesOf{})).at(seqNum);

@@ -28,6 +28,9 @@ class EngineInside {
 
   BrelTasksSequencer& sequencer();
   platform::Handle sequencerMutex();
+  /// From now on nobody can look at the sequences. A null handle is none on every system; the value of a closed one may
+  /// soon be another object's.
+  void closeSequencerMutex();
   /// The element of an open sequence. Nobody else may be at work on it.
   sequence_element& element(std::uint32_t seqNum);
 

@@ -289,7 +289,7 @@ TEST_F(QueueTest, AnAnswerWithoutDataIsToldAndTaken) {
 }
 
 TEST_F(QueueTest, WithoutTheTableOfSequencesNothingCanBeTaken) {
-  platform::closeHandle(inside().sequencerMutex());
+  inside().closeSequencerMutex();
   EXPECT_EQ(next(7, 1), SaidOf("error", "RetrieveNextAsyncBuffer", 7, "could not retrieve data. \n",
                                "could not retrieve data related to sequence number"));
 }

@@ -221,7 +221,7 @@ TEST_F(SendingTest, AThreadWithoutItsPriorityCountsAsNotStarted) {
 }
 
 TEST_F(SendingTest, WithoutTheTableOfSequencesEveryRequestIsRefused) {
-  platform::closeHandle(inside().sequencerMutex());
+  inside().closeSequencerMutex();
   EXPECT_EQ(InvokeAsync(handle, kDebugRef, OnTask).status, kStatusFailed);
   EXPECT_EQ(InvokeAsync(handle, kDebugRef, OnTask, nullptr, 0).status, kStatusOk);
   EXPECT_EQ(inside().threads(), 0);

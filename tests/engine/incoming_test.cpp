@@ -170,21 +170,22 @@ TEST_F(IncomingTest, WhatIsKeptIsACopy) {
 // Asynchronous sequences: the way is asynchronous whatever the class
 // ---------------------------------------------------------------------------------------------------------------------
 
-TEST_F(IncomingTest, OnAPlainAsynchronousSequenceAnyClassGoesToTheListener) {
+// One class in a process: the listener refuses it, logs that on its own thread, and keeps the engine's lock for good.
+class PlainSequenceTest : public IncomingTest, public ::testing::WithParamInterface<std::uint32_t> {};
+
+TEST_P(PlainSequenceTest, OfAnAsynchronousTaskAnyClassGoesToTheListener) {
   const std::uint32_t handle = start();
   DropRequests(kDebugValTui);
   LogFile sequencerLog("Brel_Tasks_Sequencer.logs");
-  for (const std::uint32_t seqClass : {2u, 1u, 3u}) {
-    std::uint32_t seqNum = 0;
-    ASSERT_EQ(BrelInvokeAsyncTask(handle, kDebugVal, 1, nullptr, 0, 0, 1, &seqNum, nullptr, nullptr), kStatusOk);
-    EXPECT_EQ(come(Record(kDebugValTui | seqNum << 24 | seqClass << 30, 0, 0, "")), 1u);
-    EXPECT_THAT(sequencerLog.fresh(),
-                ::testing::HasSubstr("InsertAsyncDataBySeqNum - inserted async data for sequence number " +
-                                     std::to_string(seqNum)));
-  }
-  // The listeners refuse these classes and keep the engine's lock for good, so that it cannot be taken down any more.
+  std::uint32_t seqNum = 0;
+  ASSERT_EQ(BrelInvokeAsyncTask(handle, kDebugVal, 1, nullptr, 0, 0, 1, &seqNum, nullptr, nullptr), kStatusOk);
+  EXPECT_EQ(come(Record(kDebugValTui | seqNum << 24 | GetParam() << 30, 0, 0, "")), 1u);
+  EXPECT_THAT(sequencerLog.fresh(),
+              ::testing::HasSubstr("InsertAsyncDataBySeqNum - inserted async data for sequence number 0"));
   leavesEngines = true;
 }
+
+INSTANTIATE_TEST_SUITE_P(Classes, PlainSequenceTest, ::testing::Values(1u, 2u, 3u));
 
 }  // namespace
 }  // namespace kel::test

@@ -1,5 +1,5 @@
-# KEL_SANITIZER is empty, "address" (with undefined behaviour) or "thread".
-set(KEL_SANITIZER "" CACHE STRING "Build everything with this sanitizer: address, thread or none")
+# KEL_SANITIZER is empty, "address" (with undefined behaviour), "thread", or "coverage" for Clang's counters of what ran.
+set(KEL_SANITIZER "" CACHE STRING "Build everything with this instrumentation: address, thread, coverage or none")
 
 if(KEL_SANITIZER STREQUAL "address")
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
@@ -7,4 +7,7 @@ if(KEL_SANITIZER STREQUAL "address")
 elseif(KEL_SANITIZER STREQUAL "thread")
   add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
   add_link_options(-fsanitize=thread)
+elseif(KEL_SANITIZER STREQUAL "coverage")
+  add_compile_options(-fprofile-instr-generate -fcoverage-mapping -fprofile-update=atomic)
+  add_link_options(-fprofile-instr-generate)
 endif()

@@ -45,6 +45,10 @@ class BrelEngine {
   BrelEngine(const BrelEngine&) = delete;
   BrelEngine& operator=(const BrelEngine&) = delete;
 
+  // -------------------------------------------------------------------------------------------------------------------
+  // What a client calls, through the front functions in Brel.h: any thread, several at once
+  // -------------------------------------------------------------------------------------------------------------------
+
   // Lifecycle.cpp. The paths may be null. 2, or 1, 3, 5, 7, 11, 21 with everything taken down again.
   Status init(const char* TUIsFilePath, bool activateVersionControl, const char* versionsVectorsPath);
   /// 2, or 1 with the engine half torn down.
@@ -73,15 +77,6 @@ class BrelEngine {
   Status IssueAsyncCommand(std::uint32_t commandID, task* record, std::uint32_t* seqNum, OpaqueCallback callbackFunc,
                            OpaqueCallback streamCallbackFunc);
 
-  // SequenceResponses.cpp: what the threads of sequences call.
-  /// Delivers an answer, or with `errorCode` not 0 the lack of one. `buffer` stays the caller's.
-  bool HandleSequenceResponse(std::uint32_t seqNum, std::uint32_t errorCode, std::uint8_t* buffer,
-                              std::uint32_t bufferSize) NO_THREAD_SAFETY_ANALYSIS;
-  /// Takes the next answer off the queue; it is the caller's. 0, 1 (failed) or 2 (empty).
-  std::uint32_t RetrieveNextAsyncBuffer(std::uint32_t seqNum, std::uint8_t** buffer, std::uint32_t* bufferSize);
-  /// Ends a sequence that had a thread, and counts the thread off.
-  bool FreeSequence(std::uint32_t seqNum);
-
   // FixedTasks.cpp. Outputs are written on success only; blocks that are given out are the caller's.
   Status GetTraceFilePath(char** filePath);
   Status SetTraceFilePath(const char* filePath);
@@ -101,20 +96,43 @@ class BrelEngine {
   Status GetStatusString(std::uint32_t code, char** text);
   Status GetCallbackStatusString(std::uint32_t code, char** text);
 
-  // IncomingData.cpp. `record` holds `size` bytes and stays the caller's.
+  // -------------------------------------------------------------------------------------------------------------------
+  // What the library's own threads call; a buffer stays the caller's
+  // -------------------------------------------------------------------------------------------------------------------
+
+  // IncomingData.cpp, on the pipe library's threads. 1, or 0 for what was not taken.
   std::uint32_t TakeRecord(const std::uint8_t* record, std::uint32_t size);
   std::uint32_t TakeAlert(std::uint32_t errorCode);
+
+  // IncomingData.cpp, on the thread of the alerts listener and on that of the broadcast listener.
   bool HandleAlertResponse(const std::uint8_t* buffer, std::uint32_t bufferSize);
   bool HandleBroadcastResponse(const std::uint8_t* buffer, std::uint32_t bufferSize);
+
+  // SequenceResponses.cpp, on the listener thread of the sequence.
+  /// Delivers an answer, or with `errorCode` not 0 the lack of one.
+  bool HandleSequenceResponse(std::uint32_t seqNum, std::uint32_t errorCode, std::uint8_t* buffer,
+                              std::uint32_t bufferSize) NO_THREAD_SAFETY_ANALYSIS;
+  /// Takes the next answer off the queue; it is the caller's. 0, 1 (failed) or 2 (empty).
+  std::uint32_t RetrieveNextAsyncBuffer(std::uint32_t seqNum, std::uint8_t** buffer, std::uint32_t* bufferSize);
+  /// Ends a sequence that had a thread, and counts the thread off.
+  bool FreeSequence(std::uint32_t seqNum);
+
+  // -------------------------------------------------------------------------------------------------------------------
+  // What the engine's makers use: Brel.cpp and Instances.cpp
+  // -------------------------------------------------------------------------------------------------------------------
 
   /// The console outlet: prints while mLogToConsole is not 0.
   const DebugPrint& debugPrint() const { return mDebugPrint; }
 
-  // Constant after BrelInit().
+  // Constant from before init() on.
   KEL_BroadcastCallback mBroadcastCallback = nullptr;
   AlertsCallback mAlertsCallback = nullptr;
 
  private:
+  // -------------------------------------------------------------------------------------------------------------------
+  // How each source does its part
+  // -------------------------------------------------------------------------------------------------------------------
+
   // Lifecycle.cpp.
   Status initSteps(const char* TUIsFilePath, bool activateVersionControl, const char* versionsVectorsPath,
                    bool* locked) NO_THREAD_SAFETY_ANALYSIS;
@@ -201,14 +219,20 @@ class BrelEngine {
 
   friend class EngineTable;  // sets mHandle
 
+  // -------------------------------------------------------------------------------------------------------------------
+  // Members
+  // -------------------------------------------------------------------------------------------------------------------
+
   // Own locking.
   ALogger mLogger;
 
-  // Version control. Atomic: calls past the exports' lock may fetch the UIDs at once. None of it is ever released: meant.
+  // Version control. The end of an engine frees none of it.
+  // Atomic: calls from several threads may fetch the UIDs at once.
   std::atomic<bool> mVersioningActive{false};
   std::atomic<const std::uint32_t*> mVerGenUIDs{nullptr};
   std::atomic<std::uint32_t> mVerGenUIDsCount{0};
-  char* mVersionsVectorsPath = nullptr;  // these four constant after init()
+  // Constant after init().
+  char* mVersionsVectorsPath = nullptr;
   const char** mVersionsVectorBuffers = nullptr;
   std::uint32_t* mVersionsVectorSizes = nullptr;
   std::uint32_t mVersionsVectorCount = 0;
@@ -216,6 +240,7 @@ class BrelEngine {
   // Own locking.
   BrelTasksSequencer mTasksSequencer;
 
+  // The listeners have their own locking. Their flags are atomic; their events are constant after init().
   AlertsListener mAlertsListener;
   std::atomic<bool> mAlertsListenerActive{false};
   platform::Handle mAlertsDataEvent = nullptr;
@@ -227,32 +252,40 @@ class BrelEngine {
   AsyncListener mAsyncListener;
   std::atomic<bool> mAsyncListenerActive{false};
 
+  // Guarded by mAsyncThreadsCountLock.
   std::int32_t mAsyncThreadsCount GUARDED_BY(mAsyncThreadsCountLock) = 0;
+
+  // Locks.
   platform::CriticalSection mAsyncThreadsCountLock;
   platform::CriticalSection mSendLock;  ///< one Dorv_Send at a time
   platform::CriticalSection mLifecycleLock;
 
-  /// Written under mInitLock, and read under it by the handlers of broadcasts, alerts and sequences. Atomic, since the
-  /// way in for alerts reads it without.
+  /// Written under mInitLock, and read under it by the handlers of broadcasts, alerts and sequences. Atomic, since
+  /// TakeAlert() reads it without the lock.
   std::atomic<bool> mInitialized{false};
   platform::CriticalSection mInitLock;
 
+  // Atomic: other threads may already call, or may still call, while init() and Finalize() run.
   std::atomic<platform::Handle> mGeneralStopEvent{nullptr};  ///< manual-reset; stale after Finalize()
+  std::atomic<std::uint32_t> mRxWaitTimeout{10000};          ///< in milliseconds
 
-  // Constant after init().
-  std::atomic<std::uint32_t> mRxWaitTimeout{10000};  ///< in milliseconds
+  // Constant between init() and Finalize(), which frees the names of the dumps and the address. All texts are owned.
   bool mIniFileFound = false;
   IniFileReader mIniReader;
-  char* mRequestStructDumpFilename;  // these four and the next owned; empty: no dump
+  char* mRequestStructDumpFilename;  ///< these four: empty for no dump
   char* mRequestStructPayloadDumpFilename;
   char* mResponseStructDumpFilename;
   char* mResponseStructPayloadDumpFilename;
   BrelTUIsList mTUIsList;
-  char* mTUIsFilePath;  ///< owned, and never released: meant
+  char* mTUIsFilePath;  ///< not freed with the engine
   std::string mBrelDllsPath;
   char* mUpperDriverIpAddress;
+
+  // Atomic.
   std::atomic<std::uint32_t> mUpperDriverPortNumber{1234};
   std::atomic<std::uint32_t> mLogToConsole{0};
+
+  // Constant from before init() on.
   std::uint32_t mHandle = 0;  ///< row in the table of engines
 
   DebugPrint mDebugPrint{mLogToConsole};

@@ -12,6 +12,37 @@ namespace {
 /// A line of an external file is read in pieces of at most this many bytes, end mark included.
 constexpr int kLineSize = 255;
 
+/// Ends a text in the files of old systems, and to this day in the text-mode streams of Windows.
+constexpr char kEndOfText = '\x1A';
+
+/// The next byte as a text-mode stream of Windows has it, on every platform: CR LF is one LF, and the end of the text
+/// is the end of the file.
+int ReadTextByte(std::FILE* stream) {
+  const int byte = std::fgetc(stream);
+  if (byte == kEndOfText) {
+    std::ungetc(byte, stream);  // for whoever looks again
+    return EOF;
+  }
+  if (byte != '\r') return byte;
+  const int next = std::fgetc(stream);
+  if (next == '\n') return next;
+  std::ungetc(next, stream);
+  return byte;
+}
+
+/// Reads a line, or the next piece of a long one. False if there is none, or if it cannot be read to its end.
+bool ReadLine(std::FILE* stream, char (&line)[kLineSize]) {
+  int length = 0;
+  while (length < kLineSize - 1) {
+    const int byte = ReadTextByte(stream);
+    if (byte == EOF) break;
+    line[length++] = static_cast<char>(byte);
+    if (byte == '\n') break;
+  }
+  line[length] = '\0';
+  return length > 0 && std::ferror(stream) == 0;
+}
+
 /// Length of a file, 0 if it has none that can be told.
 std::uint32_t FileLength(std::FILE* file) {
   if (std::fseek(file, 0, SEEK_END) != 0) return 0;
@@ -62,7 +93,7 @@ bool BrelTUIsList::ReadTUIs() {
   mInternalTUIsFile = builtIn.bytes;
   mInternalTUIsFileLength = builtIn.size;
 
-  std::FILE* stream = std::fopen(mTUIsFileName, "r");
+  std::FILE* stream = platform::openToRead(mTUIsFileName);
   if (stream == nullptr) {
     report(kInfo, "ReadTUIs", "The KEL_ALLTASKS.csv TUIs file could NOT be opened. Using defaults. \n");
   } else {
@@ -77,7 +108,7 @@ bool BrelTUIsList::ReadTUIs() {
   char line[kLineSize];
   const char* stringStream = mInternalTUIsFile;
   if (stream != nullptr) {
-    if (std::fgets(line, sizeof line, stream) == nullptr) return endedUnexpectedly(stream);
+    if (!ReadLine(stream, line)) return endedUnexpectedly(stream);
     stringStream = line;
   }
 
@@ -93,7 +124,7 @@ bool BrelTUIsList::ReadTUIs() {
     mNameByTui[decimalTUI] = name;
 
     if (stream != nullptr) {
-      if (std::fgets(line, sizeof line, stream) == nullptr) {
+      if (!ReadLine(stream, line)) {
         close(stream);  // the normal end of a file, whatever becomes of the closing
         return true;
       }
@@ -114,7 +145,7 @@ bool BrelTUIsList::RetrieveRawTUIsList(const char** fileName, const char** buffe
   *buffer = mInternalTUIsFile;
   *length = mInternalTUIsFileLength;
 
-  std::FILE* file = std::fopen(*fileName, "rb");
+  std::FILE* file = platform::openToRead(*fileName);
   if (file == nullptr) {
     report(kInfo, "RetrieveRawTUIsList",
            "An external KEL_ALLTASKS.csv TUIs file could not be opened. Retrieving internal resource. \n");

@@ -26,7 +26,7 @@ bool BrelEngine::LoadBrelIniSettings() {
   mIniReader.SetIniFileName(BrelIniFullFilename.c_str());
 
   // The file in the working directory says whether settings are read, the full name says where from: meant.
-  std::FILE* file = std::fopen(relativeName.c_str(), "r");
+  std::FILE* file = platform::openToRead(relativeName.c_str());
   mIniFileFound = file != nullptr;
   if (!mIniFileFound) return false;
   if (std::fclose(file) != 0) {

@@ -188,6 +188,9 @@ bool registryText(RegistryRoot root, const char* subKey, const char* valueName, 
 /// Stands between the folders of a path.
 extern const char kPathSeparator;
 
+/// Opens a file to read its bytes as they stand. Null if it does not open, and a folder never does.
+std::FILE* openToRead(const char* fileName);
+
 /// A text-mode stream that appends to a file which other writers may hold open as well. Test it: it may not have
 /// opened.
 std::ofstream openToAppend(const std::string& fileName);

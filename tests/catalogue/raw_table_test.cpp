@@ -6,6 +6,7 @@
 
 #include "catalogue/task_list_test.h"
 #include "platform/platform.h"
+#include "support/failing_files.h"
 #include "support/private_member.h"
 
 namespace kel::test {
@@ -106,6 +107,26 @@ TEST_F(RawTable, IsCopiedUpToAByte0xFFButKeepsItsLength) {
   const std::string copied = takeBlock();
   EXPECT_EQ(copied.substr(0, 7), "ONE,TWO");
   EXPECT_EQ(copied.find("THREE"), copied.npos);
+}
+
+TEST_F(RawTable, IsCopiedUpToWhereTheFileFailsButKeepsItsLength) {
+  mDirectory.write("table.csv", "ONE,TWO,THREE");
+  EXPECT_TRUE(printed([this] {
+    const FailingRead fails(7);
+    return mList.RetrieveRawTUIsList(&mName, &mBuffer, &mLength);
+  }));
+  EXPECT_EQ(mLength, 13U);
+  EXPECT_EQ(takeBlock().substr(0, 7), "ONE,TWO");
+  expectReported({});
+}
+
+TEST_F(RawTable, IsTheBuiltInOneIfTheFileIsAFolder) {
+  readBuiltIn();
+  std::filesystem::create_directory("table.csv");
+  EXPECT_TRUE(retrieve());
+  EXPECT_EQ(mBuffer, platform::findResource(nullptr, "#101", "TUISFILE").bytes);
+  EXPECT_EQ(mLength, 4101U);
+  expectReported({kTakenFromResource});
 }
 
 TEST_F(RawTable, IsAnyFilesThatOpensWhateverItHolds) {

@@ -78,6 +78,92 @@ TEST_F(TaskList, ReadsALongLineInPiecesOf254EachARowOfItsOwn) {
   EXPECT_EQ(tuiOf("THREE"), 1003U);
 }
 
+TEST_F(TaskList, CountsALineEndOfTwoBytesAsOne) {
+  const std::string longest = kOne + std::string(253 - kOne.size(), ' ');
+  EXPECT_TRUE(readTable(longest + "\r\n" + kTwo + "\r\n"));
+  expectReported({kFileOpened});
+  EXPECT_EQ(tuiOf("ONE"), 1001U);
+  EXPECT_EQ(tuiOf("TWO"), 1002U);
+}
+
+// The line end is a piece of its own then, and so a blank line.
+TEST_F(TaskList, EndsBehindALineOf254Characters) {
+  const std::string piece = kOne + std::string(254 - kOne.size(), ' ');
+  for (const char* lineEnd : {"\n", "\r\n"}) {
+    mConsole.clear();
+    EXPECT_TRUE(readTable(piece + lineEnd + kTwo + lineEnd));
+    EXPECT_EQ(mConsole, "ReadTUIs - " + kOpened);
+    EXPECT_EQ(tuiOf("ONE"), 1001U);
+    EXPECT_EQ(tuiOf("TWO"), 0U);
+  }
+}
+
+TEST_F(TaskList, NeedsNoLineEndBehindALastRowOf254Characters) {
+  EXPECT_TRUE(readTable(kOne + std::string(254 - kOne.size(), ' ')));
+  expectReported({kFileOpened});
+  EXPECT_EQ(tuiOf("ONE"), 1001U);
+}
+
+TEST_F(TaskList, TakesACarriageReturnAloneForABlank) {
+  EXPECT_TRUE(readTable("ONE,\r 0, 0,\rKEL_TRACE, 1, REF, 1001, 0x3e9\r\r\n" + kTwo + "\r"));
+  expectReported({kFileOpened});
+  EXPECT_EQ(tuiOf("ONE"), 1001U);
+  EXPECT_EQ(tuiOf("TWO"), 1002U);
+}
+
+TEST_F(TaskList, EndsAtTheOldEndOfFileMark) {
+  EXPECT_TRUE(readTable(kOne + "\r\n\x1A" + kTwo + "\r\n"));
+  expectReported({kFileOpened});
+  EXPECT_EQ(tuiOf("ONE"), 1001U);
+  EXPECT_EQ(tuiOf("TWO"), 0U);
+}
+
+TEST_F(TaskList, NeedsNothingInTheLastColumn) {
+  EXPECT_TRUE(readTable("ONE,  0, 0, KEL_TRACE, 1, REF, 1001,\r\n" + kTwo + "\n"));
+  expectReported({kFileOpened});
+  EXPECT_EQ(tuiOf("ONE"), 1001U);
+  EXPECT_EQ(tuiOf("TWO"), 1002U);
+}
+
+// The end of the row is no failure of a scan: it is met where the next comma is looked for.
+TEST_F(TaskList, FailsIfARowIsCutBehindItsType) {
+  EXPECT_FALSE(readTable(kOne + "\nTWO,  1, 0, KEL_TRACE, 1, VAL,\n" + kThree + "\n"));
+  expectReported({kFileOpened, {"error", "ReadOneTUI", "could not read hex TUI field. \n"}, kFileEnded});
+  EXPECT_EQ(tuiOf("ONE"), 1001U);
+  EXPECT_EQ(tuiOf("TWO"), 0U);
+}
+
+TEST_F(TaskList, IsTheBuiltInOneIfTheFileIsAFolder) {
+  std::filesystem::create_directory("table.csv");
+  EXPECT_TRUE(readTUIs());
+  expectReported({{"info", "ReadTUIs", kNotOpened}});
+  EXPECT_EQ(tuiOf("TASK_ID_TRACE_ADAPTER"), 614400U);
+}
+
+// Reads a table from a file that fails after so many bytes.
+class UnreadableTaskList : public TaskList {
+ protected:
+  bool readUnreadable(const std::string& content, std::size_t readable) {
+    mDirectory.write("table.csv", content);
+    return printed([this, readable] {
+      const FailingRead fails(readable);
+      return mList.ReadTUIs();
+    });
+  }
+};
+
+TEST_F(UnreadableTaskList, EndsAheadOfTheFirstLineThatCannotBeRead) {
+  EXPECT_TRUE(readUnreadable(kOne + "\n" + kTwo + "\n", kOne.size() + 1 + kTwo.size()));
+  expectReported({kFileOpened});
+  EXPECT_EQ(tuiOf("ONE"), 1001U);
+  EXPECT_EQ(tuiOf("TWO"), 0U);
+}
+
+TEST_F(UnreadableTaskList, FailsIfThatIsTheFirstOfAll) {
+  EXPECT_FALSE(readUnreadable(kOne + "\n", kOne.size()));
+  expectReported({kFileOpened, kFileEnded});
+}
+
 TEST_F(TaskList, FailsIfAPieceOfALongLineIsNoRow) {
   EXPECT_FALSE(readTable(kOne + std::string(300 - kOne.size(), ' ') + "0x3e9\n"));
   expectReported({kFileOpened, {"error", "ReadOneTUI", "could not read INDEX field. \n"}, kFileEnded});

@@ -62,6 +62,23 @@ TEST_F(AppendedFile, TakesBytesAsTheyAreOnceToldSo) {
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(raw), {}), "one\r\ntwo\n");
 }
 
+TEST_F(AppendedFile, IsReadByteForByte) {
+  const std::string bytes("one\r\ntwo\n\x1A\0\xFF", 12);
+  std::ofstream(mName, std::ios::binary) << bytes;
+  std::FILE* file = openToRead(mName.c_str());
+  ASSERT_NE(file, nullptr);
+  char read[64];
+  EXPECT_EQ(std::string(read, std::fread(read, 1, sizeof read, file)), bytes);
+  std::fclose(file);
+}
+
+TEST_F(AppendedFile, IsNotReadIfItIsMissing) { EXPECT_EQ(openToRead(mName.c_str()), nullptr); }
+
+TEST_F(AppendedFile, IsNotReadIfItIsAFolder) {
+  std::filesystem::create_directory(mName);
+  EXPECT_EQ(openToRead(mName.c_str()), nullptr);
+}
+
 // Two looks at the clock: midnight may pass between the first and what is tested.
 TEST(Date, IsTodayInTheAmericanOrder) {
   const auto today = [] {

@@ -33,6 +33,15 @@ TEST(Ini, AMissingFileGivesTheDefaultWithoutItsTrailingBlanks) {
   EXPECT_STREQ(value, "default");
 }
 
+TEST(Ini, AFolderInThePlaceOfTheFileGivesTheDefault) {
+  const char* const name = "./ini_test_folder.ini";
+  std::filesystem::create_directory(name);
+  char value[16];
+  EXPECT_EQ(iniValue("Common", "Key", "default", value, sizeof value, name), 7U);
+  EXPECT_STREQ(value, "default");
+  std::filesystem::remove(name);
+}
+
 TEST(Ini, AChangeOfTheFileIsSeenByTheNextRead) {
   const char* const name = "./ini_test_change.ini";
   char value[16];

@@ -57,6 +57,19 @@ namespace {
 
 constexpr const char* kFunction = "LoadBrelIniSettings";
 
+/// What is told of a file without a key.
+const std::vector<std::string> kDefaultLines = {
+    "LogToConsole = 0 \n",
+    "RxWaitTimeout = 10000 \n",
+    "TUIsFilePath = KEL_ALLTASKS.csv \n",
+    "UpperDriverIpAddress = 127.0.0.1 \n",
+    "UpperDriverPortNumber = 1234 \n",
+    "RequestStructDumpFilename =  \n",
+    "RequestStructPayloadDumpFilename =  \n",
+    "ResponseStructDumpFilename =  \n",
+    "ResponseStructPayloadDumpFilename =  \n",
+};
+
 /// What the nine keys come to, in their order.
 struct Values {
   std::uint32_t LogToConsole = 0;
@@ -155,10 +168,7 @@ TEST_F(Settings, StayAtTheirDefaultsWithAnEmptyFileAndAreTold) {
   EXPECT_TRUE(load());
   EXPECT_TRUE(member(IniFileFound{}));
   EXPECT_EQ(values(), Values());
-  expectLogged({"LogToConsole = 0 \n", "RxWaitTimeout = 10000 \n", "TUIsFilePath = KEL_ALLTASKS.csv \n",
-                "UpperDriverIpAddress = 127.0.0.1 \n", "UpperDriverPortNumber = 1234 \n",
-                "RequestStructDumpFilename =  \n", "RequestStructPayloadDumpFilename =  \n",
-                "ResponseStructDumpFilename =  \n", "ResponseStructPayloadDumpFilename =  \n"});
+  expectLogged(kDefaultLines);
   EXPECT_EQ(mConsole, "");
 }
 
@@ -221,6 +231,15 @@ TEST_F(Settings, AreNotReadFromAFileThatDoesNotClose) {
   EXPECT_EQ(LogText("Brel.logs"), LogEntry("error", "BrelEngine", kFunction, "The Brel.ini file was not closed. \n"));
 }
 
+TEST_F(Settings, StayAtTheirDefaultsWithAFolderInThePlaceOfTheFileAndNothingIsSaid) {
+  std::filesystem::create_directory("Brel.ini");
+  EXPECT_FALSE(load());
+  EXPECT_FALSE(member(IniFileFound{}));
+  EXPECT_EQ(values(), Values());
+  EXPECT_EQ(LogText("Brel.logs"), "");
+  EXPECT_EQ(mConsole, "");
+}
+
 TEST_F(Settings, NeverComeFromTheReadersDefaultFile) {
   mDirectory.write("demo.ini", "[Common]\nRxWaitTimeout=1\n");
   EXPECT_FALSE(load());
@@ -253,6 +272,15 @@ TEST_F(Settings, ComeToTheDefaultsOfTheKeysIfTheRegistrysFolderHasNoFile) {
   EXPECT_TRUE(load("RxWaitTimeout=30\n"));
   EXPECT_TRUE(member(IniFileFound{}));
   EXPECT_EQ(values(), Values());
+}
+
+TEST_F(Settings, ComeToTheDefaultsOfTheKeysIfTheRegistrysFolderHasAFolderInThePlaceOfTheFile) {
+  std::filesystem::create_directories("dlls/Brel.ini");
+  mRegistry.set("Software\\Brel", "BrelDllsPath", companionPath());
+  EXPECT_TRUE(load("RxWaitTimeout=30\n"));
+  EXPECT_TRUE(member(IniFileFound{}));
+  EXPECT_EQ(values(), Values());
+  expectLogged(kDefaultLines);
 }
 
 TEST_F(Settings, AreReadFromTheRegistrysFolderAlsoWithASeparatorBehindIt) {
@@ -409,6 +437,23 @@ TEST_F(SettingsOfAConnection, TheArgumentGoesBeforeTheFileAndTheFileBeforeTheDef
   mDirectory.writeSettings("TUIsFilePath=INI.csv\n");
   EXPECT_EQ(tableOf(nullptr), "INI");
   EXPECT_EQ(tableOf("ARGUMENT.csv"), "ARGUMENT");
+}
+
+TEST_F(SettingsOfAConnection, FoldersInThePlaceOfAllItsFilesMeanTheDefaults) {
+  mRegistry.switchLogsOn();
+  mRegistry.set("Software\\Brel", "BrelDllsPath", "dlls");
+  std::filesystem::create_directories("dlls/Brel.ini");
+  std::filesystem::create_directory("Brel.ini");
+  std::filesystem::create_directory("table.csv");
+  EXPECT_EQ(tableOf("table.csv"), "TASK_ID_TRACE_ADAPTER");
+  EXPECT_TRUE(
+      LogText("Brel.logs")
+          .starts_with(LogEntry("info", "BrelEngine", "init", "Start \n") +
+                       LogEntry("info", "BrelEngine", "init", "No Brel.ini file was found. Using defaults. \n") +
+                       LogEntry("info", "BrelEngine", "ReadTUIs",
+                                "The KEL_ALLTASKS.csv TUIs file could NOT be opened. Using defaults. \n") +
+                       LogEntry("info", "BrelEngine", "init", "loaded TUIs \n")))
+      << LogText("Brel.logs");
 }
 
 TEST_F(SettingsOfAConnection, AnEmptyPathMeansTheBuiltInTable) {

@@ -2,6 +2,8 @@
 // test_failing_files, which puts its own functions in front of the runtime's.
 #pragma once
 
+#include <cstddef>
+
 namespace kel::test {
 
 /// While one lives, fclose() closes its file and says that it could not.
@@ -20,6 +22,16 @@ class FailingTell {
   ~FailingTell();
   FailingTell(const FailingTell&) = delete;
   FailingTell& operator=(const FailingTell&) = delete;
+};
+
+/// While one lives, fread() and fgetc() give `bytes` more, whatever the file, and fail then. Not for long: GoogleTest
+/// reads too.
+class FailingRead {
+ public:
+  explicit FailingRead(std::size_t bytes);
+  ~FailingRead();
+  FailingRead(const FailingRead&) = delete;
+  FailingRead& operator=(const FailingRead&) = delete;
 };
 
 /// While one lives, fwrite() writes one element less than it was given.

@@ -1,10 +1,12 @@
 // Files and dates.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <ctime>
 
 #include "platform/platform.h"
+#include "platform/posix/errors.h"
 
 namespace kel::platform {
 namespace {
@@ -19,6 +21,18 @@ int formatNow(const char* format, char (&text)[kDateTextSize]) {
 }  // namespace
 
 const char kPathSeparator = '/';
+
+// The system opens a folder for reading too, and fails only the reads.
+std::FILE* openToRead(const char* fileName) {
+  std::FILE* file = std::fopen(fileName, "rb");
+  struct stat status;
+  if (file != nullptr && fstat(fileno(file), &status) == 0 && S_ISDIR(status.st_mode)) {
+    std::fclose(file);
+    file = nullptr;
+  }
+  if (file == nullptr) posix::setLastError(posix::kFileNotFound);
+  return file;
+}
 
 std::ofstream openToAppend(const std::string& fileName) {
   return std::ofstream(fileName, std::ios::out | std::ios::app);

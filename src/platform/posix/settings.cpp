@@ -1,8 +1,8 @@
 // Settings: ini files, and the registry that is kept in one.
 #include <algorithm>
 #include <charconv>
-#include <fstream>
-#include <iterator>
+#include <cstdio>
+#include <memory>
 #include <optional>
 #include <string_view>
 
@@ -28,10 +28,18 @@ bool sameName(string_view one, string_view other) {
   return std::ranges::equal(one, other, {}, lower, lower);
 }
 
+// What can be read of a file: one that fails in the middle has what stands ahead of that.
 std::optional<std::string> contentOf(const char* fileName) {
-  std::ifstream file(fileName, std::ios::binary);
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(openToRead(fileName), &std::fclose);
   if (!file) return {};
-  return std::string(std::istreambuf_iterator<char>(file), {});
+  std::string content;
+  char piece[4096];
+  std::size_t size = 0;
+  do {
+    size = std::fread(piece, 1, sizeof piece, file.get());
+    content.append(piece, size);
+  } while (size == sizeof piece);
+  return content;
 }
 
 // The value of the first key of that name in the first section of that name, without the blanks round it. What stands

@@ -10,6 +10,8 @@ namespace kel::platform {
 
 const char kPathSeparator = '\\';
 
+std::FILE* openToRead(const char* fileName) { return std::fopen(fileName, "rb"); }
+
 // The C runtime opens every file so that others may read and write it meanwhile.
 std::ofstream openToAppend(const std::string& fileName) {
   return std::ofstream(fileName, std::ios::out | std::ios::app);

@@ -77,6 +77,18 @@ TEST_F(Registry, WhatIsMissingLeavesTheTextAlone) {
   EXPECT_EQ(text, "before");
 }
 
+TEST_F(Registry, AFolderInThePlaceOfTheFileIsNone) {
+  if (std::filesystem::exists("/etc/Brel.registry")) GTEST_SKIP() << "this machine has a registry file";
+  std::filesystem::remove("Brel.registry");
+  std::filesystem::create_directory("Brel.registry");
+  std::uint32_t number = 7;
+  std::string text = "before";
+  EXPECT_FALSE(registryNumber(kRoot, kKey, "Info", &number));
+  EXPECT_FALSE(registryText(kRoot, kKey, "LogPath", &text));
+  EXPECT_EQ(number, 7U);
+  EXPECT_EQ(text, "before");
+}
+
 TEST_F(Registry, WithoutAFileNothingIsFound) {
   if (std::filesystem::exists("/etc/Brel.registry")) GTEST_SKIP() << "this machine has a registry file";
   std::filesystem::remove("Brel.registry");

@@ -1,5 +1,6 @@
 #include "logging/ALogger.h"
 
+#include <exception>
 #include <fstream>
 #include <ios>
 
@@ -30,9 +31,19 @@ std::ios_base::fmtflags StreamFlags(std::uint32_t flags) {
   return result;
 }
 
+/// Does what needs the heap, as far as that goes.
+template <class Work>
+void DoContained(Work work) {
+  try {
+    work();
+  } catch (const std::exception&) {
+    // The line is lost, as it would be in an unwritable folder.
+  }
+}
+
 std::uint32_t ReadSwitch(const char* key, const char* valueName) {
   std::uint32_t value = 0;
-  ReadRegistryDword(platform::RegistryRoot::localMachine, key, valueName, &value);
+  DoContained([&] { ReadRegistryDword(platform::RegistryRoot::localMachine, key, valueName, &value); });
   return value;
 }
 
@@ -53,49 +64,56 @@ void ALogger::setRegistryKey(const char* key) {
   mErrEnabled.store(ReadSwitch(key, "Err"), std::memory_order_relaxed);
 }
 
-void ALogger::setFileName(const std::string& name) {
+void ALogger::setFileName(std::string_view name) {
   // Of a logger that the registry has switched off nobody sees a name, and some are named anew for each task.
   const char* key = mRegistryKey.load(std::memory_order_relaxed);
   if (key != nullptr && !isEnabled(kInfo) && !isEnabled(kWarning) && !isEnabled(kError)) return;
-  std::string full;
-  if (!name.empty()) {
-    if (ReadRegistryString(platform::RegistryRoot::localMachine, key, "LogPath", &full)) {
-      full += platform::kPathSeparator;
+  DoContained([&] {
+    std::string full;
+    if (!name.empty()) {
+      if (ReadRegistryString(platform::RegistryRoot::localMachine, key, "LogPath", &full)) {
+        full += platform::kPathSeparator;
+      }
+      char date[platform::kDateTextSize];
+      platform::dateText(date);
+      date[2] = date[5] = '-';
+      full.append(date).append("-").append(name);
     }
-    char date[platform::kDateTextSize];
-    platform::dateText(date);
-    date[2] = date[5] = '-';
-    full.append(date).append("-").append(name);
-  }
-  const FileName* current = mFileName.load(std::memory_order_acquire);
-  if (current != nullptr && current->text == full) return;
-  auto* next = new FileName{std::move(full), current};
-  while (!mFileName.compare_exchange_weak(next->previous, next, std::memory_order_acq_rel)) {
-  }
+    const FileName* current = mFileName.load(std::memory_order_acquire);
+    if (current != nullptr && current->text == full) return;
+    auto* next = new FileName{std::move(full), current};
+    while (!mFileName.compare_exchange_weak(next->previous, next, std::memory_order_acq_rel)) {
+    }
+  });
+}
+
+template <class Writing>
+void ALogger::append(Writing writing) {
+  const FileName* name = mFileName.load(std::memory_order_acquire);
+  if (name == nullptr || name->text.empty()) return;
+  DoContained([&] {
+    std::ofstream file = platform::openToAppend(name->text);
+    if (file) writing(file);
+  });
 }
 
 void ALogger::writeHead(std::uint32_t level, const char* function) {
-  const FileName* name = mFileName.load(std::memory_order_acquire);
-  if (name == nullptr || name->text.empty()) return;
-  std::ofstream file = platform::openToAppend(name->text);
-  if (!file) return;
-
-  // The results stand in the head, not the texts: a line's date is in the file's name.
-  char text[platform::kDateTextSize];
-  file << std::endl << "[" << platform::dateText(text) << " - " << platform::timeText(text) << "] ";
-  file << kLevelWords[level] << " - ";
-  if (const char* module = mModuleName.load(std::memory_order_relaxed)) file << module << " - ";
-  if (function != nullptr) file << function << " - ";
+  append([&](std::ofstream& file) {
+    // The results stand in the head, not the texts: a line's date is in the file's name.
+    char text[platform::kDateTextSize];
+    file << std::endl << "[" << platform::dateText(text) << " - " << platform::timeText(text) << "] ";
+    file << kLevelWords[level] << " - ";
+    if (const char* module = mModuleName.load(std::memory_order_relaxed)) file << module << " - ";
+    if (function != nullptr) file << function << " - ";
+  });
 }
 
 template <class Value>
 void ALogger::write(Value value) {
-  const FileName* name = mFileName.load(std::memory_order_acquire);
-  if (name == nullptr || name->text.empty()) return;
-  std::ofstream file = platform::openToAppend(name->text);
-  if (!file) return;
-  file.flags(StreamFlags(mFormatFlags.load(std::memory_order_relaxed)));
-  file << value;
+  append([&](std::ofstream& file) {
+    file.flags(StreamFlags(mFormatFlags.load(std::memory_order_relaxed)));
+    file << value;
+  });
 }
 
 template void ALogger::write(const char*);

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace kel {
 
@@ -31,7 +32,8 @@ inline constexpr const char* kLoggerRegistryKey = "Software\\Brel\\ALogger";
 /// written at the same moment. A head call that is switched off costs a comparison, an insertion behind it the test of a
 /// flag.
 ///
-/// Nothing is ever reported: a missing key, an unwritable folder or a failed open only means that lines are lost.
+/// Nothing is ever reported or thrown: a missing key, an unwritable folder, a failed open or an exhausted heap only means
+/// that lines are lost.
 class ALogger {
  public:
   constexpr ALogger() = default;
@@ -43,7 +45,8 @@ class ALogger {
   void setRegistryKey(const char* key);
 
   /// Settles the file: the registry's folder, today's date and `name`. Empty: nothing is written. Wants the key first.
-  void setFileName(const std::string& name);
+  /// The file stays the one that it was if the heap is exhausted.
+  void setFileName(std::string_view name);
 
   /// `name` is not copied.
   void setModuleName(const char* name) { mModuleName.store(name, std::memory_order_relaxed); }
@@ -90,6 +93,8 @@ class ALogger {
   void writeHead(std::uint32_t level, const char* function);
   template <class Value>
   void write(Value value);
+  template <class Writing>
+  void append(Writing writing);
 
   // Atomic: any thread, in no order.
   std::atomic<const FileName*> mFileName{nullptr};

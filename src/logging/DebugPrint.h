@@ -3,8 +3,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <cstdio>
-#include <string>
 
 #include "logging/ALogger.h"
 
@@ -34,27 +32,45 @@ inline std::int32_t HandleNumber(const void* handle) {
 }
 
 namespace console {
-inline void append(std::string& line, const char* text) { line += text; }
-inline void append(std::string& line, std::int32_t number) { line += std::to_string(number); }
-inline void append(std::string& line, std::uint32_t number) { append(line, static_cast<std::int32_t>(number)); }
-inline void append(std::string& line, const void* handle) {
-  char digits[9];
-  std::snprintf(digits, sizeof digits, "%X", static_cast<unsigned>(HandleNumber(handle)));
-  line += digits;
-}
+
+// A piece of a line as printf() takes it, and the letter of the conversion for what that is.
+inline const char* argument(const char* text) { return text; }
+inline std::int32_t argument(std::int32_t number) { return number; }
+inline std::int32_t argument(std::uint32_t number) { return static_cast<std::int32_t>(number); }
+inline std::uint32_t argument(const void* handle) { return static_cast<std::uint32_t>(HandleNumber(handle)); }
+
+template <class Argument>
+constexpr char kConversion = '\0';
+template <>
+inline constexpr char kConversion<const char*> = 's';
+template <>
+inline constexpr char kConversion<std::int32_t> = 'd';
+template <>
+inline constexpr char kConversion<std::uint32_t> = 'X';
+
+/// The format of a whole line, so that it is printed in one call, with no block of its own: "%s - ", and behind that
+/// one conversion for each argument.
+template <class... Arguments>
+struct LineFormat {
+  constexpr LineFormat() {
+    char* end = text + 5;
+    ((*end++ = '%', *end++ = kConversion<Arguments>), ...);
+  }
+  char text[6 + 2 * sizeof...(Arguments)] = {'%', 's', ' ', '-', ' '};
+};
+template <class... Arguments>
+inline constexpr LineFormat<Arguments...> kLineFormat;
+
 }  // namespace console
 
 /// Reports one line on both outlets: in the log under `function`, and on the console behind `function` and " - ". On
-/// the console every number is a signed decimal one, and a handle stands in hexadecimal digits without a base.
+/// the console every number is a signed decimal one, and a handle stands in hexadecimal digits without a base. Nothing
+/// is thrown.
 template <class... Pieces>
 void ReportTwice(ALogger& logger, const DebugPrint& debugPrint, std::uint32_t level, const char* function,
                  const Pieces&... pieces) {
   (logger.log(level, function, kLogFlags) << ... << pieces);
-  if (!debugPrint.isOn()) return;
-  std::string line = function;
-  line += " - ";
-  (console::append(line, pieces), ...);
-  debugPrint("%s", line.c_str());
+  debugPrint(console::kLineFormat<decltype(console::argument(pieces))...>.text, function, console::argument(pieces)...);
 }
 
 }  // namespace kel

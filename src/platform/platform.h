@@ -191,8 +191,8 @@ extern const char kPathSeparator;
 /// Opens a file to read its bytes as they stand. Null if it does not open, and a folder never does.
 std::FILE* openToRead(const char* fileName);
 
-/// A text-mode stream that appends to a file which other writers may hold open as well. Test it: it may not have
-/// opened.
+/// A text-mode stream that appends to a file which other writers may hold open as well. It formats in the classic
+/// locale, whatever the client has made the global one. Test it: it may not have opened.
 std::ofstream openToAppend(const std::string& fileName);
 
 /// Whether a standard stream leads to a terminal, and so to a person: not to a file, a pipe or the null device. Where

@@ -2,6 +2,8 @@
 #include "logging/DebugPrint.h"
 
 #include <functional>
+#include <thread>
+#include <vector>
 
 #include "logging/logger_test.h"
 
@@ -65,6 +67,31 @@ TEST_F(Console, ShowsNumbersAsSignedAndHandlesInHexadecimalDigits) {
 
 TEST_F(Console, GetsPercentSignsOfAReportAsTheyStand) {
   EXPECT_EQ(Printed([&] { ReportTwice(logger, debugPrint, kInfo, "function", "100 %d \n"); }), "function - 100 %d \n");
+}
+
+TEST_F(Console, HasNoLimitToAReport) {
+  setUp(false, false, false);
+  const std::string path(100'000, 'x');
+  EXPECT_EQ(Printed([&] { ReportTwice(logger, debugPrint, kInfo, "function", "path: ", path.c_str(), " \n"); }),
+            "function - path: " + path + " \n");
+}
+
+TEST_F(Console, GetsReportsOfSeveralThreadsLineByLine) {
+  setUp(false, false, false);
+  constexpr int kThreads = 4, kLines = 200;
+  const std::string printed = Printed([&] {
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < kThreads; ++thread) {
+      threads.emplace_back([&] {
+        for (int i = 0; i < kLines; ++i)
+          ReportTwice(logger, debugPrint, kInfo, "function", "one ", 1, ", two ", 2u, "\n");
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
+  });
+  std::string expected;
+  for (int i = 0; i < kThreads * kLines; ++i) expected += "function - one 1, two 2\n";
+  EXPECT_EQ(printed, expected);
 }
 
 TEST_F(Console, GetsAReportThatTheLogDoesNotTake) {

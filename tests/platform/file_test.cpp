@@ -5,6 +5,7 @@
 #include <ctime>
 #include <filesystem>
 #include <iterator>
+#include <locale>
 
 #include "platform/platform.h"
 
@@ -60,6 +61,19 @@ TEST_F(AppendedFile, TakesBytesAsTheyAreOnceToldSo) {
   std::fclose(file);
   std::ifstream raw(mName, std::ios::binary);
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(raw), {}), "one\r\ntwo\n");
+}
+
+/// Groups digits as the locales of many languages do.
+class Grouping : public std::numpunct<char> {
+  char do_thousands_sep() const override { return ','; }
+  std::string do_grouping() const override { return "\3"; }
+};
+
+TEST_F(AppendedFile, TakesNumbersWithoutTheGroupingOfTheGlobalLocale) {
+  const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Grouping));
+  openToAppend(mName) << 1234567;
+  std::locale::global(before);
+  EXPECT_EQ(content(), "1234567");
 }
 
 TEST_F(AppendedFile, IsReadByteForByte) {

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <ctime>
+#include <locale>
 
 #include "platform/platform.h"
 #include "platform/posix/errors.h"
@@ -35,7 +36,10 @@ std::FILE* openToRead(const char* fileName) {
 }
 
 std::ofstream openToAppend(const std::string& fileName) {
-  return std::ofstream(fileName, std::ios::out | std::ios::app);
+  std::ofstream file;
+  file.imbue(std::locale::classic());
+  file.open(fileName, std::ios::out | std::ios::app);
+  return file;
 }
 
 bool isTerminal(std::FILE* stream) { return isatty(fileno(stream)) == 1; }

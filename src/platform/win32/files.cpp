@@ -3,6 +3,8 @@
 #include <io.h>
 #include <time.h>
 
+#include <locale>
+
 #include "platform/platform.h"
 #include "platform/win32/windows_api.h"
 
@@ -14,7 +16,10 @@ std::FILE* openToRead(const char* fileName) { return std::fopen(fileName, "rb");
 
 // The C runtime opens every file so that others may read and write it meanwhile.
 std::ofstream openToAppend(const std::string& fileName) {
-  return std::ofstream(fileName, std::ios::out | std::ios::app);
+  std::ofstream file;
+  file.imbue(std::locale::classic());
+  file.open(fileName, std::ios::out | std::ios::app);
+  return file;
 }
 
 // _isatty() says yes to the null device as well; only a console has a mode.

@@ -29,7 +29,7 @@ union KeptTable {
 };
 constinit KeptTable gKeptTable;
 BrelInstanceSlot (&gBrelInstances)[kRows] GUARDED_BY(gBrelInstLock) = gKeptTable.rows;
-std::atomic<std::uint32_t> gBrelInstCount{0};  ///< tested outside of the lock where the lock is made and deleted
+std::atomic<std::uint32_t> gBrelInstCount{0};  ///< also tested outside of the lock
 
 }  // namespace
 
@@ -92,7 +92,7 @@ bool SetDorvHandle(std::uint32_t handle, std::uint32_t dorvHandle) {
 }
 
 void RemoveBrelInst(std::uint32_t handle) NO_THREAD_SAFETY_ANALYSIS {
-  // Tested ahead of the lock, which exists only if there is an engine.
+  // Tested ahead of the lock: a row that has an engine is changed by nobody but who removes it.
   if (handle >= kRows || gBrelInstances[handle].instance == nullptr) return;
   gBrelInstLock.enter();
   std::shared_ptr<BrelEngine> engine = std::move(gBrelInstances[handle].instance);

@@ -6,8 +6,9 @@
 // An engine that is looked up stays alive while it is in use, also when its row is given up meanwhile. Finalize() sees to
 // it that nobody is left in normal use; this covers a pipe library that still delivers.
 //
-// Threads: any. gBrelInstLock guards the rows. It is made with the first engine and deleted with the last, so the first
-// and the last need callers who do not come at once, as the exports do not.
+// Threads: any. gBrelInstLock guards the rows. The table starts afresh with the first engine, which is told by a count
+// outside of the lock; so the first and the last need callers who do not come at once, as the exports do not. Look-ups
+// may come at any time.
 #pragma once
 
 #include <cstdint>

@@ -27,8 +27,9 @@ enum QueueResult : std::uint32_t {
 /// Moves pointers and sizes, with no limit on their number; it copies no data and signals nobody.
 ///
 /// A buffer belongs to the queue from insert() on and to the taker from extract() on. The queue frees none: what is
-/// still in it at its end is the owner's to have drained. Threads: any number may insert and extract at once. The lock is
-/// a leaf and is held for the container's operation only.
+/// still in it at its end is the owner's to have drained. Threads: any number may insert and extract at once, also while
+/// the owner shuts the queue down or initialises it again. The lock is a leaf and is held for the container's operation
+/// only.
 class SafeQueue {
  public:
   SafeQueue() { init(); }
@@ -36,9 +37,9 @@ class SafeQueue {
   SafeQueue(const SafeQueue&) = delete;
   SafeQueue& operator=(const SafeQueue&) = delete;
 
-  /// Makes the lock. Owners call it once more than the constructor does, and test the result.
+  /// Initialises the lock. Owners call it once more than the constructor does, and test the result.
   QueueResult init();
-  /// Takes the lock away and leaves the buffers. Owners may call it ahead of the destructor.
+  /// Ends the owner's use of the lock and leaves the buffers. Owners may call it ahead of the destructor.
   QueueResult shutdown();
 
   QueueResult insert(std::uint8_t* buffer, std::uint32_t bufferSize);

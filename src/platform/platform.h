@@ -29,29 +29,29 @@ namespace kel::platform {
 
 /// A lock that its owner may enter again.
 ///
-/// A section exists between init() and destroy(); a static one starts out as one that does not exist, with no code run.
-///   - init() of a section that exists, and destroy() of one that does not, change nothing: owners may do each twice.
-///   - enter() and leave() of a section that does not exist do nothing.
+/// init() and destroy() stand where an owner begins and ends with a section. They change nothing: a section locks from
+/// its construction to its destruction, for a late thread may still be inside, or come in, when the owner is done with
+/// it. So each may be called twice, at any time, and by any thread.
+///   - Who is inside stays inside, alone, and gives the section back by leave(), whatever owners do meanwhile.
+///   - leave() by a thread that is not inside does nothing.
 ///   - A section whose owner has ended without leaving stays taken for good.
-/// Nobody may be inside or wait when destroy() runs, and leave() is for the owner: neither is checked.
+/// A static one is ready before any code has run. Nobody may be inside or wait when the object itself ends.
 class CAPABILITY("critical section") CriticalSection {
  public:
   constexpr CriticalSection() = default;
-  ~CriticalSection() { destroy(); }
   CriticalSection(const CriticalSection&) = delete;
   CriticalSection& operator=(const CriticalSection&) = delete;
 
-  void init();
-  void destroy();
+  void init() {}
+  void destroy() {}
   /// Blocks until the section is this thread's, without a limit.
   void enter() ACQUIRE();
   void leave() RELEASE();
 
  private:
-  static constexpr std::size_t kStateSize = 48;
-
-  std::atomic<bool> mExists{false};
-  alignas(8) std::byte mState[kStateSize]{};
+  alignas(8) std::atomic<std::uint32_t> mLock[2]{};  ///< the system's: free while it is zero
+  std::atomic<std::uint64_t> mOwner{0};              ///< number of the thread that is inside, or 0
+  std::uint32_t mEntries = 0;                        ///< for the owner only
 };
 
 /// Holds a critical section for the life of a scope.
@@ -175,8 +175,7 @@ std::uint32_t iniValue(const char* section, const char* key, const char* default
 enum class RegistryRoot : std::uint32_t { localMachine = 0x80000002 };
 
 /// A 32-bit value of a registry key. What is stored there may be of another type if it has at most four bytes. False,
-/// and
-/// `*number` untouched, if it cannot be read.
+/// and `*number` untouched, if it cannot be read.
 bool registryNumber(RegistryRoot root, const char* subKey, const char* valueName, std::uint32_t* number);
 /// A text of a registry key. False, and `*text` untouched, if it cannot be read.
 bool registryText(RegistryRoot root, const char* subKey, const char* valueName, std::string* text);

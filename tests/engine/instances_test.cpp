@@ -1,4 +1,8 @@
 // The table of engines.
+#include <atomic>
+#include <thread>
+#include <vector>
+
 #include "adapter/Dorv.h"
 #include "engine/engine_test.h"
 
@@ -50,6 +54,26 @@ TEST_F(InstancesTest, TheTableStartsAfreshAfterTheLastEngine) {
   EXPECT_TRUE(SetDorvHandle(9, 9));
   EXPECT_EQ(start(), 0u);
   EXPECT_EQ(BrelGetDorvHandle(9), kNoDorvHandle);
+}
+
+// A pipe library that is not waited for looks engines up at any time, also as the last one goes and the first one comes.
+TEST_F(InstancesTest, TheTableStaysWholeForThoseWhoLookUpWhileItStartsAfresh) {
+  std::atomic<bool> done{false};
+  std::vector<std::thread> lookers;
+  for (int i = 0; i < 3; ++i) {
+    lookers.emplace_back([&] {
+      while (!done) GetBrelInstByDorvHandle(kNoDorvHandle);
+    });
+  }
+  for (int i = 0; i < 300; ++i) {
+    std::uint32_t handle = 4711;
+    EXPECT_NE(AddBrelInst(&handle), nullptr);
+    EXPECT_EQ(handle, 0u);
+    RemoveBrelInst(handle);
+  }
+  done = true;
+  for (std::thread& looker : lookers) looker.join();
+  EXPECT_EQ(GetBrelInst(0), nullptr);
 }
 
 TEST_F(InstancesTest, AnEngineHasNoAdapterHandleUntilItsInitHasOne) {

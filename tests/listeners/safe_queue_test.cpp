@@ -114,6 +114,37 @@ TEST(SafeQueue, PassesEachBufferOfManyThreadsOnceAndInTheirOrder) {
   EXPECT_EQ(std::count(seen.begin(), seen.end(), true), kInserters * kEach);
 }
 
+// A pipe library that is not waited for may deliver while a listener stops and another starts.
+TEST(SafeQueue, LosesAndDoublesNothingWhileItIsShutDownAndInitialisedAgain) {
+  SafeQueue queue;
+  constexpr std::uint32_t kInserters = 3, kEach = 5000;
+  std::atomic<bool> done{false};
+  std::thread owner([&] {
+    while (!done) {
+      queue.shutdown();
+      queue.init();
+    }
+  });
+  std::vector<std::thread> inserters;
+  for (std::uint32_t inserter = 0; inserter < kInserters; ++inserter) {
+    inserters.emplace_back([&, inserter] {
+      for (std::uint32_t i = 0; i < kEach; ++i) queue.insert(nullptr, inserter * kEach + i);
+    });
+  }
+  std::vector<std::uint32_t> taken;
+  while (taken.size() < kInserters * kEach) {
+    const Extracted extracted(queue);
+    if (extracted.result == QUEUE_EXTRACT_OK) taken.push_back(extracted.size);
+  }
+  for (std::thread& inserter : inserters) inserter.join();
+  done = true;
+  owner.join();
+
+  std::sort(taken.begin(), taken.end());
+  for (std::uint32_t i = 0; i < taken.size(); ++i) ASSERT_EQ(taken[i], i);
+  EXPECT_EQ(Extracted(queue).result, QUEUE_EMPTY);
+}
+
 // The queue and the thread that it holds up stay behind, for nothing can let the lock go.
 TEST(SafeQueue, KeepsItsLockWhenItCannotGrow) {
   static SafeQueue& queue = *new SafeQueue;

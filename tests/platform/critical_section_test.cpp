@@ -1,4 +1,5 @@
-// Critical sections: existence, re-entry, exclusion.
+// Critical sections: exclusion, re-entry, and what their owners' comings and goings leave as it is.
+#include <atomic>
 #include <thread>
 
 #include "platform/background.h"
@@ -7,6 +8,22 @@ namespace kel::platform {
 namespace {
 
 // These tests enter and leave in ways that the compiler's analysis is there to forbid.
+
+/// Another thread that wants to get in.
+class Visitor {
+ public:
+  explicit Visitor(CriticalSection& section)
+      : mThread([this, &section] {
+          const InSection inside(section);
+          setEvent(mEntered);
+        }) {}
+
+  bool getsInWithin(std::uint32_t milliseconds) { return waitForOne(mEntered, milliseconds) == kWaitObject; }
+
+ private:
+  const Owned mEntered{createEvent(true, false)};
+  const Background mThread;
+};
 
 TEST(CriticalSection, ItKeepsOthersOut) {
   constexpr int kTimes = 20'000;
@@ -30,18 +47,13 @@ TEST(CriticalSection, ItKeepsOthersOut) {
 TEST(CriticalSection, ItsOwnerEntersAgainAndLeavesAsOften) NO_THREAD_SAFETY_ANALYSIS {
   CriticalSection section;
   section.init();
-  const Owned entered(createEvent(false, false));
   section.enter();
   section.enter();
-  Background other([&] {
-    const InSection inside(section);
-    setEvent(entered);
-  });
+  Visitor other(section);
   section.leave();
-  EXPECT_EQ(waitForOne(entered, kShort), kWaitTimeout);
+  EXPECT_FALSE(other.getsInWithin(kShort));
   section.leave();
-  EXPECT_EQ(waitForOne(entered, kLong), kWaitObject);
-  other.join();
+  EXPECT_TRUE(other.getsInWithin(kLong));
 }
 
 TEST(CriticalSection, InitialisingItAgainDoesNotDisturbItsOwner) NO_THREAD_SAFETY_ANALYSIS {
@@ -49,23 +61,60 @@ TEST(CriticalSection, InitialisingItAgainDoesNotDisturbItsOwner) NO_THREAD_SAFET
   section.init();
   section.enter();
   section.init();
-  const Owned entered(createEvent(false, false));
-  Background other([&] {
-    const InSection inside(section);
-    setEvent(entered);
-  });
-  EXPECT_EQ(waitForOne(entered, kShort), kWaitTimeout);
+  Visitor other(section);
+  EXPECT_FALSE(other.getsInWithin(kShort));
   section.leave();
-  EXPECT_EQ(waitForOne(entered, kLong), kWaitObject);
-  other.join();
+  EXPECT_TRUE(other.getsInWithin(kLong));
 }
 
-TEST(CriticalSection, OneThatDoesNotExistStopsNobody) NO_THREAD_SAFETY_ANALYSIS {
+TEST(CriticalSection, OneThatIsDestroyedStaysItsOwnersUntilHeLeaves) NO_THREAD_SAFETY_ANALYSIS {
   CriticalSection section;
-  section.destroy();
+  section.init();
   section.enter();
-  Background([&] { const InSection inside(section); }).join();
+  Visitor early(section);
+  section.destroy();
+  Visitor late(section);
+  EXPECT_FALSE(early.getsInWithin(kShort));
+  EXPECT_FALSE(late.getsInWithin(kShort));
   section.leave();
+  EXPECT_TRUE(early.getsInWithin(kLong));
+  EXPECT_TRUE(late.getsInWithin(kLong));
+}
+
+TEST(CriticalSection, OneThatIsMadeAnewUnderItsOwnerHasNoSecondOne) NO_THREAD_SAFETY_ANALYSIS {
+  CriticalSection section;
+  section.init();
+  section.enter();
+  Visitor early(section);
+  section.destroy();
+  section.init();
+  Visitor late(section);
+  EXPECT_FALSE(early.getsInWithin(kShort));
+  EXPECT_FALSE(late.getsInWithin(kShort));
+  section.leave();
+  EXPECT_TRUE(early.getsInWithin(kLong));
+  EXPECT_TRUE(late.getsInWithin(kLong));
+}
+
+TEST(CriticalSection, OneThatWasNeverMadeKeepsOthersOutAllTheSame) NO_THREAD_SAFETY_ANALYSIS {
+  CriticalSection section;
+  section.enter();
+  Visitor other(section);
+  EXPECT_FALSE(other.getsInWithin(kShort));
+  section.leave();
+  EXPECT_TRUE(other.getsInWithin(kLong));
+}
+
+TEST(CriticalSection, LeavingItFromOutsideChangesNothing) NO_THREAD_SAFETY_ANALYSIS {
+  CriticalSection section;
+  section.init();
+  section.leave();
+  section.enter();
+  Background([&]() NO_THREAD_SAFETY_ANALYSIS { section.leave(); }).join();
+  Visitor other(section);
+  EXPECT_FALSE(other.getsInWithin(kShort));
+  section.leave();
+  EXPECT_TRUE(other.getsInWithin(kLong));
 }
 
 TEST(CriticalSection, ItMayBeDestroyedTwiceAndMadeAnew) {
@@ -74,8 +123,35 @@ TEST(CriticalSection, ItMayBeDestroyedTwiceAndMadeAnew) {
   section.destroy();
   section.destroy();
   section.init();
-  Background([&] { const InSection inside(section); }).join();
+  EXPECT_TRUE(Visitor(section).getsInWithin(kLong));
   const InSection inside(section);
+}
+
+TEST(CriticalSection, ItKeepsOthersOutWhileItIsDestroyedAndMadeAnewAllTheTime) {
+  constexpr int kTimes = 20'000;
+  CriticalSection section;
+  std::atomic<bool> done = false;
+  int count = 0;
+  {
+    const Background maker([&] {
+      while (!done) {
+        section.init();
+        section.destroy();
+      }
+    });
+    {
+      const auto countUp = [&] {
+        for (int i = 0; i < kTimes; ++i) {
+          const InSection inside(section);
+          ++count;
+        }
+      };
+      const Background first(countUp);
+      const Background second(countUp);
+    }
+    done = true;
+  }
+  EXPECT_EQ(count, 2 * kTimes);
 }
 
 TEST(CriticalSection, OneLeftBehindByAThreadThatEndedStaysTaken) {

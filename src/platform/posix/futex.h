@@ -30,27 +30,26 @@ inline void wakeOne(const std::atomic<std::uint32_t>& word) {
   syscall(SYS_futex, &word, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
 }
 
-/// A lock of one word, without code at its start or end, so that it serves as a static until the very last thread.
+/// A lock of one word: 0 is free, 1 is taken, 2 is taken with others asleep on it, or once so.
+inline void lockWord(std::atomic<std::uint32_t>& word) {
+  std::uint32_t seen = 0;
+  if (word.compare_exchange_strong(seen, 1, std::memory_order_acquire, std::memory_order_relaxed)) return;
+  // The word says 2 from here on, also once this thread has the lock: others may still sleep on it.
+  while (word.exchange(2, std::memory_order_acquire) != 0) sleepWhile(word, 2, nullptr);
+}
+
+inline void unlockWord(std::atomic<std::uint32_t>& word) {
+  if (word.exchange(0, std::memory_order_release) == 2) wakeOne(word);
+}
+
+/// Such a lock without code at its start or end, so that it serves as a static until the very last thread.
 class CAPABILITY("lock") FutexLock {
  public:
-  void lock() ACQUIRE() {
-    std::uint32_t seen = kFree;
-    if (!mWord.compare_exchange_strong(seen, kTaken, std::memory_order_acquire, std::memory_order_relaxed))
-      lockSlowly();
-  }
-  void unlock() RELEASE() {
-    if (mWord.exchange(kFree, std::memory_order_release) == kWanted) wakeOne(mWord);
-  }
+  void lock() ACQUIRE() { lockWord(mWord); }
+  void unlock() RELEASE() { unlockWord(mWord); }
 
  private:
-  enum : std::uint32_t { kFree, kTaken, kWanted };
-
-  // The word says kWanted from here on, also once this thread has the lock: others may still sleep on it.
-  void lockSlowly() {
-    while (mWord.exchange(kWanted, std::memory_order_acquire) != kFree) sleepWhile(mWord, kWanted, nullptr);
-  }
-
-  std::atomic<std::uint32_t> mWord{kFree};
+  std::atomic<std::uint32_t> mWord{0};
 };
 
 }  // namespace kel::platform::posix

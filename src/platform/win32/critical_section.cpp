@@ -1,37 +1,35 @@
-// Critical sections.
-#include <new>
-
+// Critical sections as a slim lock with an owner and a count. The system's own section would do, were it not that one
+// that is deleted under its owner can no longer be left.
 #include "platform/platform.h"
 #include "platform/win32/windows_api.h"
 
 namespace kel::platform {
 namespace {
 
-template <typename State>
-CRITICAL_SECTION* sectionIn(State& state) {
-  static_assert(sizeof(CRITICAL_SECTION) <= sizeof(state) && alignof(CRITICAL_SECTION) <= 8);
-  return std::launder(reinterpret_cast<CRITICAL_SECTION*>(state));
+template <typename Words>
+SRWLOCK* lockIn(Words& words) {
+  static_assert(sizeof(SRWLOCK) <= sizeof words && alignof(SRWLOCK) <= 8);
+  return reinterpret_cast<SRWLOCK*>(&words);
 }
 
 }  // namespace
 
-void CriticalSection::init() {
-  if (mExists.load(std::memory_order_acquire)) return;
-  InitializeCriticalSection(new (mState) CRITICAL_SECTION);
-  mExists.store(true, std::memory_order_release);
-}
+// In both, relaxed will do for the owner: the one value that matters, this thread's number, is written by this thread
+// alone. The lock orders everything else.
 
-void CriticalSection::destroy() {
-  if (mExists.exchange(false, std::memory_order_acq_rel)) DeleteCriticalSection(sectionIn(mState));
-}
-
-// The analysis knows a section by its public face and cannot follow the one inside.
 void CriticalSection::enter() NO_THREAD_SAFETY_ANALYSIS {
-  if (mExists.load(std::memory_order_acquire)) EnterCriticalSection(sectionIn(mState));
+  const DWORD self = GetCurrentThreadId();
+  if (mOwner.load(std::memory_order_relaxed) != self) {
+    AcquireSRWLockExclusive(lockIn(mLock));
+    mOwner.store(self, std::memory_order_relaxed);
+  }
+  ++mEntries;
 }
 
 void CriticalSection::leave() NO_THREAD_SAFETY_ANALYSIS {
-  if (mExists.load(std::memory_order_acquire)) LeaveCriticalSection(sectionIn(mState));
+  if (mOwner.load(std::memory_order_relaxed) != GetCurrentThreadId() || --mEntries != 0) return;
+  mOwner.store(0, std::memory_order_relaxed);
+  ReleaseSRWLockExclusive(lockIn(mLock));
 }
 
 }  // namespace kel::platform

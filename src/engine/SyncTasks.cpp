@@ -116,18 +116,17 @@ std::uint32_t BrelEngine::SendToDorv(const char* callerName, const task* record,
   GetDorvHandle(mHandle, &thisDorvHandle);
   if (thisDorvHandle == kNoDorvHandle) return DORV_FAILED;
 
-  const auto mark = [&](const char* text) {
-    mLogger.log(kInfo, "SendToDorv", kLogFlags) << text << " \n";
+  const auto mark = [&](const char* text, const char* consoleFormat) {
+    mLogger.log(kInfo, "SendToDorv", kLogFlags) << text;
     mDebugPrint("AAAAAAAAA\n");
-    mDebugPrint("SendToDorv - %s - current handle = %d, DorvHandle = %d\n", text, static_cast<int>(mHandle),
-                static_cast<int>(thisDorvHandle));
+    mDebugPrint(consoleFormat, static_cast<int>(mHandle), static_cast<int>(thisDorvHandle));
     mDebugPrint("AAAAAAAAA\n");
   };
-  mark("Send START");
+  mark("Send START \n", "SendToDorv - Send START - current handle = %d, DorvHandle = %d\n");
   mSendLock.enter();
   const std::uint32_t dorvCode = gDorv.Send(thisDorvHandle, record, recordSize);
   mSendLock.leave();
-  mark("Send END");
+  mark("Send END \n", "SendToDorv - Send END - current handle = %d, DorvHandle = %d\n");
   if (dorvCode != DORV_OK) {
     report(kError, callerName, "Dorv_Send FAILED - command not sent \n");
   } else {
@@ -138,18 +137,18 @@ std::uint32_t BrelEngine::SendToDorv(const char* callerName, const task* record,
 }
 
 bool BrelEngine::WaitForRx(const char* callerName, platform::Handle dataEvent) {
-  const auto told = [&](std::uint32_t level, const char* text) {
+  const auto reportWait = [&](std::uint32_t level, const char* text) {
     mLogger.log(level, callerName, kLogFlags) << text;
     mDebugPrint("%s %s", callerName, text);
   };
   const platform::Handle events[] = {dataEvent, mGeneralStopEvent};
   switch (platform::waitForAny(2, events, mRxWaitTimeout)) {
-    case 0: told(kInfo, "- WaitForRx - dataEvent was signaled. \n"); return true;
-    case 1: told(kInfo, "- WaitForRx - generalStopEvent was signaled. \n"); return false;
+    case 0: reportWait(kInfo, "- WaitForRx - dataEvent was signaled. \n"); return true;
+    case 1: reportWait(kInfo, "- WaitForRx - generalStopEvent was signaled. \n"); return false;
     case platform::kWaitTimeout:
-      told(kError, "- WaitForRx - WAIT_TIMEOUT exceeded while waiting for Rx from Dorv. \n");
+      reportWait(kError, "- WaitForRx - WAIT_TIMEOUT exceeded while waiting for Rx from Dorv. \n");
       return false;
-    default: told(kError, "- WaitForRx - Unknown Error on wait for Rx from Dorv. \n"); return false;
+    default: reportWait(kError, "- WaitForRx - Unknown Error on wait for Rx from Dorv. \n"); return false;
   }
 }
 
@@ -158,12 +157,9 @@ bool BrelEngine::WaitForRx(const char* callerName, platform::Handle dataEvent) {
 task* BrelEngine::GetRxMsgBuf(const char* callerName, std::uint32_t seqNum, platform::Handle dataEvent) {
   if (!WaitForRx(callerName, dataEvent)) return nullptr;
 
-  // `consoleText` differs from `text` in one line.
-  const auto failed = [&](const char* text, const char* consoleText) {
-    mLogger.log(kError, callerName, kLogFlags)
-        << "- GetRxMsgBuf - " << text << " for sequence number " << seqNum << ", event handle " << dataEvent << " \n";
-    mDebugPrint("%s - GetRxMsgBuf - %s for sequence number %d, event handle %d \n", callerName, consoleText,
-                static_cast<int>(seqNum), HandleNumber(dataEvent));
+  const auto failed = [&](const char* text, const char* consoleFormat) {
+    mLogger.log(kError, callerName, kLogFlags) << text << seqNum << ", event handle " << dataEvent << " \n";
+    mDebugPrint(consoleFormat, callerName, static_cast<int>(seqNum), HandleNumber(dataEvent));
     return nullptr;
   };
   std::uint32_t TUI = 0;
@@ -171,10 +167,17 @@ task* BrelEngine::GetRxMsgBuf(const char* callerName, std::uint32_t seqNum, plat
   std::uint32_t tmpBufferSize = 0;
   bool isStream = false;
   if (mTasksSequencer.RetrieveDataBySeqNum(seqNum, &TUI, &tmpBuffer, &tmpBufferSize, &isStream) != SEQ_RETRIEVE_OK) {
-    return failed("could not find data", "could not find data");
+    return failed("- GetRxMsgBuf - could not find data for sequence number ",
+                  "%s - GetRxMsgBuf - could not find data for sequence number %d, event handle %d \n");
   }
-  if (tmpBuffer == nullptr) return failed("data was NULL", "data was NULL for");
-  if (tmpBufferSize == 0) return failed("data size was 0", "data size was 0");
+  if (tmpBuffer == nullptr) {
+    return failed("- GetRxMsgBuf - data was NULL for sequence number ",
+                  "%s - GetRxMsgBuf - data was NULL for for sequence number %d, event handle %d \n");
+  }
+  if (tmpBufferSize == 0) {
+    return failed("- GetRxMsgBuf - data size was 0 for sequence number ",
+                  "%s - GetRxMsgBuf - data size was 0 for sequence number %d, event handle %d \n");
+  }
   if (isStream) {
     if (mTasksSequencer.InsertAckBySeqNum(seqNum) != SEQ_INSERT_OK) {
       mLogger.log(kError, callerName, kLogFlags)
@@ -184,11 +187,8 @@ task* BrelEngine::GetRxMsgBuf(const char* callerName, std::uint32_t seqNum, plat
       return nullptr;
     }
   } else if (mTasksSequencer.FreeSequence(seqNum) != SEQ_FREE_OK) {
-    mLogger.log(kError, callerName, kLogFlags) << "- GetRxMsgBuf - could not free sequence number " << seqNum
-                                               << ", event handle " << dataEvent << " \n";
-    mDebugPrint("%s - GetRxMsgBuf - could not free sequence number %d, event handle %d \n", callerName,
-                static_cast<int>(seqNum), HandleNumber(dataEvent));
-    return nullptr;
+    return failed("- GetRxMsgBuf - could not free sequence number ",
+                  "%s - GetRxMsgBuf - could not free sequence number %d, event handle %d \n");
   }
   auto* response = reinterpret_cast<task*>(tmpBuffer);
   DumpResponseBuffer(response, tmpBufferSize);

@@ -2,14 +2,28 @@
 #include <thread>
 
 #include "engine/engine_test.h"
+#include "support/private_member.h"
 
 namespace kel::test {
+
+struct GetRxMsgBufOf {
+  friend auto memberOf(GetRxMsgBufOf);
+};
+template struct OpenMember<GetRxMsgBufOf, &BrelEngine::GetRxMsgBuf>;
+
 namespace {
 
 constexpr std::uint32_t kThreads = 8;
 constexpr std::uint32_t kTasks = 100;
 
 using ConcurrencyTest = EngineTest;
+
+/// How often a text stands in another.
+std::size_t Count(const std::string& log, const std::string& text) {
+  std::size_t count = 0;
+  for (std::size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) ++count;
+  return count;
+}
 
 /// Runs `work` on kThreads threads at once, each with its number.
 template <class Work>
@@ -98,13 +112,32 @@ TEST_F(ConcurrencyTest, LoggingFromManyThreadsLosesNoPiece) {
     for (std::uint32_t i = 0; i < 5; ++i) ASSERT_EQ(InvokeVal(handle, {t, i, 1}).payload, Bytes({t, i, 1}));
   });
   // Pieces of lines may mix, but each is there.
+  EXPECT_EQ(Count(LogText("Brel.logs"), "response received from Dorv"), kThreads * 5);
+}
+
+TEST_F(ConcurrencyTest, ATextOfTheLogIsNeverPartedByAnotherThread) {
+  const std::uint32_t handle = start();
+  const std::shared_ptr<BrelEngine> engine = GetBrelInst(handle);
+  constexpr std::uint32_t kNeverOpen = 64;
+  OnManyThreads([&](std::uint32_t t) {
+    const platform::Handle dataEvent = platform::createEvent(true, true);
+    for (std::uint32_t i = 0; i < kTasks; ++i) {
+      EXPECT_EQ(Invoke(handle, kDebugVal, nullptr, 0, 0, t % 2).status, kStatusOk);
+      EXPECT_EQ(((*engine).*memberOf(GetRxMsgBufOf{}))("Test", kNeverOpen, dataEvent), nullptr);
+    }
+    platform::closeHandle(dataEvent);
+  });
+  // A line's head and its numbers are pieces of their own; what stands between them is one.
   const std::string log = LogText("Brel.logs");
-  std::size_t count = 0;
-  for (std::size_t at = log.find("response received from Dorv"); at != std::string::npos;
-       at = log.find("response received from Dorv", at + 1)) {
-    ++count;
+  for (const auto& [begin, whole] : std::initializer_list<std::pair<const char*, const char*>>{
+           {"Send START", "Send START \n"},
+           {"Send END", "Send END \n"},
+           {"- WaitForRx", "- WaitForRx - dataEvent was signaled. \n"},
+           {"- GetRxMsgBuf", "- GetRxMsgBuf - could not find data for sequence number "},
+           {", event", ", event handle "}}) {
+    EXPECT_GE(Count(log, begin), kTasks) << begin;
+    EXPECT_EQ(Count(log, whole), Count(log, begin)) << whole;
   }
-  EXPECT_EQ(count, kThreads * 5);
 }
 
 }  // namespace

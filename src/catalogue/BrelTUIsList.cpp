@@ -1,6 +1,7 @@
 #include "catalogue/BrelTUIsList.h"
 
 #include <limits>
+#include <utility>
 
 #include "platform/handler_module.h"
 #include "platform/memory.h"
@@ -61,8 +62,7 @@ BrelTUIsList::BrelTUIsList()
 void BrelTUIsList::SetTUIsFile(ALogger* logger, const char* fileName) {
   mLogger = logger;
   if (fileName == nullptr) return;
-  std::free(mTUIsFileName);
-  mTUIsFileName = CopyText(fileName);
+  std::free(std::exchange(mTUIsFileName, CopyText(fileName)));
 }
 
 // ---------------------------------------------------------------------------------------------------------------------

@@ -1,7 +1,9 @@
 #include "engine/IniFileReader.h"
 
 #include <cstdio>
+#include <memory>
 #include <string>
+#include <utility>
 
 #include "platform/memory.h"
 #include "platform/platform.h"
@@ -15,8 +17,7 @@ void IniFileReader::SetDefaultIniFileName() {
 }
 
 void IniFileReader::SetIniFileName(const char* name) {
-  std::free(mIniFileName);
-  mIniFileName = CopyText(name);
+  std::free(std::exchange(mIniFileName, CopyText(name)));
 }
 
 std::uint32_t IniFileReader::ReadIntValue(const char* section, const char* key, std::uint32_t defaultValue) const {
@@ -34,9 +35,9 @@ std::uint32_t IniFileReader::ReadIntValue(const char* section, const char* key, 
 }
 
 char* IniFileReader::ReadStringValue(const char* section, const char* key, const char* defaultText) const {
-  auto* value = static_cast<char*>(AllocateBlock(kIniValueSize));
-  platform::iniValue(section, key, defaultText, value, kIniValueSize, mIniFileName);
-  return value;
+  std::unique_ptr<char, void (*)(void*)> value(static_cast<char*>(AllocateBlock(kIniValueSize)), &std::free);
+  platform::iniValue(section, key, defaultText, value.get(), kIniValueSize, mIniFileName);
+  return value.release();
 }
 
 }  // namespace kel

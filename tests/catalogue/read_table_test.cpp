@@ -1,9 +1,12 @@
 // Reading a table from a file.
 #include <gtest/gtest.h>
 
+#include <new>
+
 #include "catalogue/task_list_test.h"
 #include "engine/BrelEngine.h"
 #include "support/failing_files.h"
+#include "support/failing_heap.h"
 
 namespace kel::test {
 namespace {
@@ -261,6 +264,15 @@ TEST_F(TaskList, CopiesTheFilesName) {
   mList.SetTUIsFile(&mLogger, name.c_str());
   name.assign("xxxxxxxx");
   ASSERT_TRUE(readTUIs());
+  EXPECT_EQ(tuiOf("THREE"), 1003U);
+}
+
+TEST_F(TaskList, KeepsItsFilesNameIfThereIsNoMemoryForAnother) {
+  {
+    const FailingMalloc heap;
+    EXPECT_THROW(mList.SetTUIsFile(&mLogger, "other.csv"), std::bad_alloc);
+  }
+  ASSERT_TRUE(readTable(kThree + "\n"));
   EXPECT_EQ(tuiOf("THREE"), 1003U);
 }
 

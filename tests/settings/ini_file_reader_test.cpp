@@ -5,9 +5,11 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include "platform/platform.h"
+#include "support/failing_heap.h"
 #include "support/scratch_directory.h"
 
 namespace kel::test {
@@ -38,6 +40,25 @@ class Reader : public testing::Test {
   ScratchDirectory mDirectory;
   IniFileReader mReader;
 };
+
+TEST_F(Reader, KeepsItsFileIfThereIsNoMemoryForAnother) {
+  read("Key=20\n");
+  {
+    const FailingMalloc heap;
+    EXPECT_THROW(mReader.SetIniFileName("other.ini"), std::bad_alloc);
+  }
+  EXPECT_EQ(mReader.ReadIntValue("Section", "Key", 0), 20U);
+}
+
+// Whether a file takes memory to read is the platform's affair.
+TEST_F(Reader, KeepsNoBlockOfATextThatThereIsNoMemoryToRead) {
+  read("Key=" + std::string(500, 'k') + "\n");
+  const FailingHeap heap;
+  try {
+    std::free(mReader.ReadStringValue("Section", "Key", "default"));
+  } catch (const std::bad_alloc&) {
+  }
+}
 
 TEST_F(Reader, ReadsDecimalNumbers) {
   EXPECT_EQ(numberOf("0"), 0U);

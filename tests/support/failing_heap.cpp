@@ -3,6 +3,7 @@
 // The name is the build's to know: it holds the type of a size.
 #include "support/failing_heap.h"
 
+#include <atomic>
 #include <new>
 
 namespace {
@@ -16,6 +17,8 @@ struct Shortage {
 };
 
 thread_local constinit Shortage tShortage;
+// Of all threads, since what is a thread's own may come from malloc() itself.
+std::atomic<bool> gMallocFails{false};
 
 bool FailsNow() {
   Shortage& shortage = tShortage;
@@ -36,9 +39,17 @@ FailingHeap::~FailingHeap() { tShortage = {}; }
 
 bool FailingHeap::failed() const { return tShortage.failed; }
 
+FailingMalloc::FailingMalloc() { gMallocFails = true; }
+FailingMalloc::~FailingMalloc() { gMallocFails = false; }
+
 }  // namespace kel::test
 
 extern "C" {
+
+void* __real_malloc(std::size_t size);
+void* __wrap_malloc(std::size_t size);
+
+void* __wrap_malloc(std::size_t size) { return gMallocFails.exchange(false) ? nullptr : __real_malloc(size); }
 
 void* RuntimesNew(std::size_t size) asm("__real_" KEL_OPERATOR_NEW);
 void* ProgramsNew(std::size_t size) asm("__wrap_" KEL_OPERATOR_NEW);

@@ -1,5 +1,5 @@
 // A heap that is exhausted for a while. A program that uses this links test_failing_heap, which puts its own operator
-// new in front of the runtime's for all that is linked into the program.
+// new and malloc() in front of the runtime's for all that is linked into the program.
 #pragma once
 
 namespace kel::test {
@@ -16,6 +16,15 @@ class FailingHeap {
 
   /// Whether it has failed.
   bool failed() const;
+};
+
+/// Has the next malloc() of its life give nothing, whatever the thread.
+class FailingMalloc {
+ public:
+  FailingMalloc();
+  ~FailingMalloc();
+  FailingMalloc(const FailingMalloc&) = delete;
+  FailingMalloc& operator=(const FailingMalloc&) = delete;
 };
 
 }  // namespace kel::test

@@ -1,10 +1,10 @@
 // The table of engines, one for each connection, and the adapter's key to it.
 //
-// At most 15 engines live at once, though the table has 16 rows. An engine's handle is its row. The second key of a row,
-// the adapter handle, is what data comes in by; it is entered when the engine has an adapter row.
+// At most 15 engines live at once, though the table has 16 rows. An engine's handle is its row. The second key of a
+// row, the adapter handle, is what data comes in by; it is entered when the engine has an adapter row.
 //
-// An engine that is looked up stays alive while it is in use, also when its row is given up meanwhile. Finalize() sees to
-// it that nobody is left in normal use; this covers a pipe library that still delivers.
+// An engine that is looked up stays alive while it is in use, also when its row is given up meanwhile. Finalize() sees
+// to it that nobody is left in normal use; this covers a pipe library that still delivers.
 //
 // Threads: any. gBrelInstLock guards the rows. The table starts afresh with the first engine, which is told by a count
 // outside of the lock; so the first and the last need callers who do not come at once, as the exports do not. Look-ups
@@ -20,8 +20,8 @@ namespace kel {
 
 inline constexpr std::uint32_t kNoBrelHandle = 0xFFFFFFFF;
 
-/// Makes an engine in the lowest free row. Null, with `*handle` kNoBrelHandle, if 15 are alive. If the constructor throws
-/// the lock stays held and the engine stays counted: meant.
+/// Makes an engine in the lowest free row. Null, with `*handle` kNoBrelHandle, if 15 are alive. If the constructor
+/// throws the lock stays held and the engine stays counted: meant.
 std::shared_ptr<BrelEngine> AddBrelInst(std::uint32_t* handle);
 
 /// The engine of a row, or null.

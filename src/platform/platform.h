@@ -6,7 +6,8 @@
 //
 // Conventions
 //   1. Every function may be called from any thread, also from one that this library did not start, unless it says so.
-//   2. Nothing here throws, save for an exhausted heap.
+//   2. Sections, handles and threads never throw: what fails for want of memory fails as told, and nothing was done.
+//      What takes or gives texts and files may throw std::bad_alloc, and nothing else.
 //   3. Times are in milliseconds and run on a clock that nobody sets. kInfinite never ends.
 //   4. Texts are zero-ended and in the system's own narrow encoding.
 //   5. A function that fails leaves its reason in lastError(), per thread. After a success the number means nothing.
@@ -110,14 +111,16 @@ bool releaseMutex(Handle mutex);
 using ThreadFunction = std::uint32_t (*)(void* argument);
 
 /// Starts a thread with the default stack. `*threadId` gets its number. The handle is signalled from the thread's end
-/// on. Null on failure, and then the argument was not touched.
+/// on. Null on failure, and then the argument was not touched. The module that this code lies in stays mapped until the
+/// thread is gone, waited for or not. Where there are signals that are sent to a process, the thread blocks them all,
+/// so that a client's handlers run on the client's own threads.
 Handle createThread(ThreadFunction function, void* argument, std::uint32_t* threadId);
 
 /// THREAD_PRIORITY_HIGHEST.
 inline constexpr int kPriorityHighest = 2;
 
-/// Asks that a thread run ahead of others. That is a wish: where the system refuses it to an ordinary user the thread
-/// keeps its priority and the call succeeds. False only for a handle that is no thread.
+/// Asks that a thread run ahead of others. That is a wish: where an ordinary user has no say in it the thread keeps its
+/// priority and the call succeeds. False only for a handle that is no thread.
 bool setThreadPriority(Handle thread, int priority);
 
 /// Waits until the object is signalled, at most `milliseconds`; 0 looks without sleeping. The result is one of the four

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <future>
 #include <thread>
 #include <utility>
 
@@ -100,7 +101,6 @@ bool LeavesProcess() {
   return !IsLoaded(kLibrary);
 }
 
-// A system may also keep it for threads that have used it and still run, so here they have ended.
 TEST_F(Reload, LeavesNothingThatKeepsItInTheProcess) {
   for (int round = 0; round < 5; ++round) {
     LoadedLibrary library;
@@ -109,6 +109,25 @@ TEST_F(Reload, LeavesNothingThatKeepsItInTheProcess) {
     std::thread([&library] { Use(library); }).join();
     EXPECT_TRUE(library.unload());
     EXPECT_TRUE(LeavesProcess()) << "round " << round;
+  }
+}
+
+TEST_F(Reload, MayBeUnloadedWhileAThreadThatHasUsedItLivesOn) {
+  for (int round = 0; round < 5; ++round) {
+    LoadedLibrary library;
+    ASSERT_TRUE(library.isLoaded());
+    std::promise<void> used;
+    std::promise<void> unloaded;
+    std::thread user([&] {
+      Use(library);
+      used.set_value();
+      unloaded.get_future().wait();
+    });
+    used.get_future().wait();
+    EXPECT_TRUE(library.unload());
+    EXPECT_TRUE(LeavesProcess()) << "round " << round;
+    unloaded.set_value();
+    user.join();
   }
 }
 

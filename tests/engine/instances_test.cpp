@@ -56,7 +56,8 @@ TEST_F(InstancesTest, TheTableStartsAfreshAfterTheLastEngine) {
   EXPECT_EQ(BrelGetDorvHandle(9), kNoDorvHandle);
 }
 
-// A pipe library that is not waited for looks engines up at any time, also as the last one goes and the first one comes.
+// A pipe library that is not waited for looks engines up at any time, also as the last one goes and the first one
+// comes.
 TEST_F(InstancesTest, TheTableStaysWholeForThoseWhoLookUpWhileItStartsAfresh) {
   std::atomic<bool> done{false};
   std::vector<std::thread> lookers;

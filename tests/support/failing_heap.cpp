@@ -6,6 +6,8 @@
 #include <atomic>
 #include <new>
 
+#define KEL_NOTHROW "RKSt9nothrow_t"  // the second argument
+
 namespace {
 
 /// What is asked of this thread's heap.
@@ -53,10 +55,29 @@ void* __wrap_malloc(std::size_t size) { return gMallocFails.exchange(false) ? nu
 
 void* RuntimesNew(std::size_t size) asm("__real_" KEL_OPERATOR_NEW);
 void* ProgramsNew(std::size_t size) asm("__wrap_" KEL_OPERATOR_NEW);
+void* RuntimesArray(std::size_t size) asm("__real_" KEL_OPERATOR_NEW_ARRAY);
+void* ProgramsArray(std::size_t size) asm("__wrap_" KEL_OPERATOR_NEW_ARRAY);
+void* RuntimesNewOrNull(std::size_t size, const std::nothrow_t&) asm("__real_" KEL_OPERATOR_NEW KEL_NOTHROW);
+void* ProgramsNewOrNull(std::size_t size, const std::nothrow_t&) asm("__wrap_" KEL_OPERATOR_NEW KEL_NOTHROW);
+void* RuntimesArrayOrNull(std::size_t size, const std::nothrow_t&) asm("__real_" KEL_OPERATOR_NEW_ARRAY KEL_NOTHROW);
+void* ProgramsArrayOrNull(std::size_t size, const std::nothrow_t&) asm("__wrap_" KEL_OPERATOR_NEW_ARRAY KEL_NOTHROW);
 
 void* ProgramsNew(std::size_t size) {
   if (FailsNow()) throw std::bad_alloc();
   return RuntimesNew(size);
+}
+
+void* ProgramsArray(std::size_t size) {
+  if (FailsNow()) throw std::bad_alloc();
+  return RuntimesArray(size);
+}
+
+void* ProgramsNewOrNull(std::size_t size, const std::nothrow_t& tag) {
+  return FailsNow() ? nullptr : RuntimesNewOrNull(size, tag);
+}
+
+void* ProgramsArrayOrNull(std::size_t size, const std::nothrow_t& tag) {
+  return FailsNow() ? nullptr : RuntimesArrayOrNull(size, tag);
 }
 
 }  // extern "C"

@@ -4,8 +4,8 @@
 
 namespace kel::test {
 
-/// While one lives, operator new throws std::bad_alloc on the thread that made it: always, or just once, after
-/// `objects` that can still be made.
+/// While one lives, operator new throws std::bad_alloc on the thread that made it, or gives null where it may not
+/// throw: always, or just once, after `objects` that can still be made.
 class FailingHeap {
  public:
   FailingHeap();

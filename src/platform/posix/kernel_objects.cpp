@@ -1,6 +1,10 @@
 // The table of kernel objects; events and mutexes.
 #include "platform/posix/kernel_objects.h"
 
+#include <pthread.h>
+
+#include <new>
+
 #include "platform/posix/errors.h"
 
 namespace kel::platform {
@@ -27,7 +31,11 @@ Object* newSlot() REQUIRES(gLock) {
     fail(kTooManyHandles);
     return nullptr;
   }
-  if (!gChunks[chunk]) gChunks[chunk] = new Object[kChunkSize];
+  if (!gChunks[chunk]) gChunks[chunk] = new (std::nothrow) Object[kChunkSize];
+  if (!gChunks[chunk]) {
+    fail(kOutOfMemory);
+    return nullptr;
+  }
   Object& object = gChunks[chunk][gSlots % kChunkSize];
   object.slot = gSlots++;
   return &object;
@@ -141,21 +149,51 @@ void signal(Object& object, Operation& operation) {
   }
 }
 
-Thread::~Thread() {
-  Operation operation;
-  while (firstOwned) {
-    firstOwned->abandoned = true;
-    disown(*firstOwned, operation);
-  }
-  if (ownObject) {
-    signal(*ownObject, operation);
-    drop(*ownObject);
+void abandonMutexes(Thread& thread, Operation& operation) {
+  while (thread.firstOwned) {
+    thread.firstOwned->abandoned = true;
+    disown(*thread.firstOwned, operation);
   }
 }
 
 Thread& currentThread() {
-  thread_local Thread thread;
+  thread_local constinit Thread thread;
   return thread;
+}
+
+namespace {
+
+// A value of this key is a watched thread. It goes with the library, or with the process; what threads own then is
+// theirs for good.
+pthread_key_t gWatched;
+bool gCanWatch = false;
+
+void endWatched(void* value) {
+  Thread& thread = *static_cast<Thread*>(value);
+  thread.isWatched = false;
+  Operation operation;
+  abandonMutexes(thread, operation);
+}
+
+[[gnu::constructor(101)]] void makeKey() { gCanWatch = pthread_key_create(&gWatched, endWatched) == 0; }
+
+[[gnu::destructor(101)]] void deleteKey() {
+  if (gCanWatch) pthread_key_delete(gWatched);
+}
+
+}  // namespace
+
+EndWatch::~EndWatch() {
+  if (!mThread.isWatched || mThread.firstOwned) return;
+  pthread_setspecific(gWatched, nullptr);
+  mThread.isWatched = false;
+}
+
+bool EndWatch::begin() {
+  if (mThread.isWatched) return true;
+  // Any other failure is that of a key that went with the process, whose end nobody watches.
+  if (pthread_setspecific(gWatched, &mThread) == ENOMEM) return fail(kOutOfMemory);
+  return mThread.isWatched = true;
 }
 
 }  // namespace posix
@@ -189,7 +227,13 @@ bool resetEvent(Handle event) {
 
 Handle createMutex(bool owned) {
   Thread& self = currentThread();
+  EndWatch watch(self);
   const Operation operation;
+  if (!gCanWatch) {
+    fail(kOutOfMemory);
+    return nullptr;
+  }
+  if (owned && !watch.begin()) return nullptr;
   Object* const mutex = newObject(Kind::mutex);
   if (!mutex) return nullptr;
   mutex->signalled = true;
@@ -198,10 +242,12 @@ Handle createMutex(bool owned) {
 }
 
 bool releaseMutex(Handle mutex) {
+  Thread& self = currentThread();
+  const EndWatch watch(self);
   Operation operation;
   Object* const object = find(mutex, Kind::mutex);
   if (!object) return false;
-  if (object->owner != &currentThread()) return fail(kNotOwner);
+  if (object->owner != &self) return fail(kNotOwner);
   if (object->entries == 1) {
     disown(*object, operation);
   } else {

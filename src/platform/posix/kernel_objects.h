@@ -19,7 +19,7 @@
 
 namespace kel::platform::posix {
 
-class Thread;
+struct Thread;
 struct Object;
 struct Waiter;
 
@@ -62,24 +62,36 @@ struct Object {
   Object* nextOwned = nullptr;
 
   // Of a thread.
-  int systemId = 0;  ///< 0 before it runs
-  int priority = 0;
+  ThreadFunction function = nullptr;
+  void* argument = nullptr;
+  void* module = nullptr;  ///< keeps this code mapped while the thread runs
 };
 
-/// What is kept per thread, this library's own or not. Its end is the thread's end: it gives up the mutexes that the
-/// thread still owns, and then signals the thread's own object.
-class Thread {
- public:
-  constexpr Thread() = default;
-  ~Thread();
-  Thread(const Thread&) = delete;
-  Thread& operator=(const Thread&) = delete;
-
-  Object* ownObject = nullptr;  ///< if createThread() made it
+/// What is kept per thread, this library's own or not. It lies in the thread's own storage and has no code at its start
+/// or end, so that to have it takes no memory.
+struct Thread {
   Object* firstOwned = nullptr;
+  bool isWatched = false;  ///< its end will give up the mutexes that it then owns; the thread's own to read and write
 };
 
 Thread& currentThread();
+
+/// Stands around each operation by which its thread may come to own a mutex, or to own none any more. While a thread
+/// owns one its end is watched, and at no other time: so a thread that has used this library and lives on neither keeps
+/// it loaded, nor runs into it when it has been unloaded.
+class EndWatch {
+ public:
+  explicit EndWatch(Thread& thread) : mThread(thread) {}
+  ~EndWatch();
+  EndWatch(const EndWatch&) = delete;
+  EndWatch& operator=(const EndWatch&) = delete;
+
+  /// Before a mutex becomes the thread's. False, with the last error set, for want of memory.
+  bool begin();
+
+ private:
+  Thread& mThread;
+};
 
 /// For tests of what is left behind.
 std::size_t openHandles();
@@ -133,5 +145,7 @@ void enqueue(WaitLink& link) REQUIRES(gLock);
 void dequeue(Waiter& waiter) REQUIRES(gLock);
 /// Signals an object and hands it over to as many as it lets through. The caller holds a reference.
 void signal(Object& object, Operation& operation) REQUIRES(gLock);
+/// Gives up all mutexes of a thread that ends.
+void abandonMutexes(Thread& thread, Operation& operation) REQUIRES(gLock);
 
 }  // namespace kel::platform::posix

@@ -40,12 +40,14 @@ std::uint32_t waitForAny(std::uint32_t count, const Handle* objects, std::uint32
   }
   WaitLink links[kMostWaited];  // left as it is: a wait pays only for the links that it uses
   Waiter waiter{.thread = currentThread(), .links = links, .count = count};
+  EndWatch watch(waiter.thread);
   {
     const Operation operation;
     for (std::uint32_t i = 0; i < count; ++i) {
       links[i].object = find(objects[i]);
       links[i].waiter = &waiter;
       if (!links[i].object) return kWaitFailed;
+      if (links[i].object->kind == Kind::mutex && !watch.begin()) return kWaitFailed;
     }
     for (std::uint32_t i = 0; i < count; ++i) {
       if (isOpenTo(*links[i].object, waiter.thread)) return take(*links[i].object, waiter.thread) + i;

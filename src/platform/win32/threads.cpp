@@ -1,5 +1,6 @@
 // Threads of the library's own.
 #include <memory>
+#include <new>
 
 #include "platform/platform.h"
 #include "platform/win32/windows_api.h"
@@ -24,7 +25,11 @@ DWORD WINAPI run(void* argument) {
 }  // namespace
 
 Handle createThread(ThreadFunction function, void* argument, std::uint32_t* threadId) {
-  auto start = std::unique_ptr<Start>(new Start{function, argument, nullptr});
+  auto start = std::unique_ptr<Start>(new (std::nothrow) Start{function, argument, nullptr});
+  if (!start) {
+    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return nullptr;
+  }
   if (!GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, reinterpret_cast<const char*>(run), &start->module)) {
     return nullptr;
   }

@@ -5,11 +5,9 @@
 #include <filesystem>
 #include <iterator>
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define KEL_HEAP_OF_SANITIZER
+#include "support/heap_of_sanitizer.h"
+#ifdef KEL_HEAP_OF_SANITIZER
 #include <sanitizer/allocator_interface.h>
-#endif
 #endif
 
 namespace kel::test {

@@ -104,6 +104,16 @@ TEST_F(DecodeTest, ADumpOfWindowsIsReadAnywhere) {
   EXPECT_EQ(mStatus, 0);
 }
 
+// If each line end taken back moved all the bytes behind it, this would take half an hour.
+TEST_F(DecodeTest, ALargeDumpOfWindowsIsReadAtOnce) {
+  constexpr std::size_t kLines = 4'000'000;
+  std::string content = "REF\r\n" + std::to_string(kLines) + "\r\n";
+  for (std::size_t i = 0; i < kLines; ++i) content += "\r\n";
+  EXPECT_EQ(decoded(content, {"--out", "bytes"}), "");
+  EXPECT_EQ(mStatus, 0) << mErrors;
+  EXPECT_TRUE(Bytes() == std::string(kLines, '\n'));  // no text for either if they differ
+}
+
 TEST_F(DecodeTest, AnEmptyFileIsADumpAsWell) {
   EXPECT_THAT(decoded(""), StartsWith("an empty file"));
   EXPECT_EQ(mStatus, 0);

@@ -34,7 +34,11 @@ class DumpReader {
   explicit DumpReader(const Bytes& bytes) : mText(bytes.begin(), bytes.end()) {
     const std::size_t end = mText.find('\n');
     if (end == std::string::npos || end == 0 || mText[end - 1] != '\r') return;
-    for (std::size_t at = 0; (at = mText.find("\r\n", at)) != std::string::npos; ++at) mText.erase(at, 1);
+    std::size_t size = 0;
+    for (std::size_t at = 0; at < mText.size(); ++at) {
+      if (mText[at] != '\r' || mText[at + 1] != '\n') mText[size++] = mText[at];
+    }
+    mText.resize(size);
   }
 
   std::string line() {

@@ -13,19 +13,28 @@ namespace {
 
 [[noreturn]] void failOnFile(const std::string& name) { throw std::runtime_error(name + ": " + std::strerror(errno)); }
 
-Bytes readAll(std::istream& in) { return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()}; }
+Bytes readAll(std::istream& in, const std::string& name, std::size_t most) {
+  Bytes bytes;
+  for (std::istreambuf_iterator<char> byte(in), end; byte != end; ++byte) {
+    if (bytes.size() == most) {
+      throw std::runtime_error(name + ": this is larger than " + std::to_string(most >> 20) + " MiB");
+    }
+    bytes.push_back(static_cast<std::uint8_t>(*byte));
+  }
+  return bytes;
+}
 
 }  // namespace
 
-Bytes readFile(const std::string& name) {
+Bytes readFile(const std::string& name, std::size_t most) {
   if (name == kStandardStream) {
     kel::platform::passBytes(stdin);
-    return readAll(std::cin);
+    return readAll(std::cin, name, most);
   }
   std::ifstream file(name, std::ios::binary);
   if (!file) failOnFile(name);
   try {
-    return readAll(file);
+    return readAll(file, name, most);
   } catch (const std::ios_base::failure&) {
     failOnFile(name);  // a folder, say, which can be opened
   }

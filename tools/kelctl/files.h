@@ -1,6 +1,7 @@
 // Files that go to the device or come from it. What goes wrong is a std::exception that names the file.
 #pragma once
 
+#include <cstdint>
 #include <fstream>
 #include <string>
 
@@ -12,7 +13,8 @@ namespace kelctl {
 /// As a file's name: a standard stream instead.
 inline constexpr char kStandardStream[] = "-";
 
-Bytes readFile(const std::string& name);
+/// `most`: the size of the largest file that is read.
+Bytes readFile(const std::string& name, std::size_t most = SIZE_MAX);
 
 /// The payload that the command line describes.
 Bytes payloadOf(const PayloadOptions& options);

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdlib>
+#include <filesystem>
 
 namespace kelctl {
 namespace {
@@ -10,6 +11,14 @@ constexpr double kMostSeconds = 1e9;
 
 /// The package's check, without its word for it in the help.
 CLI::Validator existingFile() { return CLI::ExistingFile.description(""); }
+
+/// The library looks twice at a table, which a pipe does not allow, and waits for the pipe's writer.
+std::string checkRegularFile(const std::string& name) {
+  std::error_code error;
+  const std::filesystem::file_status status = std::filesystem::status(name, error);
+  if (!std::filesystem::exists(status)) return name + " does not exist";
+  return std::filesystem::is_regular_file(status) ? std::string() : name + " is no regular file";
+}
 
 std::string checkHex(const std::string& text) {
   return fromHex(text) ? std::string() : "\"" + text + "\" is not pairs of hexadecimal digits";
@@ -102,7 +111,7 @@ CLI::Option* addFolder(CLI::App& verb, const std::string& name, std::string& fol
 CLI::Option* addTable(CLI::App& verb, std::string& table) {
   return verb.add_option("--table", table, "Task table to use instead of the built-in one")
       ->type_name("FILE")
-      ->check(existingFile());
+      ->check(checkRegularFile);
 }
 
 CLI::Option* addOut(CLI::App& verb, std::string& file, const std::string& what) {

@@ -2,32 +2,37 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <stdexcept>
 
 #include "adapter/TaskRecord.h"
 #include "catalogue/BrelTUIsList.h"
+#include "files.h"
 #include "sequencer/SequenceNumber.h"
 
 namespace kelctl {
 namespace {
 
-/// The text of a table that the library could read through.
-std::string tableText(kel::BrelTUIsList& list, const std::string& fileName) {
+/// More than any table: half a million rows.
+constexpr std::size_t kMostTableBytes = 64 << 20;
+
+/// The text of a table that the library can read through.
+std::string tableText(const std::string& fileName) {
+  std::string text;
+  if (!fileName.empty()) text = readTableFile(fileName);
+  kel::BrelTUIsList list;
   // An empty name cannot be opened, which leaves the built-in table.
   list.SetTUIsFile(nullptr, fileName.c_str());
   if (!list.ReadTUIs()) {
     throw std::runtime_error(fileName + ": this task table cannot be read through.\n`kelctl tasks check` tells why.");
   }
+  if (!fileName.empty()) return text;
   const char* unused = nullptr;
-  const char* bytes = nullptr;
+  const char* bytes = nullptr;  // the library's, since there is no file
   std::uint32_t length = 0;
   list.RetrieveRawTUIsList(&unused, &bytes, &length);
-  std::string text(bytes, length);
-  if (!fileName.empty()) std::free(const_cast<char*>(bytes));  // from a file it is a block of ours
-  return text;
+  return {bytes, length};
 }
 
 std::string classWord(std::uint32_t tui) {
@@ -45,9 +50,14 @@ std::string classWord(std::uint32_t tui) {
 
 }  // namespace
 
+std::string readTableFile(const std::string& name) {
+  const Bytes bytes = readFile(name, kMostTableBytes);
+  return {bytes.begin(), bytes.end()};
+}
+
 std::vector<Task> readTable(const std::string& fileName) {
   kel::BrelTUIsList list;
-  std::istringstream rows(tableText(list, fileName));
+  std::istringstream rows(tableText(fileName));
   std::vector<Task> table;
   Task task;
   for (std::string row; std::getline(rows, row); table.push_back(task)) {

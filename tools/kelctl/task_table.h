@@ -14,6 +14,9 @@ struct Task {
   std::uint32_t tui = 0;
 };
 
+/// A table's text as it stands in its file. Throws std::runtime_error, also for a file that is too large for a table.
+std::string readTableFile(const std::string& name);
+
 /// The rows of a table that the library can read through, in its order; the built-in table if `fileName` is empty.
 /// Throws std::runtime_error.
 std::vector<Task> readTable(const std::string& fileName);

@@ -72,8 +72,7 @@ int find(const TasksOptions& options, Output& output) {
 }
 
 int check(const TasksOptions& options, Output& output) {
-  const Bytes bytes = readFile(options.file);
-  const TableFindings findings = checkTable(std::string(bytes.begin(), bytes.end()));
+  const TableFindings findings = checkTable(readTableFile(options.file));
   if (output.json()) {
     Json faults = Json::array();
     for (const TableFault& fault : findings.faults) faults.push_back({{"line", fault.line}, {"text", fault.text}});

@@ -4,8 +4,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "command_line.h"
-#include "support/scratch_directory.h"
+#include "kelctl/kelctl_test.h"
 
 namespace kelctl {
 namespace {
@@ -17,16 +16,8 @@ using testing::StartsWith;
 constexpr char kVal[] = "TASK_ID_APPLICATION_DEBUG_VAL";
 constexpr char kRef[] = "TASK_ID_APPLICATION_DEBUG_REF";
 
-class DecodeTest : public testing::Test {
+class DecodeTest : public KelctlTest {
  protected:
-  std::string kelctl(const std::vector<std::string>& words) {
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    mStatus = run(words);
-    mErrors = testing::internal::GetCapturedStderr();
-    return testing::internal::GetCapturedStdout();
-  }
-
   /// Has the library dump a task on its way out and its answer on the way in.
   void dump(const std::vector<std::string>& words) {
     mFolder.writeSettings(
@@ -47,10 +38,6 @@ class DecodeTest : public testing::Test {
     std::ifstream file("bytes", std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
   }
-
-  kel::test::ScratchDirectory mFolder;
-  int mStatus = -1;
-  std::string mErrors;
 };
 
 TEST_F(DecodeTest, ARequestsRecordIsTakenApart) {

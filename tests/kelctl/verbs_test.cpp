@@ -6,8 +6,7 @@
 #include <thread>
 
 #include "SluiceHubSim.h"
-#include "command_line.h"
-#include "support/scratch_directory.h"
+#include "kelctl/kelctl_test.h"
 
 namespace kelctl {
 namespace {
@@ -46,18 +45,9 @@ void Refuse(std::uint32_t tui, std::uint32_t times = 0) {
   SluiceHubSim_AddRule(&rule);
 }
 
-class VerbsTest : public testing::Test {
+class VerbsTest : public KelctlTest {
  protected:
-  /// Runs a command line; its status and what it tells on standard error go to the members.
-  std::string kelctl(const std::vector<std::string>& words) {
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    mStatus = run(words);
-    mErrors = testing::internal::GetCapturedStderr();
-    return testing::internal::GetCapturedStdout();
-  }
-
-  /// The same with Ctrl-C as soon as the device has got so many requests.
+  /// Runs a command line with Ctrl-C as soon as the device has got so many requests.
   std::string interrupted(std::uint32_t requests, const std::vector<std::string>& words) {
     std::thread user([requests] {
       EXPECT_EQ(SluiceHubSim_WaitForRequests(requests, 10000), 1u);
@@ -68,11 +58,17 @@ class VerbsTest : public testing::Test {
     EXPECT_EQ(SluiceHubSim_GetConnections(nullptr, 0), 0u) << "the connection is still open";
     return text;
   }
-
-  kel::test::ScratchDirectory mFolder;
-  int mStatus = -1;
-  std::string mErrors;
 };
+
+TEST_F(VerbsTest, AnEmptyWordTooManyIsWrongUsage) {
+  const std::vector<std::string> lines[] = {
+      {"send", kEchoName, "", "--json"}, {"send", kEchoName, ""}, {"stream", kStreamerName, ""}, {"ping", "", ""}};
+  for (const std::vector<std::string>& words : lines) {
+    EXPECT_EQ(kelctl(words), "");
+    EXPECT_EQ(mStatus, 2);
+    EXPECT_THAT(mErrors, HasSubstr("not expected")) << words[0];
+  }
+}
 
 TEST_F(VerbsTest, ATaskThatIsNotAnsweredEndsWithAStatusOfItsOwn) {
   mFolder.writeSettings("RxWaitTimeout=50\n");

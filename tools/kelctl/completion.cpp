@@ -25,14 +25,6 @@ void collect(const CLI::App& app, const std::string& path, std::vector<Verb>& ve
   for (const CLI::App* verb : verbsOf(app)) collect(*verb, path + ' ' + verb->get_name(), verbs);
 }
 
-std::vector<const CLI::Option*> allOptionsOf(const CLI::App& app) {
-  std::vector<const CLI::Option*> options = namedOptionsOf(app);
-  for (const CLI::App* group : groupsOf(app)) {
-    for (const CLI::Option* option : namedOptionsOf(*group)) options.push_back(option);
-  }
-  return options;
-}
-
 /// "--help" and "-h", as they are typed.
 std::vector<std::string> namesOf(const CLI::Option& option) {
   std::vector<std::string> names;
@@ -75,7 +67,7 @@ std::string bashScript(const std::vector<Verb>& verbs) {
   for (const Verb& verb : verbs) {
     std::string list;
     for (const CLI::App* sub : verbsOf(*verb.app)) list += ' ' + sub->get_name();
-    for (const CLI::Option* option : allOptionsOf(*verb.app)) {
+    for (const CLI::Option* option : namedOptionsOf(*verb.app)) {
       for (const std::string& name : namesOf(*option)) {
         list += ' ' + name;
         const std::string argument = argumentOf(*option);
@@ -154,7 +146,7 @@ std::string zshScript(const std::vector<Verb>& verbs) {
       "}\n";
   for (const Verb& verb : verbs) {
     script += '\n' + zshFunction(verb.path) + "() {\n  local state\n  _arguments -C";
-    for (const CLI::Option* option : allOptionsOf(*verb.app)) {
+    for (const CLI::Option* option : namedOptionsOf(*verb.app)) {
       const std::string argument = argumentOf(*option);
       for (const std::string& name : namesOf(*option)) {
         script += " \\\n    '" + name + '[' + zshText(option->get_description()) + ']';
@@ -224,7 +216,7 @@ std::string fishScript(const std::vector<Verb>& verbs) {
     if (!placeOf(*verb.app).empty() && !fishPlace(placeOf(*verb.app)).empty()) {
       script += start + fishPlace(placeOf(*verb.app)) + '\n';
     }
-    for (const CLI::Option* option : allOptionsOf(*verb.app)) {
+    for (const CLI::Option* option : namedOptionsOf(*verb.app)) {
       script += start;
       for (const std::string& name : option->get_lnames()) script += " -l " + name;
       for (const std::string& name : option->get_snames()) script += " -s " + name;

@@ -57,10 +57,6 @@ std::vector<const CLI::App*> verbsOf(const CLI::App& app) {
   return app.get_subcommands([](const CLI::App* verb) { return !verb->get_name().empty(); });
 }
 
-std::vector<const CLI::App*> groupsOf(const CLI::App& app) {
-  return app.get_subcommands([](const CLI::App* group) { return group->get_name().empty(); });
-}
-
 std::string summaryOf(const CLI::App& app) {
   const std::string description = app.get_description();
   return description.substr(0, description.find('\n'));
@@ -86,11 +82,12 @@ std::string helpOf(const CLI::App* app, const std::string& name) {
   for (const CLI::Option* option : positionalsOf(*app)) help += entryOf(*option);
   if (!verbsOf(*app).empty()) help += "\nVerbs:\n";
   for (const CLI::App* verb : verbsOf(*app)) help += entry(verb->get_name(), summaryOf(*verb));
-  help += "\nOptions:\n";
-  for (const CLI::Option* option : namedOptionsOf(*app)) help += entryOf(*option);
-  for (const CLI::App* group : groupsOf(*app)) {
-    help += '\n' + group->get_group() + ":\n";
-    for (const CLI::Option* option : namedOptionsOf(*group)) help += entryOf(*option);
+  for (const std::string& group : app->get_groups()) {
+    std::string entries;
+    for (const CLI::Option* option : namedOptionsOf(*app)) {
+      if (option->get_group() == group) entries += entryOf(*option);
+    }
+    if (!entries.empty()) help += '\n' + group + ":\n" + entries;
   }
   help += kExitStatus;
   std::istringstream examples(app->get_footer());

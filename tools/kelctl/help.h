@@ -11,9 +11,8 @@ namespace kelctl {
 /// `name` is the verb with those above it: "kelctl tasks find".
 std::string helpOf(const CLI::App* app, const std::string& name);
 
-// The tree as it is shown, here and in the completions. An option group is part of its verb.
+// The tree as it is shown, here and in the completions.
 std::vector<const CLI::App*> verbsOf(const CLI::App& app);
-std::vector<const CLI::App*> groupsOf(const CLI::App& app);
 /// The first line of a verb's description; the others are for its own help.
 std::string summaryOf(const CLI::App& app);
 /// What follows the verb by place, and what by name.

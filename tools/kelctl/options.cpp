@@ -1,6 +1,7 @@
 #include "options.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
@@ -59,18 +60,22 @@ CLI::App& addFamily(CLI::App& parent, const std::string& name, const std::string
 }
 
 void addPayload(CLI::App& verb, PayloadOptions& payload, std::initializer_list<CLI::Option*> instead) {
-  CLI::Option_group* group =
-      verb.add_option_group("Payload (none: three zeros for a VAL task, nothing for a REF task)");
-  group->require_option(0, 1);
-  group->set_help_flag();  // the verb has it
-  group->add_option("--val", payload.values, "Three values, as in C: 10, 0xa")
-      ->expected(3)
-      ->type_name("A B C")
-      ->check(checkValue);
-  group->add_option("--hex", payload.hex, "Bytes as pairs of hexadecimal digits")->type_name("BYTES")->check(checkHex);
-  group->add_option("--text", payload.text, "A text and the zero byte that ends it")->type_name("TEXT");
-  group->add_option("--in", payload.inFile, "Bytes from a file, - for standard input")->type_name("FILE");
-  for (CLI::Option* option : instead) group->excludes(option);
+  // The package's groups of options will not do: it takes an empty word for the name of one, and then never ends.
+  const std::vector<CLI::Option*> options{
+      verb.add_option("--val", payload.values, "Three values, as in C: 10, 0xa")
+          ->expected(3)
+          ->type_name("A B C")
+          ->check(checkValue),
+      verb.add_option("--hex", payload.hex, "Bytes as pairs of hexadecimal digits")
+          ->type_name("BYTES")
+          ->check(checkHex),
+      verb.add_option("--text", payload.text, "A text and the zero byte that ends it")->type_name("TEXT"),
+      verb.add_option("--in", payload.inFile, "Bytes from a file, - for standard input")->type_name("FILE")};
+  for (auto option = options.begin(); option != options.end(); ++option) {
+    (*option)->group("Payload (none: three zeros for a VAL task, nothing for a REF task)");
+    std::for_each(options.begin(), option, [&](CLI::Option* other) { (*option)->excludes(other); });
+    exclude(*option, instead);
+  }
 }
 
 CLI::Option* addTask(CLI::App& verb, std::string& task) {

@@ -86,7 +86,6 @@ void addSend(CLI::App& app, Plan& plan) {
                            send);
   addTask(verb, options.task);
   addTable(verb, options.table);
-  addPayload(verb, options.payload);
   CLI::Option* noResponse = addFlag(verb, "--no-response", options.noResponse, "Do not wait for an answer");
   CLI::Option* out = addOut(verb, options.outFile, "Answer's bytes");
   CLI::Option* async =
@@ -95,6 +94,7 @@ void addSend(CLI::App& app, Plan& plan) {
                                     "The same of N tasks sent all at once (1 to 64)", 1, kMaxInFlight);
   exclude(out, {noResponse, async, inFlight});
   exclude(noResponse, {async, inFlight});
+  addPayload(verb, options.payload);
 }
 
 }  // namespace kelctl

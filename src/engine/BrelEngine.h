@@ -19,6 +19,9 @@
 
 namespace kel {
 
+struct ListenerLines;   // Listeners.cpp
+struct SequenceAnswer;  // SequenceResponses.cpp
+
 /// The alerts callback of in-process users: gets an engine status. No export offers it.
 using AlertsCallback = void (*)(std::uint32_t status);
 
@@ -143,10 +146,10 @@ class BrelEngine {
 
   // Listeners.cpp.
   template <class Listener>
-  bool activate(Listener& listener, const char* function, const char* listenerName, ProcessDataFunc processDataFunc,
+  bool activate(Listener& listener, const ListenerLines& lines, ProcessDataFunc processDataFunc,
                 platform::Handle* dataEvent, platform::Handle* stopWaitEvent, std::atomic<bool>* active);
   template <class Listener>
-  bool deactivate(Listener& listener, const char* function, const char* listenerName, std::atomic<bool>* active);
+  bool deactivate(Listener& listener, const ListenerLines& lines, std::atomic<bool>* active);
   bool ActivateAlerterThread();
   bool ActivateBroadcastThread();
   bool ShutdownAlerterThread();

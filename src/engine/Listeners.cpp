@@ -4,63 +4,95 @@
 
 namespace kel {
 
-/// The two starts, in the words of the one or the other.
+/// What is reported of one listener: the functions' names and their lines.
+struct ListenerLines {
+  const char* activate;
+  const char* problemInit;
+  const char* okInit;
+  const char* problemStarting;
+  const char* started;
+  const char* shutdown;
+  const char* problemStopping;
+  const char* stopped;
+};
+
+namespace {
+
+constexpr ListenerLines kAlertsLines{
+    .activate = "ActivateAlerterThread",
+    .problemInit = "problem init alerts listener \n",
+    .okInit = "OK init alerts listener \n",
+    .problemStarting = "problem starting alerts listener \n",
+    .started = "started alerts listener \n",
+    .shutdown = "ShutdownAlerterThread",
+    .problemStopping = "problem stopping alerts listener \n",
+    .stopped = "stopped alerts listener \n",
+};
+
+constexpr ListenerLines kBroadcastLines{
+    .activate = "ActivateBroadcastThread",
+    .problemInit = "problem init broadcast listener \n",
+    .okInit = "OK init broadcast listener \n",
+    .problemStarting = "problem starting broadcast listener \n",
+    .started = "started broadcast listener \n",
+    .shutdown = "ShutdownBroadcastThread",
+    .problemStopping = "problem stopping broadcast listener \n",
+    .stopped = "stopped broadcast listener \n",
+};
+
+}  // namespace
+
 template <class Listener>
-bool BrelEngine::activate(Listener& listener, const char* function, const char* listenerName,
-                          ProcessDataFunc processDataFunc, platform::Handle* dataEvent,
-                          platform::Handle* stopWaitEvent, std::atomic<bool>* active) {
+bool BrelEngine::activate(Listener& listener, const ListenerLines& lines, ProcessDataFunc processDataFunc,
+                          platform::Handle* dataEvent, platform::Handle* stopWaitEvent, std::atomic<bool>* active) {
   if (listener.init(mHandle, processDataFunc, dataEvent, stopWaitEvent, mGeneralStopEvent) == LISTENER_INIT_FAILED) {
-    report(kError, function, "problem init ", listenerName, " \n");
+    report(kError, lines.activate, lines.problemInit);
     return false;
   }
-  report(kInfo, function, "OK init ", listenerName, " \n");
+  report(kInfo, lines.activate, lines.okInit);
   if (listener.startListen() != LISTENER_STARTED) {
-    report(kError, function, "problem starting ", listenerName, " \n");
+    report(kError, lines.activate, lines.problemStarting);
     return false;
   }
-  report(kInfo, function, "started ", listenerName, " \n");
+  report(kInfo, lines.activate, lines.started);
   *active = true;
   return true;
 }
 
-/// The two stops.
 template <class Listener>
-bool BrelEngine::deactivate(Listener& listener, const char* function, const char* listenerName,
-                            std::atomic<bool>* active) {
+bool BrelEngine::deactivate(Listener& listener, const ListenerLines& lines, std::atomic<bool>* active) {
   *active = false;  // ahead of the stop: from here on nothing is queued
   if (listener.stopListen() != LISTENER_STOPPED) {
-    report(kError, function, "problem stopping ", listenerName, " \n");
+    report(kError, lines.shutdown, lines.problemStopping);
     return false;
   }
-  report(kInfo, function, "stopped ", listenerName, " \n");
+  report(kInfo, lines.shutdown, lines.stopped);
   return true;
 }
 
 bool BrelEngine::ActivateAlerterThread() {
   mAlertsListenerActive = false;
-  return mAlertsCallback == nullptr || activate(mAlertsListener, "ActivateAlerterThread", "alerts listener",
-                                                ProcessAlertData, &mAlertsDataEvent, &mAlertsStopWaitEvent,
-                                                &mAlertsListenerActive);
+  return mAlertsCallback == nullptr || activate(mAlertsListener, kAlertsLines, ProcessAlertData, &mAlertsDataEvent,
+                                                &mAlertsStopWaitEvent, &mAlertsListenerActive);
 }
 
 bool BrelEngine::ActivateBroadcastThread() {
   mBroadcastListenerActive = false;
-  return mBroadcastCallback == nullptr || activate(mBroadcastListener, "ActivateBroadcastThread", "broadcast listener",
-                                                   ProcessBroadcastData, &mBroadcastDataEvent,
-                                                   &mBroadcastStopWaitEvent, &mBroadcastListenerActive);
+  return mBroadcastCallback == nullptr || activate(mBroadcastListener, kBroadcastLines, ProcessBroadcastData,
+                                                   &mBroadcastDataEvent, &mBroadcastStopWaitEvent,
+                                                   &mBroadcastListenerActive);
 }
 
 bool BrelEngine::ShutdownAlerterThread() {
   mDebugPrint("inside ShutdownAlerterThread\n");
-  if (!mAlertsListenerActive) return true;
-  return deactivate(mAlertsListener, "ShutdownAlerterThread", "alerts listener", &mAlertsListenerActive);
+  return !mAlertsListenerActive || deactivate(mAlertsListener, kAlertsLines, &mAlertsListenerActive);
 }
 
 bool BrelEngine::ShutdownBroadcastThread() {
-  // Tested ahead of the print, other than with the alerts.
+  // Only a listener that runs is announced on the console; the stop of the alerts listener is announced always.
   if (!mBroadcastListenerActive) return true;
   mDebugPrint("inside ShutdownBroadcastThread\n");
-  return deactivate(mBroadcastListener, "ShutdownBroadcastThread", "broadcast listener", &mBroadcastListenerActive);
+  return deactivate(mBroadcastListener, kBroadcastLines, &mBroadcastListenerActive);
 }
 
 }  // namespace kel

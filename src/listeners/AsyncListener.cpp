@@ -43,32 +43,27 @@ std::uint32_t AsyncListener::shutdown() { return LISTENER_SHUTDOWN_OK; }
 
 std::uint32_t AsyncListener::startListen(platform::Handle* threadHandleOut, AsyncThreadArguments* threadArguments) {
   const std::uint32_t currentSeqNum = threadArguments->seqNum;
-  // The words on the console are its own.
-  const auto tell = [&](const char* text) {
-    mLogger.log(kInfo, "startListen", kLogFlags) << " (" << currentSeqNum << ") - " << text;
-  };
   std::uint32_t threadId = 0;
   const platform::Handle thread = platform::createThread(listenerThreadFunc, threadArguments, &threadId);
   mListenerThread = thread;
   mListenerThreadId = threadId;
   const int shownSeqNum = static_cast<int>(currentSeqNum);
   const auto shownHandle = static_cast<unsigned>(HandleNumber(thread));
+  const auto line = [&]() -> ALogger& { return mLogger.log(kInfo, "startListen", kLogFlags); };
   if (thread == nullptr) {
     threadArguments->engine.reset();  // what stays allocated keeps no engine alive
-    tell("Listener Thread creation failed.\n");
+    line() << " (" << currentSeqNum << ") - Listener Thread creation failed.\n";
     debugPrint("startListen (%d) - Listener Thread creation failed.\n", shownSeqNum);
     return LISTENER_NOT_STARTED;
   }
-  tell("Listener Thread created. Handle=");
-  mLogger << thread << "\n";
+  line() << " (" << currentSeqNum << ") - Listener Thread created. Handle=" << thread << "\n";
   debugPrint("startListen (%d) - Listener Thread created. Handle=%X\n", shownSeqNum, shownHandle);
   if (!platform::setThreadPriority(thread, platform::kPriorityHighest)) {
-    tell("Listener Thread's priority hightening failed.\n");
+    line() << " (" << currentSeqNum << ") - Listener Thread's priority hightening failed.\n";
     debugPrint("startListen (%d) - Listener Thread's priority change failed.\n", shownSeqNum);
     return LISTENER_NOT_STARTED;
   }
-  tell("Listener Thread's priority hightend. Handle=");
-  mLogger << thread << "\n";
+  line() << " (" << currentSeqNum << ") - Listener Thread's priority hightend. Handle=" << thread << "\n";
   debugPrint("startListen (%d) - Listener Thread's priority hightend. Handle=%X\n", shownSeqNum, shownHandle);
   *threadHandleOut = thread;
   // Anew for each thread: one of a new day moves the engine's lines to a new file.

@@ -171,8 +171,15 @@ class BrelEngine {
   void reportAsyncThread(std::uint32_t level, const char* function, std::uint32_t seqNum, const char* text,
                          const char* consoleFormat);
 
-  // SequenceResponses.cpp.
-  bool endSequence(std::uint32_t coreSeqNum, SeqNumType seqNumType, bool isStream);
+  // SequenceResponses.cpp: the steps of HandleSequenceResponse(). False is its failure, with the reason in the log.
+  bool findSequence(SequenceAnswer* answer) REQUIRES(mInitLock);
+  void takeAnswer(SequenceAnswer* answer, std::uint8_t* buffer, std::uint32_t bufferSize) REQUIRES(mInitLock);
+  bool deliver(const SequenceAnswer& answer) REQUIRES(mInitLock);
+  void callClient(const SequenceAnswer& answer, OpaqueCallback callback) REQUIRES(mInitLock);
+  bool checkSequenceEnd(const SequenceAnswer& answer, bool* ended) REQUIRES(mInitLock);
+  bool endSequence(std::uint32_t coreSeqNum) REQUIRES(mInitLock);
+  void reportHandling(std::uint32_t level, std::uint32_t coreSeqNum, const char* text, const char* consoleFormat);
+  bool failHandling(std::uint32_t coreSeqNum, const char* text, const char* consoleFormat);
   /// Ends a sequence that has no listener thread. False, with a line in the log, if there is no such sequence.
   bool FreeSequenceElementOnly(std::uint32_t seqNum);
   bool freeElement(std::uint32_t seqNum, const char* function, const char* consoleFormat);

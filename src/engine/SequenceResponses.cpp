@@ -6,52 +6,124 @@
 #include "platform/memory.h"
 
 namespace kel {
+
+/// One answer, or the lack of one: whose it is and what the client gets of it.
+struct SequenceAnswer {
+  // As it came. A lack has no record: the number under which it is reported stands for the byte, and reads as an ACK.
+  std::uint32_t errorCode = 0;     ///< 0: there is an answer
+  std::uint32_t sequenceByte = 0;  ///< class bits included
+  std::uint32_t isRef = 0;
+
+  // What its sequence was opened with.
+  ApiType apiType = BREL_NO_API_TYPE;
+  std::uint32_t commandID = 0;
+  std::uint32_t TUI = 0;
+  OpaqueCallback callbackFunc = nullptr;
+  OpaqueCallback streamCallbackFunc = nullptr;
+  bool isStream = false;
+
+  // What is delivered.
+  task* record = nullptr;
+  std::uint32_t dataSize = 0;
+
+  std::uint32_t coreSeqNum() const { return GetCoreSeqNum(sequenceByte); }
+  SeqNumType seqNumType() const { return GetSeqNumType(sequenceByte); }
+  std::uint32_t streamEnd() const { return seqNumType() == SEQ_NUM_STREAM_END ? 1 : 0; }
+};
+
 namespace {
 
 constexpr const char* kHandle = "HandleSequenceResponse";
 
-/// What a client's callback is called with.
-struct Delivery {
-  std::uint32_t errorCode;
-  std::uint32_t commandID;
-  std::uint32_t sequenceByte;  ///< as it came, class bits included
-  std::uint32_t streamEnd;
-  std::uint32_t isRef;
-  task* record;
-  std::uint32_t size;
+SequenceAnswer ReadAnswer(std::uint32_t seqNum, std::uint32_t errorCode, const std::uint8_t* buffer) {
+  SequenceAnswer answer;
+  answer.errorCode = errorCode;
+  answer.sequenceByte = seqNum;
+  if (errorCode == 0 && buffer != nullptr) {
+    const std::uint32_t word = reinterpret_cast<const task*>(buffer)->TUI;
+    answer.sequenceByte = GetTuiSeqNum(word);
+    answer.isRef = GetTuiType(word) != 0 ? 1 : 0;
+  }
+  return answer;
+}
+
+// ---------------------------------------------------------------------------------------------------------------------
+// The forms of the client's callback
+// ---------------------------------------------------------------------------------------------------------------------
+
+/// One form, with the two lines ahead of the call.
+struct CallbackForm {
+  const char* firing;
+  const char* firingConsole;
+  const char* apiType;
+  const char* apiTypeConsole;
+  void (*call)(OpaqueCallback callback, const SequenceAnswer& answer);
 };
+
+constexpr const char* kOfIssueCommand = "apiType = BREL_ISSUE_COMMAND. \n";
+constexpr const char* kOfIssueCommandConsole =
+    "HandleSequenceResponse - apiType = BREL_ISSUE_COMMAND. Sequence number %d \n";
+constexpr const char* kOfInvokeTask = "apiType = BREL_INVOKE_TASK. \n";
+constexpr const char* kOfInvokeTaskConsole =
+    "HandleSequenceResponse - apiType = BREL_INVOKE_TASK. Sequence number %d \n";
 
 /// The data of an exported task's callback: the payload, or for an error the record itself with size 0.
 struct InvokeData {
-  explicit InvokeData(const Delivery& delivery) {
-    const bool isError = delivery.errorCode != 0;
-    data = isError ? reinterpret_cast<std::uint8_t*>(delivery.record) : PayloadOf(delivery.record);
-    size = isError ? 0 : delivery.record->payloadSize;
-    seqTUI = isError ? 0 : delivery.record->seqTUI;
+  explicit InvokeData(const SequenceAnswer& answer) {
+    const bool isError = answer.errorCode != 0;
+    data = isError ? reinterpret_cast<std::uint8_t*>(answer.record) : PayloadOf(answer.record);
+    size = isError ? 0 : answer.record->payloadSize;
+    seqTUI = isError ? 0 : answer.record->seqTUI;
   }
   std::uint8_t* data;
   std::uint32_t size;
   std::uint32_t seqTUI;
 };
 
-void FireIssueCallback(OpaqueCallback callback, const Delivery& d) {
-  reinterpret_cast<IssueAsyncCommandCallback>(callback)(d.commandID, d.sequenceByte, d.record, d.size);
-}
+constexpr CallbackForm kIssueAsyncCommandCallback{
+    "firing issueAsyncCommandCallback. \n",
+    "HandleSequenceResponse - firing issueAsyncCommandCallback for sequence number %d \n",
+    kOfIssueCommand, kOfIssueCommandConsole,
+    [](OpaqueCallback callback, const SequenceAnswer& a) {
+      reinterpret_cast<IssueAsyncCommandCallback>(callback)(a.commandID, a.sequenceByte, a.record, a.dataSize);
+    }};
 
-void FireIssueStreamCallback(OpaqueCallback callback, const Delivery& d) {
-  reinterpret_cast<IssueStreamCallback>(callback)(d.commandID, d.sequenceByte, d.streamEnd, d.record, d.size);
-}
+constexpr CallbackForm kIssueStreamCallback{
+    "firing issueStreamCallback. \n",
+    "HandleSequenceResponse - firing issueStreamCallback for sequence number %d \n",
+    kOfIssueCommand, kOfIssueCommandConsole,
+    [](OpaqueCallback callback, const SequenceAnswer& a) {
+      reinterpret_cast<IssueStreamCallback>(callback)(a.commandID, a.sequenceByte, a.streamEnd(), a.record, a.dataSize);
+    }};
 
-void FireInvokeCallback(OpaqueCallback callback, const Delivery& d) {
-  const InvokeData payload(d);
-  reinterpret_cast<KEL_AsyncCallback>(callback)(d.errorCode, d.commandID, d.sequenceByte, d.isRef, payload.data,
-                                                payload.size, payload.seqTUI);
-}
+constexpr CallbackForm kInvokeAsyncTaskCallback{
+    "firing invokeAsyncTaskCallback. \n",
+    "HandleSequenceResponse - firing invokeAsyncTaskCallback for sequence number %d \n",
+    kOfInvokeTask, kOfInvokeTaskConsole,
+    [](OpaqueCallback callback, const SequenceAnswer& a) {
+      const InvokeData payload(a);
+      reinterpret_cast<KEL_AsyncCallback>(callback)(a.errorCode, a.commandID, a.sequenceByte, a.isRef, payload.data,
+                                                    payload.size, payload.seqTUI);
+    }};
 
-void FireInvokeStreamCallback(OpaqueCallback callback, const Delivery& d) {
-  const InvokeData payload(d);
-  reinterpret_cast<KEL_StreamCallback>(callback)(d.errorCode, d.commandID, d.sequenceByte, d.streamEnd, d.isRef,
-                                                 payload.data, payload.size, payload.seqTUI);
+constexpr CallbackForm kInvokeStreamCallback{
+    "firing invokeStreamCallback. \n",
+    "HandleSequenceResponse - firing invokeStreamCallback for sequence number %d \n",
+    kOfInvokeTask, kOfInvokeTaskConsole,
+    [](OpaqueCallback callback, const SequenceAnswer& a) {
+      const InvokeData payload(a);
+      reinterpret_cast<KEL_StreamCallback>(callback)(a.errorCode, a.commandID, a.sequenceByte, a.streamEnd(), a.isRef,
+                                                     payload.data, payload.size, payload.seqTUI);
+    }};
+
+/// Null for a sequence that no front call with a callback opened.
+const CallbackForm* FormFor(const SequenceAnswer& answer) {
+  const bool isAck = answer.seqNumType() == SEQ_NUM_ACK;
+  switch (answer.apiType) {
+    case BREL_ISSUE_COMMAND: return isAck ? &kIssueAsyncCommandCallback : &kIssueStreamCallback;
+    case BREL_INVOKE_TASK: return isAck ? &kInvokeAsyncTaskCallback : &kInvokeStreamCallback;
+    default: return nullptr;
+  }
 }
 
 }  // namespace
@@ -98,183 +170,183 @@ void BuildErrorResponse(std::uint32_t TUI, std::uint32_t errorCode, std::uint8_t
 }
 
 // ---------------------------------------------------------------------------------------------------------------------
-// Delivery
+// HandleSequenceResponse and its steps
 // ---------------------------------------------------------------------------------------------------------------------
 
-/// Each return of false leaves mInitLock with this thread for good: meant. Whoever enters it afterwards waits for ever.
 bool BrelEngine::HandleSequenceResponse(std::uint32_t seqNum, std::uint32_t errorCode, std::uint8_t* buffer,
                                         std::uint32_t bufferSize) {
+  // A failure leaves mInitLock with this thread for good: this engine then delivers no answer, broadcast or alert any
+  // more, and Finalize() on another thread waits for ever. The ways out that leave the lock say so one by one.
+  constexpr bool kFailedAndInitLockKept = false;
+
   mInitLock.enter();
   if (!mInitialized) {
     mInitLock.leave();
     return true;
   }
-  // Where there is no record, the number that was given tells the sequence, and reads as an ACK.
-  std::uint32_t sequenceByte = seqNum;
-  std::uint32_t type = 0;
-  if (errorCode == 0 && buffer != nullptr) {
-    const std::uint32_t word = reinterpret_cast<const task*>(buffer)->TUI;
-    sequenceByte = GetTuiSeqNum(word);
-    type = GetTuiType(word);
-  }
-  const std::uint32_t coreSeqNum = GetCoreSeqNum(sequenceByte);
-  const SeqNumType seqNumType = GetSeqNumType(sequenceByte);
-
-  const auto tell = [&](std::uint32_t level, const char* text, const char* consoleFormat) {
-    reportAsyncThread(level, kHandle, coreSeqNum, text, consoleFormat);
-    return false;
-  };
-  tell(kInfo, "getting callbacks. \n", "HandleSequenceResponse - getting callbacks for sequence number %d \n");
-  ApiType apiType = BREL_NO_API_TYPE;
-  std::uint32_t commandID = 0, TUI = 0;
-  OpaqueCallback seqCallbackFunc = nullptr, streamCallbackFunc = nullptr;
-  bool isStream = false;
-  if (mTasksSequencer.RetrieveCallbacksBySeqNum(coreSeqNum, &apiType, &commandID, &TUI, &seqCallbackFunc,
-                                                &streamCallbackFunc, &isStream) != SEQ_RETRIEVE_OK) {
-    return tell(kError, "could not retrieve data. \n",
-                "HandleSequenceResponse - could not retrieve data related to sequence number %d \n");
-  }
+  SequenceAnswer answer = ReadAnswer(seqNum, errorCode, buffer);
+  if (!findSequence(&answer)) return kFailedAndInitLockKept;
   if (buffer == nullptr && errorCode == 0) {
-    return tell(kError, "NULL buffer. \n", "HandleSequenceResponse - NULL buffer for sequence number %d \n");
+    failHandling(answer.coreSeqNum(), "NULL buffer. \n",
+                 "HandleSequenceResponse - NULL buffer for sequence number %d \n");
+    return kFailedAndInitLockKept;
   }
-
-  std::uint8_t* clonedBuffer = buffer;
-  std::uint32_t clonedBufferSize = bufferSize;
-  std::uint32_t dataSize = 0;
-  if (errorCode != 0) {
-    BuildErrorResponse(TUI, errorCode, &clonedBuffer, &clonedBufferSize);
-    dataSize = clonedBufferSize;
-    tell(kError, "error code signalled. \n",
-         "HandleSequenceResponse - error code signalled for sequence number %d \n");
-  } else {
-    SetResponseStatus(clonedBuffer, errorCode);
-    dataSize = reinterpret_cast<const task*>(clonedBuffer)->payloadSize;
-  }
-  DumpResponseBuffer(reinterpret_cast<const task*>(clonedBuffer), clonedBufferSize);
-  tell(kInfo, "firing callback. \n", "HandleSequenceResponse - firing callback for sequence number %d \n");
-
-  const std::uint32_t streamEnd = seqNumType == SEQ_NUM_STREAM_END ? 1 : 0;
-  const Delivery delivery{errorCode, commandID,  sequenceByte, streamEnd, type != 0 ? 1u : 0u,
-                          reinterpret_cast<task*>(clonedBuffer), dataSize};
-  const auto told = [&](const char* text, const char* consoleFormat) { tell(kInfo, text, consoleFormat); };
-  const auto unspecified = [&] {
-    mLogger.log(kError, kHandle, kLogFlags) << "(" << coreSeqNum << ") - Error: apiType = "
-                                            << static_cast<std::uint32_t>(apiType) << ". Unspecified handling. \n";
-    // The line has one conversion for two numbers, and shows the first: meant.
-    mDebugPrint("%s%d \n", "HandleSequenceResponse - Error: apiType = &d. Unspecified handling. Sequence number ",
-                static_cast<int>(apiType));
-  };
-  const auto ofIssueCommand = [&] {
-    told("apiType = BREL_ISSUE_COMMAND. \n",
-         "HandleSequenceResponse - apiType = BREL_ISSUE_COMMAND. Sequence number %d \n");
-  };
-  const auto ofInvokeTask = [&] {
-    told("apiType = BREL_INVOKE_TASK. \n",
-         "HandleSequenceResponse - apiType = BREL_INVOKE_TASK. Sequence number %d \n");
-  };
-
-  switch (seqNumType) {
-    case SEQ_NUM_ACK:
-      told("handling ACK. \n", "HandleSequenceResponse - handling ACK for sequence number %d \n");
-      if (seqCallbackFunc == nullptr) {
-        tell(kWarning, "NULL seqCallbackFunc. \n",
-             "HandleSequenceResponse - NULL seqCallbackFunc for sequence number %d \n");
-      } else if (apiType == BREL_ISSUE_COMMAND) {
-        told("firing issueAsyncCommandCallback. \n",
-             "HandleSequenceResponse - firing issueAsyncCommandCallback for sequence number %d \n");
-        ofIssueCommand();
-        FireIssueCallback(seqCallbackFunc, delivery);
-      } else if (apiType == BREL_INVOKE_TASK) {
-        told("firing invokeAsyncTaskCallback. \n",
-             "HandleSequenceResponse - firing invokeAsyncTaskCallback for sequence number %d \n");
-        ofInvokeTask();
-        FireInvokeCallback(seqCallbackFunc, delivery);
-      } else {
-        unspecified();
-      }
-      break;
-
-    case SEQ_NUM_STREAM_MESSAGE:
-    case SEQ_NUM_STREAM_END:
-      if (seqNumType == SEQ_NUM_STREAM_END) {
-        told("handling Stream_END. \n", "HandleSequenceResponse - handling Stream_END for sequence number %d \n");
-      } else {
-        told("handling Stream_MESSAGE. \n",
-             "HandleSequenceResponse - handling Stream_MESSAGE for sequence number %d \n");
-      }
-      mLogger.log(kInfo, kHandle, kLogFlags) << "(" << coreSeqNum << ") - streamEnd flag = "
-                                             << (streamEnd != 0 ? "TRUE (" : "FALSE (") << streamEnd << "). \n";
-      mDebugPrint("HandleSequenceResponse - streamEnd flag = %s (%d) for sequence number %d \n",
-                  streamEnd != 0 ? "TRUE" : "FALSE", static_cast<int>(streamEnd), static_cast<int>(coreSeqNum));
-      if (!isStream) {
-        return tell(kError, "got stream seqNumType for sequence number which is not a stream. \n",
-                    "HandleSequenceResponse - got stream seqNumType for sequence number %d which is not a stream. \n");
-      }
-      if (streamCallbackFunc == nullptr) {
-        tell(kWarning, "NULL streamCallbackFunc. \n",
-             "HandleSequenceResponse - NULL streamCallbackFunc for sequence number %d \n");
-      } else if (apiType == BREL_ISSUE_COMMAND) {
-        told("firing issueStreamCallback. \n",
-             "HandleSequenceResponse - firing issueStreamCallback for sequence number %d \n");
-        ofIssueCommand();
-        FireIssueStreamCallback(streamCallbackFunc, delivery);
-      } else if (apiType == BREL_INVOKE_TASK) {
-        told("firing invokeStreamCallback. \n",
-             "HandleSequenceResponse - firing invokeStreamCallback for sequence number %d \n");
-        ofInvokeTask();
-        FireInvokeStreamCallback(streamCallbackFunc, delivery);
-      } else {
-        unspecified();
-      }
-      break;
-
-    case SEQ_NUM_UNKNOWN:
-      mLogger.log(kError, kHandle, kLogFlags) << "(" << coreSeqNum << ") - undefined seqNumType ("
-                                              << static_cast<std::uint32_t>(seqNumType) << ") arrived. \n";
-      mDebugPrint("HandleSequenceResponse - could undefined seqNumType (%d) arrived for seqNum  \n",
-                  static_cast<int>(seqNumType));
-      return false;
-  }
-
-  if (!endSequence(coreSeqNum, seqNumType, isStream)) return false;
-  tell(kInfo, "sequence response handled successfully. \n",
-       "HandleSequenceResponse - sequence response handled successfully \n");
+  takeAnswer(&answer, buffer, bufferSize);
+  if (!deliver(answer)) return kFailedAndInitLockKept;
+  bool ended = false;
+  if (!checkSequenceEnd(answer, &ended)) return kFailedAndInitLockKept;
+  if (ended && !endSequence(answer.coreSeqNum())) return kFailedAndInitLockKept;
+  reportHandling(kInfo, answer.coreSeqNum(), "sequence response handled successfully. \n",
+                 "HandleSequenceResponse - sequence response handled successfully \n");
   mInitLock.leave();
   return true;
 }
 
-/// Ends the sequence if this was its last answer: a plain one with its one answer, a stream with a Stream_END that finds
-/// the ACK seen. False if that could not be found out or done.
-bool BrelEngine::endSequence(std::uint32_t coreSeqNum, SeqNumType seqNumType, bool isStream) {
-  const auto tell = [&](std::uint32_t level, const char* text, const char* consoleFormat) {
-    reportAsyncThread(level, kHandle, coreSeqNum, text, consoleFormat);
-    return false;
-  };
-  tell(kInfo, "checking sequence end. \n", "HandleSequenceResponse - checking sequence end for sequence number %d \n");
-  bool ended = false;
-  if (seqNumType == SEQ_NUM_ACK && !isStream) {
-    ended = true;
+void BrelEngine::reportHandling(std::uint32_t level, std::uint32_t coreSeqNum, const char* text,
+                                const char* consoleFormat) {
+  reportAsyncThread(level, kHandle, coreSeqNum, text, consoleFormat);
+}
+
+bool BrelEngine::failHandling(std::uint32_t coreSeqNum, const char* text, const char* consoleFormat) {
+  reportHandling(kError, coreSeqNum, text, consoleFormat);
+  return false;
+}
+
+bool BrelEngine::findSequence(SequenceAnswer* answer) {
+  const std::uint32_t coreSeqNum = answer->coreSeqNum();
+  reportHandling(kInfo, coreSeqNum, "getting callbacks. \n",
+                 "HandleSequenceResponse - getting callbacks for sequence number %d \n");
+  if (mTasksSequencer.RetrieveCallbacksBySeqNum(coreSeqNum, &answer->apiType, &answer->commandID, &answer->TUI,
+                                                &answer->callbackFunc, &answer->streamCallbackFunc,
+                                                &answer->isStream) == SEQ_RETRIEVE_OK) {
+    return true;
+  }
+  return failHandling(coreSeqNum, "could not retrieve data. \n",
+                      "HandleSequenceResponse - could not retrieve data related to sequence number %d \n");
+}
+
+/// The record is the answer itself, with no copy made, or a new one that tells of the error.
+void BrelEngine::takeAnswer(SequenceAnswer* answer, std::uint8_t* buffer, std::uint32_t bufferSize) {
+  std::uint8_t* clonedBuffer = buffer;
+  std::uint32_t clonedBufferSize = bufferSize;
+  if (answer->errorCode != 0) {
+    BuildErrorResponse(answer->TUI, answer->errorCode, &clonedBuffer, &clonedBufferSize);
+    answer->record = reinterpret_cast<task*>(clonedBuffer);
+    answer->dataSize = clonedBufferSize;
+    reportHandling(kError, answer->coreSeqNum(), "error code signalled. \n",
+                   "HandleSequenceResponse - error code signalled for sequence number %d \n");
+  } else {
+    SetResponseStatus(clonedBuffer, answer->errorCode);
+    answer->record = reinterpret_cast<task*>(clonedBuffer);
+    answer->dataSize = answer->record->payloadSize;
+  }
+  DumpResponseBuffer(answer->record, clonedBufferSize);
+}
+
+/// Calls the client. False for an answer that its sequence cannot have.
+bool BrelEngine::deliver(const SequenceAnswer& answer) {
+  const std::uint32_t coreSeqNum = answer.coreSeqNum();
+  const std::uint32_t streamEnd = answer.streamEnd();
+  reportHandling(kInfo, coreSeqNum, "firing callback. \n",
+                 "HandleSequenceResponse - firing callback for sequence number %d \n");
+  switch (answer.seqNumType()) {
+    case SEQ_NUM_ACK:
+      reportHandling(kInfo, coreSeqNum, "handling ACK. \n",
+                     "HandleSequenceResponse - handling ACK for sequence number %d \n");
+      if (answer.callbackFunc != nullptr) {
+        callClient(answer, answer.callbackFunc);
+      } else {
+        reportHandling(kWarning, coreSeqNum, "NULL seqCallbackFunc. \n",
+                       "HandleSequenceResponse - NULL seqCallbackFunc for sequence number %d \n");
+      }
+      return true;
+    case SEQ_NUM_STREAM_MESSAGE:
+      reportHandling(kInfo, coreSeqNum, "handling Stream_MESSAGE. \n",
+                     "HandleSequenceResponse - handling Stream_MESSAGE for sequence number %d \n");
+      mLogger.log(kInfo, kHandle, kLogFlags)
+          << "(" << coreSeqNum << ") - streamEnd flag = FALSE (" << streamEnd << "). \n";
+      mDebugPrint("HandleSequenceResponse - streamEnd flag = FALSE (%d) for sequence number %d \n",
+                  static_cast<int>(streamEnd), static_cast<int>(coreSeqNum));
+      break;
+    case SEQ_NUM_STREAM_END:
+      reportHandling(kInfo, coreSeqNum, "handling Stream_END. \n",
+                     "HandleSequenceResponse - handling Stream_END for sequence number %d \n");
+      mLogger.log(kInfo, kHandle, kLogFlags)
+          << "(" << coreSeqNum << ") - streamEnd flag = TRUE (" << streamEnd << "). \n";
+      mDebugPrint("HandleSequenceResponse - streamEnd flag = TRUE (%d) for sequence number %d \n",
+                  static_cast<int>(streamEnd), static_cast<int>(coreSeqNum));
+      break;
+    case SEQ_NUM_UNKNOWN:
+      mLogger.log(kError, kHandle, kLogFlags) << "(" << coreSeqNum << ") - undefined seqNumType ("
+                                              << std::uint32_t{SEQ_NUM_UNKNOWN} << ") arrived. \n";
+      mDebugPrint("HandleSequenceResponse - could undefined seqNumType (%d) arrived for seqNum  \n",
+                  static_cast<int>(SEQ_NUM_UNKNOWN));
+      return false;
+  }
+
+  if (!answer.isStream) {
+    return failHandling(
+        coreSeqNum, "got stream seqNumType for sequence number which is not a stream. \n",
+        "HandleSequenceResponse - got stream seqNumType for sequence number %d which is not a stream. \n");
+  }
+  if (answer.streamCallbackFunc != nullptr) {
+    callClient(answer, answer.streamCallbackFunc);
+  } else {
+    reportHandling(kWarning, coreSeqNum, "NULL streamCallbackFunc. \n",
+                   "HandleSequenceResponse - NULL streamCallbackFunc for sequence number %d \n");
+  }
+  return true;
+}
+
+void BrelEngine::callClient(const SequenceAnswer& answer, OpaqueCallback callback) {
+  const std::uint32_t coreSeqNum = answer.coreSeqNum();
+  const CallbackForm* form = FormFor(answer);
+  if (form == nullptr) {
+    mLogger.log(kError, kHandle, kLogFlags) << "(" << coreSeqNum << ") - Error: apiType = "
+                                            << std::uint32_t{answer.apiType} << ". Unspecified handling. \n";
+    // The console shows the apiType where its text speaks of the sequence number: log readers know the line so.
+    mDebugPrint("HandleSequenceResponse - Error: apiType = &d. Unspecified handling. Sequence number %d \n",
+                static_cast<int>(answer.apiType));
+    return;
+  }
+  reportHandling(kInfo, coreSeqNum, form->firing, form->firingConsole);
+  reportHandling(kInfo, coreSeqNum, form->apiType, form->apiTypeConsole);
+  form->call(callback, answer);
+}
+
+/// A plain sequence ends with its one answer, a stream with a Stream_END that finds the ACK already seen.
+bool BrelEngine::checkSequenceEnd(const SequenceAnswer& answer, bool* ended) {
+  const std::uint32_t coreSeqNum = answer.coreSeqNum();
+  *ended = false;
+  reportHandling(kInfo, coreSeqNum, "checking sequence end. \n",
+                 "HandleSequenceResponse - checking sequence end for sequence number %d \n");
+  const SeqNumType seqNumType = answer.seqNumType();
+  if (seqNumType == SEQ_NUM_ACK && !answer.isStream) {
+    *ended = true;
   } else if (seqNumType == SEQ_NUM_ACK) {
     if (mTasksSequencer.InsertAckBySeqNum(coreSeqNum) != SEQ_INSERT_OK) {
-      return tell(kError, "could not insert ack. \n",
-                  "HandleSequenceResponse - could not insert ack related to sequence number %d \n");
+      return failHandling(coreSeqNum, "could not insert ack. \n",
+                          "HandleSequenceResponse - could not insert ack related to sequence number %d \n");
     }
   } else if (seqNumType == SEQ_NUM_STREAM_END) {
-    if (mTasksSequencer.RetrieveAckBySeqNum(coreSeqNum, &ended) != SEQ_RETRIEVE_OK) {
-      return tell(kError, "could not retrieve ack. \n",
-                  "HandleSequenceResponse - could not retrieve ack related to sequence number %d \n");
+    if (mTasksSequencer.RetrieveAckBySeqNum(coreSeqNum, ended) != SEQ_RETRIEVE_OK) {
+      return failHandling(coreSeqNum, "could not retrieve ack. \n",
+                          "HandleSequenceResponse - could not retrieve ack related to sequence number %d \n");
     }
   }
-  if (!ended) return true;
+  return true;
+}
 
-  tell(kInfo, "running sequence end routine. \n",
-       "HandleSequenceResponse - running sequence end routine for sequence number %d \n");
+/// Sets this thread's own stop event; the thread frees the sequence when it sees that.
+bool BrelEngine::endSequence(std::uint32_t coreSeqNum) {
+  reportHandling(kInfo, coreSeqNum, "running sequence end routine. \n",
+                 "HandleSequenceResponse - running sequence end routine for sequence number %d \n");
   if (!DisposeAsyncThread(coreSeqNum)) {
-    return tell(kError, "could not dispose asyncThread. \n",
-                "HandleSequenceResponse - could not dispose asyncThread for sequence number %d \n");
+    return failHandling(coreSeqNum, "could not dispose asyncThread. \n",
+                        "HandleSequenceResponse - could not dispose asyncThread for sequence number %d \n");
   }
-  tell(kInfo, "finished sequence end routine. \n",
-       "HandleSequenceResponse - finished sequence end routine for sequence number %d \n");
+  reportHandling(kInfo, coreSeqNum, "finished sequence end routine. \n",
+                 "HandleSequenceResponse - finished sequence end routine for sequence number %d \n");
   return true;
 }
 
@@ -284,26 +356,27 @@ bool BrelEngine::endSequence(std::uint32_t coreSeqNum, SeqNumType seqNumType, bo
 
 std::uint32_t BrelEngine::RetrieveNextAsyncBuffer(std::uint32_t seqNum, std::uint8_t** buffer,
                                                   std::uint32_t* bufferSize) {
-  const auto tell = [&](std::uint32_t level, const char* text, const char* consoleFormat) {
+  const auto reportRetrieval = [&](std::uint32_t level, const char* text, const char* consoleFormat) {
     reportAsyncThread(level, "RetrieveNextAsyncBuffer", seqNum, text, consoleFormat);
   };
   std::uint32_t TUI = 0;
   bool isStream = false;
   switch (mTasksSequencer.RetrieveNextAsyncBufferBySeqNum(seqNum, &TUI, buffer, bufferSize, &isStream)) {
     case SEQ_RETRIEVE_EMPTY:
-      tell(kInfo, "empty asyncBuffersQueue. \n",
-           "RetrieveNextAsyncBuffer - empty asyncBuffersQueue related to sequence number %d \n");
+      reportRetrieval(kInfo, "empty asyncBuffersQueue. \n",
+                      "RetrieveNextAsyncBuffer - empty asyncBuffersQueue related to sequence number %d \n");
       return kNextBufferEmpty;
     case SEQ_RETRIEVE_OK:
       if (*buffer == nullptr) {
-        tell(kError, "NULL data. \n", "RetrieveNextAsyncBuffer - NULL data related to sequence number %d \n");
+        reportRetrieval(kError, "NULL data. \n",
+                        "RetrieveNextAsyncBuffer - NULL data related to sequence number %d \n");
       }
-      tell(kInfo, "retrieved data. \n",
-           "RetrieveNextAsyncBuffer - retrieved data related to sequence number %d \n");
+      reportRetrieval(kInfo, "retrieved data. \n",
+                      "RetrieveNextAsyncBuffer - retrieved data related to sequence number %d \n");
       return kNextBufferTaken;
     default:
-      tell(kError, "could not retrieve data. \n",
-           "RetrieveNextAsyncBuffer - could not retrieve data related to sequence number %d \n");
+      reportRetrieval(kError, "could not retrieve data. \n",
+                      "RetrieveNextAsyncBuffer - could not retrieve data related to sequence number %d \n");
       return kNextBufferFailed;
   }
 }

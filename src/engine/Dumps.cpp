@@ -1,6 +1,6 @@
-// A debugging aid: the last record sent and the last one received, each in a file as it is and in one that can be read.
-// Its failures are logged and change nothing else. Files are replaced whole, in text mode, and two threads may write
-// one at once.
+// A debugging aid: the last record sent and the last one received, each in one file as it is and in another one in
+// readable form. Failures are logged and change nothing else. Each dump replaces the whole file, in text mode. There is
+// no lock: two threads may write one file at once.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -16,7 +16,7 @@ bool BrelEngine::DumpRequestBuffer(const task* record, std::uint32_t size) {
   const char* structFile = mRequestStructDumpFilename;
   const char* payloadFile = mRequestStructPayloadDumpFilename;
   if (*structFile != '\0' && !DumpStruct(structFile, record, size)) failed(structFile);
-  // In the same words as the first: meant.
+  // The same words for both files; only the name tells them apart. Log readers know the line so.
   if (*payloadFile != '\0' && !DumpStructPayload(payloadFile, record, size)) failed(payloadFile);
   return true;
 }
@@ -33,7 +33,7 @@ bool BrelEngine::DumpResponseBuffer(const task* record, std::uint32_t size) {
   return true;
 }
 
-/// The record's size on a line of its own, then the record. What tells the size is the record.
+/// The record's size on a line of its own, then the record. The size is the one that the record itself states.
 bool BrelEngine::DumpStruct(const char* fileName, const task* record, std::uint32_t /*size*/) {
   std::FILE* file = std::fopen(fileName, "w");
   if (file == nullptr) {
@@ -66,7 +66,8 @@ bool BrelEngine::DumpStructPayload(const char* fileName, const task* record, std
   bool result = true;
   const std::uint32_t type = GetTuiType(record->TUI);
   if (type == kTypeVal) {
-    // Values that a short payload does not hold show as 0.
+    // Always three. Only the payload is read, since a caller's record, and any answer, may end with it; what a short
+    // one does not hold shows as 0.
     std::int32_t values[3] = {};
     std::memcpy(values, PayloadOf(record), std::min(record->payloadSize, kValPayloadSize));
     std::fprintf(file, "VAL\n%d\n%d\n%d\n", values[0], values[1], values[2]);

@@ -2,6 +2,7 @@
 #include <thread>
 
 #include "dumps/dump_test.h"
+#include "engine/IncomingData.h"
 
 namespace kel::test {
 namespace {
@@ -72,6 +73,23 @@ TEST_F(DumpContent, OfARequestWithFewerThanThreeValuesBeginsWithThem) {
   const std::uint32_t values[] = {1, 2};
   EXPECT_EQ(Invoke(handle, kDebugVal, values, sizeof values).status, kStatusOk);
   EXPECT_EQ(RawFile(kRequestPayloadDump), ValDump(1, 2, 0));
+}
+
+TEST_F(DumpContent, OfACallersRecordThatEndsWithAShortPayloadShowsMissingBytesAsZero) {
+  const std::uint32_t handle = startDumpingAll();
+  std::vector<std::uint8_t> record = Record(kDebugValTui, 0, 0, Bytes({1, 0x01020304, 3}).substr(0, 6));
+  record.shrink_to_fit();
+  task* response = nullptr;
+  std::uint32_t size = 0;
+  EXPECT_EQ(BrelIssueCommand(handle, 1, reinterpret_cast<task*>(record.data()), &response, &size, nullptr), kStatusOk);
+  EXPECT_EQ(RawFile(kRequestPayloadDump), ValDump(1, 0x0304, 0));
+}
+
+TEST_F(DumpContent, OfAShortBroadcastShowsMissingBytesAsZero) {
+  const std::uint32_t handle = startDumpingAll();
+  const std::vector<std::uint8_t> record = Record(0x35240, 0, 0, Bytes({7, 8, 9}).substr(0, 8));
+  EXPECT_EQ(ProcessBroadcastData(handle, record.data(), static_cast<std::uint32_t>(record.size())), 1u);
+  EXPECT_EQ(RawFile(kResponsePayloadDump), ValDump(7, 8, 0));
 }
 
 TEST_F(DumpContent, OfAShortResponseShowsMissingBytesAsZero) {

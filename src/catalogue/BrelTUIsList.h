@@ -36,7 +36,7 @@ constexpr std::uint32_t ComposeTUI(std::uint8_t index, std::uint8_t zone, std::u
 class BrelTUIsList {
  public:
   BrelTUIsList();
-  /// The file name is not released: meant, like the engine's own copy of it.
+  /// The file name is not released, nor is the engine's own copy of it: both are leaks that are kept.
   ~BrelTUIsList() = default;
   BrelTUIsList(const BrelTUIsList&) = delete;
   BrelTUIsList& operator=(const BrelTUIsList&) = delete;

@@ -186,8 +186,8 @@ class BrelEngine {
 
   // Settings.cpp.
   bool LoadBrelIniSettings();
-  std::uint32_t readNumber(const char* key, std::atomic<std::uint32_t>* setting);
-  void readText(const char* key, const char* defaultText, const char* unchanged, char** setting);
+  std::uint32_t readNumber(const char* line, std::atomic<std::uint32_t>* setting);
+  void readText(const char* line, const char* defaultText, const char* unchanged, char** setting);
 
   // SyncTasks.cpp.
   static task* BuildRequest(std::uint32_t TUI, std::uint8_t responseExpected, std::uint32_t initialSeqTUI,

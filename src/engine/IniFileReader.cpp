@@ -26,7 +26,7 @@ std::uint32_t IniFileReader::ReadIntValue(const char* section, const char* key, 
   char tmp[kIniValueSize];
   platform::iniValue(section, key, strDefValue, tmp, sizeof tmp, mIniFileName);
   if (tmp[0] == '0' && (tmp[1] == 'x' || tmp[1] == 'X')) {
-    // The scan knows only the small x, so that a value behind "0X" stays 0: meant.
+    // The scan knows only the small x. A value behind "0X" stays 0, and existing files get that from it.
     unsigned retVal = 0;
     if (std::sscanf(tmp, "0x%x", &retVal) != 1) return 0;
     return retVal;

@@ -1,6 +1,7 @@
 #include "sequencer/BrelTasksSequencer.h"
 
-#include <string>
+#include <memory>
+#include <utility>
 
 #include "platform/memory.h"
 
@@ -29,31 +30,35 @@ BrelTasksSequencer::BrelTasksSequencer() {
 bool BrelTasksSequencer::init() {
   mMutex.handle = platform::createMutex(false);
   if (!acquire(kTableWait, Abandoned::refuse)) return false;
+  Acquired acquired(*this);
   for (std::uint32_t number = 0; number < kSequenceNumbers; ++number) mFreeSeqNums.push_back(number);
-  return release();
+  return acquired.release();
 }
 
 BrelTasksSequencer::~BrelTasksSequencer() {
   if (!acquire(kTableWait, Abandoned::refuse)) return;
+  Acquired acquired(*this);
   // The mutex is taken again inside.
   for (std::uint32_t number = 0; number < kSequenceNumbers; ++number) FreeSequence(number);
   mSequences.clear();
-  release();
+  acquired.release();
   if (mMutex.handle != nullptr) platform::closeHandle(mMutex.handle);
 }
 
 bool BrelTasksSequencer::acquire(std::uint32_t milliseconds, Abandoned abandoned) NO_THREAD_SAFETY_ANALYSIS {
   switch (platform::waitForOne(mMutex.handle, milliseconds)) {
     case platform::kWaitObject: return true;
-    case platform::kWaitAbandoned:
-      if (abandoned == Abandoned::accept) return true;
-      platform::releaseMutex(mMutex.handle);
-      return false;
+    // Who refuses an abandoned mutex has become its owner all the same, and gives nothing back: that is for an operation
+    // that was let in. The mutex is free again when this thread has ended, and is then found abandoned once more.
+    case platform::kWaitAbandoned: return abandoned == Abandoned::accept;
     default: return false;
   }
 }
 
-bool BrelTasksSequencer::release() NO_THREAD_SAFETY_ANALYSIS { return platform::releaseMutex(mMutex.handle); }
+bool BrelTasksSequencer::Acquired::release() NO_THREAD_SAFETY_ANALYSIS {
+  mHeld = false;
+  return platform::releaseMutex(mSequencer.mMutex.handle);
+}
 
 sequence_element* BrelTasksSequencer::find(std::uint32_t seqNum) {
   mSequencesIter = mSequences.find(seqNum);
@@ -71,15 +76,13 @@ SeqStatus BrelTasksSequencer::AssignSequence(ApiType apiType, std::uint32_t comm
                                              platform::Handle* aSyncDataEvent, platform::Handle* stopEvent,
                                              OpaqueCallback callbackFunc, OpaqueCallback streamCallbackFunc,
                                              std::uint32_t* streamSeqNum, std::uint32_t* streamEndSeqNum, bool isAsync,
-                                             bool isStream) {
+                                             bool isStream) try {
   if (!acquire(kTableWait, Abandoned::accept)) return SEQ_ASSIGN_FAILED;
+  Acquired acquired(*this);
 
   // Made ahead of the test for a number, and left behind if there is none: meant, as is what a failure below loses.
   auto* element = new sequence_element{};
-  if (mFreeSeqNums.empty()) {
-    release();
-    return SEQ_ASSIGN_NO_FREE_NUMBER;
-  }
+  if (mFreeSeqNums.empty()) return SEQ_ASSIGN_NO_FREE_NUMBER;
   const std::uint32_t number = mFreeSeqNums.front();
   mFreeSeqNums.pop_front();
   *seqNum = number;
@@ -88,10 +91,7 @@ SeqStatus BrelTasksSequencer::AssignSequence(ApiType apiType, std::uint32_t comm
 
   for (platform::Handle* event : {&element->syncDataEvent, &element->aSyncDataEvent, &element->stopEvent}) {
     *event = platform::createEvent(false, false);
-    if (*event == nullptr) {
-      release();
-      return SEQ_ASSIGN_FAILED;
-    }
+    if (*event == nullptr) return SEQ_ASSIGN_FAILED;
   }
   *syncDataEvent = element->syncDataEvent;
   *aSyncDataEvent = element->aSyncDataEvent;
@@ -105,24 +105,22 @@ SeqStatus BrelTasksSequencer::AssignSequence(ApiType apiType, std::uint32_t comm
   element->isStream = isStream;
 
   element->asyncBuffersQueue = new SafeQueue;
-  if (element->asyncBuffersQueue->init() != QUEUE_INIT_OK) {
-    release();
-    return SEQ_ASSIGN_FAILED;
-  }
+  if (element->asyncBuffersQueue->init() != QUEUE_INIT_OK) return SEQ_ASSIGN_FAILED;
+  element->serial = ++mLastSerial;
   mSequences[number] = element;
-  if (!release()) return SEQ_ASSIGN_FAILED;
+  if (!acquired.release()) return SEQ_ASSIGN_FAILED;
   report(kInfo, "AssignSequence", "assigned sequence number ", number, " \n");
   return SEQ_ASSIGN_OK;
+} catch (const std::bad_alloc&) {
+  return SEQ_ASSIGN_FAILED;
 }
 
 SeqStatus BrelTasksSequencer::FreeSequence(std::uint32_t seqNum) {
   SeqStatus result = SEQ_FREE_OK;
   if (!acquire(kTableWait, Abandoned::accept)) return SEQ_FREE_FAILED;
+  Acquired acquired(*this);
   sequence_element* element = find(seqNum);
-  if (element == nullptr) {
-    release();
-    return SEQ_FREE_FAILED;
-  }
+  if (element == nullptr) return SEQ_FREE_FAILED;
   for (platform::Handle* event : {&element->syncDataEvent, &element->aSyncDataEvent, &element->stopEvent}) {
     if (!CloseEvent(event)) result = SEQ_FREE_FAILED;
   }
@@ -145,7 +143,7 @@ SeqStatus BrelTasksSequencer::FreeSequence(std::uint32_t seqNum) {
   mSequences.erase(mSequencesIter);
   delete element;
   mFreeSeqNums.push_back(seqNum);
-  if (!release()) return SEQ_FREE_FAILED;
+  if (!acquired.release()) return SEQ_FREE_FAILED;
   report(kInfo, "FreeSequence", "freed sequence number ", seqNum, " \n");
   return result;
 }
@@ -155,18 +153,20 @@ SeqStatus BrelTasksSequencer::FreeSequence(std::uint32_t seqNum) {
 // ---------------------------------------------------------------------------------------------------------------------
 
 template <class Change>
-bool BrelTasksSequencer::update(std::uint32_t seqNum, Change change) {
+bool BrelTasksSequencer::update(std::uint32_t seqNum, Change change) try {
   if (!acquire(kTableWait, Abandoned::accept)) return false;
+  Acquired acquired(*this);
   sequence_element* element = find(seqNum);
   if (element == nullptr) {
     // The same words for all four operations.
     debugPrint("InsertDataBySeqNum - could not find sequence number %d \n", static_cast<int>(seqNum));
-    release();
     return false;
   }
   const bool changed = change(*element);
   if (changed) refile();
-  return release() && changed;
+  return acquired.release() && changed;
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
 SeqStatus BrelTasksSequencer::InsertDataBySeqNum(std::uint32_t seqNum, const std::uint8_t* buffer, std::uint32_t size,
@@ -175,8 +175,8 @@ SeqStatus BrelTasksSequencer::InsertDataBySeqNum(std::uint32_t seqNum, const std
                                                  bool* isStream) {
   const bool inserted = update(seqNum, [&](sequence_element& element) {
     const bool hasData = buffer != nullptr && size != 0;
-    element.bufferSize = hasData ? size : 0;
     element.buffer = hasData ? CopyBlock(buffer, size) : nullptr;
+    element.bufferSize = hasData ? size : 0;
     *syncDataEvent = element.syncDataEvent;
     *aSyncDataEvent = element.aSyncDataEvent;
     *asyncListenerInstance = element.asyncListenerInstance;
@@ -195,17 +195,19 @@ SeqStatus BrelTasksSequencer::InsertAsyncDataBySeqNum(std::uint32_t seqNum, cons
                                                       AsyncListener** asyncListenerInstance, bool* isAsync,
                                                       bool* isStream) {
   const bool inserted = update(seqNum, [&](sequence_element& element) NO_THREAD_SAFETY_ANALYSIS {
-    std::uint8_t* copy = nullptr;
+    std::unique_ptr<std::uint8_t, decltype(&std::free)> copy(nullptr, std::free);
     std::uint32_t copySize = 0;
     if (buffer != nullptr && size != 0) {
-      copy = CopyBlock(buffer, size);
+      copy.reset(CopyBlock(buffer, size));
       copySize = size;
       ++mAsyncBufferCounter;
       mLogger.log(kInfo, "InsertAsyncDataBySeqNum", kLogFlags)
           << "allocated memory for asyncBuffer number " << mAsyncBufferCounter << ". asyncBufferSize = " << size
           << " \n";
     }
-    const QueueResult queue_res = element.asyncBuffersQueue->insert(copy, copySize);
+    // A queue that cannot grow keeps its own lock, and whoever comes to it next, on another thread, waits for ever.
+    const QueueResult queue_res = element.asyncBuffersQueue->insert(copy.get(), copySize);
+    copy.release();  // also where it was not queued: then it stays allocated
     if (queue_res != QUEUE_INSERT_OK) {
       mLogger.log(kError, "InsertAsyncDataBySeqNum", kLogFlags)
           << "problem inserting to asyncBuffersQueue - " << static_cast<std::uint32_t>(queue_res) << " \n";
@@ -251,13 +253,16 @@ SeqStatus BrelTasksSequencer::InsertAckBySeqNum(std::uint32_t seqNum) {
 // Looking up
 // ---------------------------------------------------------------------------------------------------------------------
 
-SeqStatus BrelTasksSequencer::RetrieveBySeqNum(std::uint32_t seqNum, sequence_snapshot* snapshot) {
+SeqStatus BrelTasksSequencer::RetrieveBySeqNum(std::uint32_t seqNum, sequence_snapshot* snapshot) try {
   *snapshot = {};
   if (!acquire(kTableWait, Abandoned::accept)) return SEQ_RETRIEVE_FAILED;
+  Acquired acquired(*this);
   const sequence_element* element = find(seqNum);
-  if (element == nullptr) {
-    release();
-    return SEQ_RETRIEVE_NOT_FOUND;
+  if (element == nullptr) return SEQ_RETRIEVE_NOT_FOUND;
+  // Ahead of all else: what may fail for want of memory leaves the snapshot empty.
+  if (element->buffer != nullptr && element->bufferSize != 0) {
+    snapshot->buffer = CopyBlock(element->buffer, element->bufferSize);
+    snapshot->bufferSize = element->bufferSize;
   }
   snapshot->apiType = element->apiType;
   snapshot->commandID = element->commandID;
@@ -265,10 +270,6 @@ SeqStatus BrelTasksSequencer::RetrieveBySeqNum(std::uint32_t seqNum, sequence_sn
   snapshot->syncDataEvent = element->syncDataEvent;
   snapshot->aSyncDataEvent = element->aSyncDataEvent;
   snapshot->stopEvent = element->stopEvent;
-  if (element->buffer != nullptr && element->bufferSize != 0) {
-    snapshot->buffer = CopyBlock(element->buffer, element->bufferSize);
-    snapshot->bufferSize = element->bufferSize;
-  }
   snapshot->asyncBuffersQueue = element->asyncBuffersQueue;
   snapshot->callbackFunc = element->callbackFunc;
   snapshot->streamCallbackFunc = element->streamCallbackFunc;
@@ -279,15 +280,23 @@ SeqStatus BrelTasksSequencer::RetrieveBySeqNum(std::uint32_t seqNum, sequence_sn
   snapshot->isAsync = element->isAsync;
   snapshot->isStream = element->isStream;
   snapshot->ackArrived = element->ackArrived;
-  if (!release()) return SEQ_RETRIEVE_FAILED;
+  snapshot->serial = element->serial;
+  if (!acquired.release()) return SEQ_RETRIEVE_FAILED;
   report(kInfo, "RetrieveBySeqNum", "retrieved data for sequence number ", seqNum, " \n");
   return SEQ_RETRIEVE_OK;
+} catch (const std::bad_alloc&) {
+  return SEQ_RETRIEVE_FAILED;
 }
 
 template <class HandOn>
 SeqStatus BrelTasksSequencer::retrieve(std::uint32_t seqNum, HandOn handOn) {
   sequence_snapshot snapshot;
   const SeqStatus status = RetrieveBySeqNum(seqNum, &snapshot);
+  if (status != SEQ_RETRIEVE_OK) {
+    // Who sees a failure takes no buffer, though there may be one.
+    std::free(std::exchange(snapshot.buffer, nullptr));
+    snapshot.bufferSize = 0;
+  }
   handOn(snapshot);
   std::free(snapshot.buffer);
   return status;
@@ -363,20 +372,28 @@ SeqStatus BrelTasksSequencer::RetrieveDataBySeqNum(std::uint32_t seqNum, std::ui
 SeqStatus BrelTasksSequencer::RetrieveNextAsyncBufferBySeqNum(std::uint32_t seqNum, std::uint32_t* TUI,
                                                               std::uint8_t** buffer, std::uint32_t* bufferSize,
                                                               bool* isStream) {
-  SafeQueue* queue = nullptr;
+  std::uint64_t serial = 0;
   retrieve(seqNum, [&](const sequence_snapshot& s) {
     *TUI = s.TUI;
     *isStream = s.isStream;
-    queue = s.asyncBuffersQueue;
+    serial = s.serial;
   });
   *buffer = nullptr;
   *bufferSize = 0;
-  // A sequence that is gone has no queue; whoever asks all the same is told of a failure.
-  if (queue == nullptr || !acquire(kNextBufferWait, Abandoned::refuse)) return SEQ_RETRIEVE_FAILED;
+  if (serial == 0 || !acquire(kNextBufferWait, Abandoned::refuse)) return SEQ_RETRIEVE_FAILED;
+  Acquired acquired(*this);
+  // A task that was refused may have closed this sequence between the two, and another may have its number by now. That
+  // is a failure, as for a sequence that was gone before, and not an empty queue: behind that the sequence's thread would
+  // go on to wait on events that are closed with the sequence, and may be another's.
+  const sequence_element* element = find(seqNum);
+  if (element == nullptr || element->serial != serial) return SEQ_RETRIEVE_FAILED;
   std::uint8_t* tmpAsyncBuffer = nullptr;
   std::uint32_t tmpAsyncBufferSize = 0;
-  const QueueResult queue_res = queue->extract(&tmpAsyncBuffer, &tmpAsyncBufferSize);
-  if (!release()) return SEQ_RETRIEVE_FAILED;
+  const QueueResult queue_res = element->asyncBuffersQueue->extract(&tmpAsyncBuffer, &tmpAsyncBufferSize);
+  if (!acquired.release()) {
+    std::free(tmpAsyncBuffer);
+    return SEQ_RETRIEVE_FAILED;
+  }
   if (tmpAsyncBuffer != nullptr && tmpAsyncBufferSize != 0) {
     *buffer = tmpAsyncBuffer;
     *bufferSize = tmpAsyncBufferSize;

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <map>
 
 #include "listeners/SafeQueue.h"
@@ -61,6 +60,7 @@ struct sequence_element {
   std::uint8_t* buffer;       ///< copy of the answer for the waiting thread, or null; owned
   std::uint32_t bufferSize;   ///< in bytes
   SafeQueue* asyncBuffersQueue;  ///< answers for the listener thread; owned, with the buffers in it
+  std::uint64_t serial;          ///< the sequencer's count of sequences: tells this one from all others, also at its address
 };
 
 /// What a lookup gives out of a sequence: a copy, whose `buffer` is a block of the receiver's own.
@@ -83,6 +83,25 @@ struct sequence_snapshot {
   bool isAsync = false;
   bool isStream = false;
   bool ackArrived = false;
+  std::uint64_t serial = 0;  ///< 0: no sequence
+};
+
+/// The numbers that are free, first in first out. There is room for each number once, so that giving one back needs no
+/// memory and cannot fail.
+class FreeNumbers {
+ public:
+  bool empty() const { return mCount == 0; }
+  std::uint32_t front() const { return mNumbers[mFirst]; }
+  void pop_front() {
+    mFirst = (mFirst + 1) % kSequenceNumbers;
+    --mCount;
+  }
+  void push_back(std::uint32_t number) { mNumbers[(mFirst + mCount++) % kSequenceNumbers] = number; }
+
+ private:
+  std::uint32_t mNumbers[kSequenceNumbers];
+  std::uint32_t mFirst = 0;
+  std::uint32_t mCount = 0;
 };
 
 /// Hands out the 64 sequence numbers of one engine, and finds the state behind a number for every thread.
@@ -92,8 +111,8 @@ struct sequence_snapshot {
 /// a sequence ends; the sequencer never does, knows nothing of the data and calls no client.
 ///
 /// Threads: any. mMutex is held for one table operation at a time, never during a wait for the device and never around
-/// client code; the queue's lock is taken inside it. All data crosses the table by copy. A failure is a status: an
-/// operation that does not get the mutex within a minute changes nothing.
+/// client code; the queue's lock is taken inside it. All data crosses the table by copy. A failure is a status, an
+/// exhausted heap too: an operation that does not get the mutex within a minute, or no memory for a copy, changes nothing.
 class BrelTasksSequencer {
  public:
   BrelTasksSequencer();
@@ -124,11 +143,12 @@ class BrelTasksSequencer {
                                             AsyncListener* asyncListenerInstance);
   SeqStatus InsertAckBySeqNum(std::uint32_t seqNum);
 
-  /// All of a sequence at once; `snapshot->buffer` is the caller's to free. With another status than SEQ_RETRIEVE_OK the
-  /// snapshot is an empty one.
+  /// All of a sequence at once. `snapshot->buffer` is the caller's to free, whatever the status: with
+  /// SEQ_RETRIEVE_FAILED the snapshot is empty, or a full one behind which the mutex could not be given back.
   SeqStatus RetrieveBySeqNum(std::uint32_t seqNum, sequence_snapshot* snapshot);
 
-  // Parts of a sequence. The status is that of RetrieveBySeqNum; with any but SEQ_RETRIEVE_OK the outputs are empty.
+  // Parts of a sequence. The status is that of RetrieveBySeqNum, and to be looked at first: with any but SEQ_RETRIEVE_OK
+  // the outputs mean nothing, and no buffer is given out.
   SeqStatus RetrieveSyncDataEventBySeqNum(std::uint32_t seqNum, platform::Handle* syncDataEvent);
   SeqStatus RetrieveASyncDataEventBySeqNum(std::uint32_t seqNum, platform::Handle* aSyncDataEvent);
   SeqStatus RetrieveAsyncThreadInfoBySeqNum(std::uint32_t seqNum, platform::Handle* stopEvent,
@@ -145,8 +165,8 @@ class BrelTasksSequencer {
   /// The copied buffer is the caller's.
   SeqStatus RetrieveDataBySeqNum(std::uint32_t seqNum, std::uint32_t* TUI, std::uint8_t** buffer,
                                  std::uint32_t* bufferSize, bool* isStream);
-  /// Takes the oldest answer off the queue; it is the caller's. SEQ_RETRIEVE_EMPTY if there is none. To be asked only of
-  /// a sequence that the caller keeps open.
+  /// Takes the oldest answer off the queue; it is the caller's. SEQ_RETRIEVE_EMPTY if there is none, SEQ_RETRIEVE_FAILED
+  /// if there is no such sequence, or it is closed meanwhile.
   SeqStatus RetrieveNextAsyncBufferBySeqNum(std::uint32_t seqNum, std::uint32_t* TUI, std::uint8_t** buffer,
                                             std::uint32_t* bufferSize, bool* isStream);
 
@@ -163,12 +183,29 @@ class BrelTasksSequencer {
 
   enum class Abandoned { accept, refuse };
 
+  /// Gives a mutex back that was acquired, with its scope if not before.
+  class SCOPED_CAPABILITY Acquired {
+   public:
+    explicit Acquired(BrelTasksSequencer& sequencer) REQUIRES(sequencer.mMutex) : mSequencer(sequencer) {}
+    ~Acquired() RELEASE() {
+      if (mHeld) release();
+    }
+    Acquired(const Acquired&) = delete;
+    Acquired& operator=(const Acquired&) = delete;
+    /// Whether it could be given back.
+    bool release() RELEASE();
+
+   private:
+    BrelTasksSequencer& mSequencer;
+    bool mHeld = true;
+  };
+
   bool init();
   bool acquire(std::uint32_t milliseconds, Abandoned abandoned) TRY_ACQUIRE(true, mMutex);
-  bool release() RELEASE(mMutex);
   /// Sets mSequencesIter; the element, or null.
   sequence_element* find(std::uint32_t seqNum) REQUIRES(mMutex);
-  /// How every change of an element ends: its entry is erased and made anew.
+  /// How every change of an element ends: its entry is taken out and filed anew. The entry's own memory goes with it, so
+  /// nothing can be lost between the two.
   void refile() REQUIRES(mMutex);
   /// The frame of the insert operations: `change` is called with the element under the mutex and says whether it did.
   template <class Change>
@@ -187,11 +224,12 @@ class BrelTasksSequencer {
   // Guarded by mMutex.
   Sequences mSequences GUARDED_BY(mMutex);
   Sequences::iterator mSequencesIter GUARDED_BY(mMutex);  ///< the last lookup's position
-  std::deque<std::uint32_t> mFreeSeqNums GUARDED_BY(mMutex);
+  FreeNumbers mFreeSeqNums GUARDED_BY(mMutex);
 
   TableMutex mMutex;
 
   std::uint32_t mAsyncBufferCounter GUARDED_BY(mMutex) = 0;  ///< answers queued so far, for the log only
+  std::uint64_t mLastSerial GUARDED_BY(mMutex) = 0;
 
   DebugPrint debugPrint{mLogToConsole};
 };

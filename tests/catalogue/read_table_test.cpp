@@ -269,7 +269,7 @@ TEST_F(TaskList, CopiesTheFilesName) {
 
 TEST_F(TaskList, KeepsItsFilesNameIfThereIsNoMemoryForAnother) {
   {
-    const FailingMalloc heap;
+    const FailingHeap heap;
     EXPECT_THROW(mList.SetTUIsFile(&mLogger, "other.csv"), std::bad_alloc);
   }
   ASSERT_TRUE(readTable(kThree + "\n"));

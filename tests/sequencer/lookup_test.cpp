@@ -1,5 +1,8 @@
 // What a lookup gives out.
+#include <thread>
+
 #include "sequencer/sequencer_test.h"
+#include "support/platform_calls.h"
 
 namespace kel::test {
 namespace {
@@ -161,6 +164,32 @@ TEST_F(Sequencer, HasNoQueuedAnswerForAnUnknownNumber) {
   EXPECT_EQ(taken.status, SEQ_RETRIEVE_FAILED);
   EXPECT_EQ(taken.buffer, nullptr);
   EXPECT_EQ(taken.size, 0u);
+}
+
+// A task that is refused may close a sequence of which another thread is about to take an answer.
+TEST_F(QuietSequencer, HasNoQueuedAnswerForANumberThatIsFreedMeanwhile) {
+  const Opened opened = assign();
+  insertAsyncData(opened.seqNum, "queued");
+  const AfterReleaseMutex betweenTheTwoSteps(
+      [&] { std::thread([&] { EXPECT_EQ(sequencer->FreeSequence(opened.seqNum), SEQ_FREE_OK); }).join(); });
+  const Taken taken = retrieveNext(opened.seqNum);
+  EXPECT_EQ(taken.status, SEQ_RETRIEVE_FAILED);
+  EXPECT_EQ(taken.buffer, nullptr);
+  EXPECT_EQ(taken.size, 0u);
+}
+
+TEST_F(QuietSequencer, HasNoQueuedAnswerOfAnotherSequenceThatHasTheNumberByNow) {
+  assignAll();
+  insertAsyncData(7, "queued");
+  const AfterReleaseMutex betweenTheTwoSteps([&] {
+    std::thread([&] {
+      EXPECT_EQ(sequencer->FreeSequence(7), SEQ_FREE_OK);
+      EXPECT_EQ(assign().seqNum, 7u);
+      EXPECT_EQ(insertAsyncData(7, "another's").status, SEQ_INSERT_OK);
+    }).join();
+  });
+  EXPECT_EQ(retrieveNext(7).status, SEQ_RETRIEVE_FAILED);
+  EXPECT_EQ(retrieveNext(7).text(), "another's");
 }
 
 }  // namespace

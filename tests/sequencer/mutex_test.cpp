@@ -4,6 +4,7 @@
 
 #include "sequencer/sequencer_test.h"
 #include "support/log_file.h"
+#include "support/platform_calls.h"
 #include "support/private_member.h"
 
 namespace kel::test {
@@ -65,6 +66,26 @@ TEST_F(SequencerMutex, KeepsTheDestructorFromFreeingAnythingIfItsOwnerEndedWithI
   }
 }
 
+// To be refused is not to be spared: the wait has made its thread the owner, which has nothing to give back for.
+TEST_F(SequencerMutex, StaysWithAThreadThatRefusesItAsAbandoned) {
+  const Opened opened = assign();
+  insertAsyncData(opened.seqNum, "queued");
+  std::thread([&] {
+    const AfterReleaseMutex betweenTheTwoSteps([this] { abandon(); });
+    EXPECT_EQ(retrieveNext(opened.seqNum).status, SEQ_RETRIEVE_FAILED);
+    std::thread([this] { EXPECT_EQ(platform::waitForOne(mutex(), 0), platform::kWaitTimeout); }).join();
+    EXPECT_TRUE(platform::releaseMutex(mutex()));
+    EXPECT_FALSE(platform::releaseMutex(mutex()));  // once
+  }).join();
+  EXPECT_EQ(retrieveNext(opened.seqNum).text(), "queued");
+
+  abandon();
+  const platform::Handle handle = mutex();
+  sequencer.reset();
+  std::thread([&] { EXPECT_EQ(platform::waitForOne(handle, 0), platform::kWaitTimeout); }).join();
+  EXPECT_TRUE(platform::releaseMutex(handle));
+}
+
 TEST_F(SequencerMutex, FailsEachOperationInItsOwnWayIfItIsNotToBeHad) {
   const Opened opened = assign();
   insertAsyncData(opened.seqNum, "queued");
@@ -103,7 +124,15 @@ TEST_F(SequencerMutex, FailsAnOperationWhoseWorkIsDoneIfItCannotBeGivenBack) {
     EXPECT_EQ(insertData(0, "filed").status, SEQ_INSERT_FAILED);
     EXPECT_EQ(insertAsyncData(0, "queued").status, SEQ_INSERT_FAILED);
     EXPECT_EQ(sequencer->InsertAckBySeqNum(0), SEQ_INSERT_FAILED);
-    EXPECT_EQ(retrieveData(0).status, SEQ_RETRIEVE_FAILED);
+    const Taken taken = retrieveData(0);
+    EXPECT_EQ(taken.status, SEQ_RETRIEVE_FAILED);
+    EXPECT_EQ(taken.buffer, nullptr);
+    EXPECT_EQ(taken.size, 0u);
+    // Of a lookup of everything it is the caller's.
+    sequence_snapshot snapshot;
+    EXPECT_EQ(sequencer->RetrieveBySeqNum(0, &snapshot), SEQ_RETRIEVE_FAILED);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(snapshot.buffer), snapshot.bufferSize), "filed");
+    std::free(snapshot.buffer);
   });
   EXPECT_TRUE(retrieve(0).ackArrived);
   EXPECT_EQ(retrieveData(0).text(), "filed");

@@ -44,7 +44,7 @@ class Reader : public testing::Test {
 TEST_F(Reader, KeepsItsFileIfThereIsNoMemoryForAnother) {
   read("Key=20\n");
   {
-    const FailingMalloc heap;
+    const FailingHeap heap;
     EXPECT_THROW(mReader.SetIniFileName("other.ini"), std::bad_alloc);
   }
   EXPECT_EQ(mReader.ReadIntValue("Section", "Key", 0), 20U);

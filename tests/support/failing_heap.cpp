@@ -1,48 +1,62 @@
-// The linker's --wrap sends each call of operator new to "__wrap_" and its name, from where "__real_" and its name is
-// the runtime's. So a sanitizer's operator, which would not stand a replacement beside it, goes on seeing every block.
-// The name is the build's to know: it holds the type of a size.
+// The linker's --wrap sends each call of a function to "__wrap_" and its name, from where "__real_" and its name is the
+// runtime's. So a sanitizer's own, which would not stand a replacement beside it, goes on seeing every block. The names of
+// operator new are the build's to know: they hold the type of a size.
 #include "support/failing_heap.h"
 
 #include <atomic>
 #include <new>
+#include <thread>
 
 #define KEL_NOTHROW "RKSt9nothrow_t"  // the second argument
 
 namespace {
 
-/// What is asked of this thread's heap.
+/// What is asked of the heap. Not data of a thread's own, which may come from malloc() itself; only the thread that it
+/// is for looks at the rest.
 struct Shortage {
-  bool always = false;
-  bool once = false;
-  int objectsLeft = 0;  ///< before it fails once
+  bool always;
+  int objectsLeft;  ///< before it fails once
   bool failed = false;
+  bool insideNew = false;  ///< which takes its memory from malloc()
 };
 
-thread_local constinit Shortage tShortage;
-// Of all threads, since what is a thread's own may come from malloc() itself.
-std::atomic<bool> gMallocFails{false};
+std::atomic<std::thread::id> gThread;  // that has a failing heap
+Shortage gShortage;
+
+bool IsShort() { return gThread.load(std::memory_order_relaxed) == std::this_thread::get_id(); }
 
 bool FailsNow() {
-  Shortage& shortage = tShortage;
-  const bool fails = shortage.always || (shortage.once && shortage.objectsLeft-- == 0);
-  if (!fails) return false;
-  shortage.once = false;
-  shortage.failed = true;
-  return true;
+  if (!IsShort()) return false;
+  const bool fails = gShortage.always || gShortage.objectsLeft-- == 0;
+  gShortage.failed |= fails;
+  return fails;
+}
+
+/// An allocation that counts once, however it comes by its memory.
+template <class Allocate>
+void* Once(Allocate allocate) {
+  if (!IsShort()) return allocate();
+  gShortage.insideNew = true;
+  void* const block = allocate();
+  gShortage.insideNew = false;
+  return block;
 }
 
 }  // namespace
 
 namespace kel::test {
 
-FailingHeap::FailingHeap() { tShortage = {.always = true}; }
-FailingHeap::FailingHeap(int objects) { tShortage = {.once = true, .objectsLeft = objects}; }
-FailingHeap::~FailingHeap() { tShortage = {}; }
+FailingHeap::FailingHeap() {
+  gShortage = {.always = true, .objectsLeft = 0};
+  gThread = std::this_thread::get_id();
+}
+FailingHeap::FailingHeap(int objects) {
+  gShortage = {.always = false, .objectsLeft = objects};
+  gThread = std::this_thread::get_id();
+}
+FailingHeap::~FailingHeap() { gThread = std::thread::id(); }
 
-bool FailingHeap::failed() const { return tShortage.failed; }
-
-FailingMalloc::FailingMalloc() { gMallocFails = true; }
-FailingMalloc::~FailingMalloc() { gMallocFails = false; }
+bool FailingHeap::failed() const { return gShortage.failed; }
 
 }  // namespace kel::test
 
@@ -50,8 +64,6 @@ extern "C" {
 
 void* __real_malloc(std::size_t size);
 void* __wrap_malloc(std::size_t size);
-
-void* __wrap_malloc(std::size_t size) { return gMallocFails.exchange(false) ? nullptr : __real_malloc(size); }
 
 void* RuntimesNew(std::size_t size) asm("__real_" KEL_OPERATOR_NEW);
 void* ProgramsNew(std::size_t size) asm("__wrap_" KEL_OPERATOR_NEW);
@@ -62,22 +74,27 @@ void* ProgramsNewOrNull(std::size_t size, const std::nothrow_t&) asm("__wrap_" K
 void* RuntimesArrayOrNull(std::size_t size, const std::nothrow_t&) asm("__real_" KEL_OPERATOR_NEW_ARRAY KEL_NOTHROW);
 void* ProgramsArrayOrNull(std::size_t size, const std::nothrow_t&) asm("__wrap_" KEL_OPERATOR_NEW_ARRAY KEL_NOTHROW);
 
+void* __wrap_malloc(std::size_t size) {
+  if (IsShort() && !gShortage.insideNew && FailsNow()) return nullptr;
+  return __real_malloc(size);
+}
+
 void* ProgramsNew(std::size_t size) {
   if (FailsNow()) throw std::bad_alloc();
-  return RuntimesNew(size);
+  return Once([&] { return RuntimesNew(size); });
 }
 
 void* ProgramsArray(std::size_t size) {
   if (FailsNow()) throw std::bad_alloc();
-  return RuntimesArray(size);
+  return Once([&] { return RuntimesArray(size); });
 }
 
 void* ProgramsNewOrNull(std::size_t size, const std::nothrow_t& tag) {
-  return FailsNow() ? nullptr : RuntimesNewOrNull(size, tag);
+  return FailsNow() ? nullptr : Once([&] { return RuntimesNewOrNull(size, tag); });
 }
 
 void* ProgramsArrayOrNull(std::size_t size, const std::nothrow_t& tag) {
-  return FailsNow() ? nullptr : RuntimesArrayOrNull(size, tag);
+  return FailsNow() ? nullptr : Once([&] { return RuntimesArrayOrNull(size, tag); });
 }
 
 }  // extern "C"

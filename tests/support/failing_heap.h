@@ -4,8 +4,8 @@
 
 namespace kel::test {
 
-/// While one lives, operator new throws std::bad_alloc on the thread that made it, or gives null where it may not
-/// throw: always, or just once, after `objects` that can still be made.
+/// While one lives, the heap gives nothing to the thread that made it, by operator new or by malloc(): always, or just
+/// once, after `objects` that can still be made. One at a time in a process.
 class FailingHeap {
  public:
   FailingHeap();
@@ -16,15 +16,6 @@ class FailingHeap {
 
   /// Whether it has failed.
   bool failed() const;
-};
-
-/// Has the next malloc() of its life give nothing, whatever the thread.
-class FailingMalloc {
- public:
-  FailingMalloc();
-  ~FailingMalloc();
-  FailingMalloc(const FailingMalloc&) = delete;
-  FailingMalloc& operator=(const FailingMalloc&) = delete;
 };
 
 }  // namespace kel::test

@@ -1,6 +1,7 @@
 #include "support/platform_calls.h"
 
 #include <optional>
+#include <utility>
 
 #include "platform/platform.h"
 
@@ -12,6 +13,7 @@ using kel::test::PlatformCall;
 
 thread_local constinit std::optional<PlatformCall> tFailing;
 thread_local constinit const std::function<void()>* tAfterSetEvent = nullptr;
+thread_local constinit const std::function<void()>* tAfterReleaseMutex = nullptr;
 
 }  // namespace
 
@@ -23,11 +25,13 @@ Handle __real__ZN3kel8platform12createThreadEPFjPvES1_Pj(ThreadFunction function
 bool __real__ZN3kel8platform17setThreadPriorityEPvi(Handle thread, int priority);
 bool __real__ZN3kel8platform11closeHandleEPv(Handle handle);
 bool __real__ZN3kel8platform8setEventEPv(Handle event);
+bool __real__ZN3kel8platform12releaseMutexEPv(Handle mutex);
 
 Handle __wrap__ZN3kel8platform12createThreadEPFjPvES1_Pj(ThreadFunction function, void* argument, std::uint32_t* id);
 bool __wrap__ZN3kel8platform17setThreadPriorityEPvi(Handle thread, int priority);
 bool __wrap__ZN3kel8platform11closeHandleEPv(Handle handle);
 bool __wrap__ZN3kel8platform8setEventEPv(Handle event);
+bool __wrap__ZN3kel8platform12releaseMutexEPv(Handle mutex);
 
 Handle __wrap__ZN3kel8platform12createThreadEPFjPvES1_Pj(ThreadFunction function, void* argument, std::uint32_t* id) {
   if (tFailing == PlatformCall::kCreateThread) return nullptr;
@@ -49,6 +53,12 @@ bool __wrap__ZN3kel8platform8setEventEPv(Handle event) {
   return set;
 }
 
+bool __wrap__ZN3kel8platform12releaseMutexEPv(Handle mutex) {
+  const bool released = __real__ZN3kel8platform12releaseMutexEPv(mutex);
+  if (const auto* const action = std::exchange(tAfterReleaseMutex, nullptr)) (*action)();
+  return released;
+}
+
 }  // extern "C"
 
 namespace kel::test {
@@ -58,5 +68,10 @@ FailingCall::~FailingCall() { tFailing.reset(); }
 
 AfterSetEvent::AfterSetEvent(std::function<void()> action) : mAction(std::move(action)) { tAfterSetEvent = &mAction; }
 AfterSetEvent::~AfterSetEvent() { tAfterSetEvent = nullptr; }
+
+AfterReleaseMutex::AfterReleaseMutex(std::function<void()> action) : mAction(std::move(action)) {
+  tAfterReleaseMutex = &mAction;
+}
+AfterReleaseMutex::~AfterReleaseMutex() { tAfterReleaseMutex = nullptr; }
 
 }  // namespace kel::test

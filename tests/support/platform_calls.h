@@ -29,4 +29,16 @@ class AfterSetEvent {
   const std::function<void()> mAction;
 };
 
+/// `action` runs behind the first mutex that its thread gives back while one lives. One at a time.
+class AfterReleaseMutex {
+ public:
+  explicit AfterReleaseMutex(std::function<void()> action);
+  ~AfterReleaseMutex();
+  AfterReleaseMutex(const AfterReleaseMutex&) = delete;
+  AfterReleaseMutex& operator=(const AfterReleaseMutex&) = delete;
+
+ private:
+  const std::function<void()> mAction;
+};
+
 }  // namespace kel::test

@@ -15,7 +15,7 @@ constexpr const char* kShutdown = "ShutdownAsyncThread";
 /// Between two looks at how many threads are left.
 constexpr std::uint32_t kShutdownPoll = 100;
 
-/// What the listener gets for a sequence number while there is no sequence.
+/// Where a sequence number is asked for and there is no sequence.
 constexpr std::uint32_t kNoSequence = 256;
 
 }  // namespace
@@ -43,6 +43,10 @@ Status BrelEngine::IssueAsyncCommand(std::uint32_t commandID, task* record, std:
 
 Status BrelEngine::IssueAsyncCommandBase(ApiType apiType, std::uint32_t commandID, task* record, std::uint32_t* seqNum,
                                          OpaqueCallback callbackFunc, OpaqueCallback streamCallbackFunc) {
+  // A client that has no use for the number is taken for one whose variable holds no sequence's: the refusal below then
+  // closes none.
+  std::uint32_t unwanted = kNoSequence;
+  if (seqNum == nullptr) seqNum = &unwanted;
   const std::uint32_t TUI = record->TUI;
   const std::uint32_t recordSize = record->payloadSize + std::uint32_t{sizeof(task)};
   const bool isStream = streamCallbackFunc != nullptr;
@@ -111,6 +115,7 @@ void BrelEngine::reportAsyncThread(std::uint32_t level, const char* function, st
   mDebugPrint(consoleFormat, static_cast<int>(seqNum));
 }
 
+/// An exhausted heap is told as a thread that could not be started: it can only run out ahead of the start.
 bool BrelEngine::GenerateAsyncThread(std::uint32_t seqNum, platform::Handle aSyncDataEvent, platform::Handle stopEvent,
                                      bool isStream) {
   const auto tell = [&](std::uint32_t level, const char* text, const char* consoleFormat) {
@@ -121,16 +126,28 @@ bool BrelEngine::GenerateAsyncThread(std::uint32_t seqNum, platform::Handle aSyn
     return false;
   }
   tell(kInfo, "OK init async listener. \n", "GenerateAsyncThread - OK init async listener \n");
-  auto* arguments = new AsyncThreadArguments{seqNum, aSyncDataEvent, stopEvent, mGeneralStopEvent, &mAsyncListener,
-                                             isStream, GetBrelInst(mHandle)};
-  platform::Handle asyncThreadHandle = nullptr;
-  if (mAsyncListener.startListen(&asyncThreadHandle, arguments) != LISTENER_STARTED) {
+  const auto notStarted = [&] {
     tell(kError, "problem starting async listener. \n", "GenerateAsyncThread - problem starting async listener \n");
     return false;
+  };
+  std::shared_ptr<AsyncThreadFiling> filing;
+  AsyncThreadArguments* arguments = nullptr;
+  try {
+    filing = std::make_shared<AsyncThreadFiling>();
+    arguments = new AsyncThreadArguments{seqNum, aSyncDataEvent, stopEvent, mGeneralStopEvent, &mAsyncListener,
+                                         isStream, GetBrelInst(mHandle), filing};
+  } catch (const std::bad_alloc&) {
+    return notStarted();
   }
+  // To the end of this function, however that comes: a thread that was not filed by then is given up.
+  AsyncThreadFiling& ofThread = *filing;
+  const platform::InSection settling(ofThread.lock);
+  platform::Handle asyncThreadHandle = nullptr;
+  if (mAsyncListener.startListen(&asyncThreadHandle, arguments) != LISTENER_STARTED) return notStarted();
   tell(kInfo, "started async listener. \n", "GenerateAsyncThread - started async listener \n");
   IncreaseAsyncThreadsCount();
   if (mTasksSequencer.InsertAsyncListenerInfoBySeqNum(seqNum, asyncThreadHandle, &mAsyncListener) == SEQ_INSERT_OK) {
+    ofThread.filed = true;
     return true;
   }
   tell(kError, "could not insert AsyncListenerInfo. \n",

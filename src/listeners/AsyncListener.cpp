@@ -1,6 +1,7 @@
 #include "listeners/AsyncListener.h"
 
 #include <cstdlib>
+#include <new>
 
 #include "listeners/QueueListener.h"
 
@@ -44,7 +45,11 @@ std::uint32_t AsyncListener::shutdown() { return LISTENER_SHUTDOWN_OK; }
 std::uint32_t AsyncListener::startListen(platform::Handle* threadHandleOut, AsyncThreadArguments* threadArguments) {
   const std::uint32_t currentSeqNum = threadArguments->seqNum;
   std::uint32_t threadId = 0;
-  const platform::Handle thread = platform::createThread(listenerThreadFunc, threadArguments, &threadId);
+  platform::Handle thread = nullptr;
+  try {
+    thread = platform::createThread(listenerThreadFunc, threadArguments, &threadId);
+  } catch (const std::bad_alloc&) {  // no thread
+  }
   mListenerThread = thread;
   mListenerThreadId = threadId;
   const int shownSeqNum = static_cast<int>(currentSeqNum);
@@ -83,7 +88,9 @@ std::uint32_t AsyncListener::listen(const AsyncThreadArguments& arguments) {
   std::uint32_t asyncDataBuffersDeAllocCount = 0;
   for (;;) {
     std::uint32_t exitCode = kExitEnd;
-    switch (platform::waitForAny(3, mEvents, waitLimit)) {
+    const std::uint32_t ended = platform::waitForAny(3, mEvents, waitLimit);
+    if ((ended == 0 || ended == platform::kWaitTimeout) && !awaitFiling(arguments)) return kExitEnd;
+    switch (ended) {
       case 0:
         reportThread(kInfo, currentSeqNum, ") - data event received. queueRes = ", kNextBufferTaken, " \n");
         if (!drain(arguments, &asyncDataBuffersDeAllocCount, &exitCode)) return exitCode;
@@ -101,7 +108,7 @@ std::uint32_t AsyncListener::listen(const AsyncThreadArguments& arguments) {
         reportThread(kError, currentSeqNum, ") - WAIT_TIMEOUT on Multiple wait. Handle= ", mListenerThread.load(),
                      " \n");
         reportThread(kInfo, currentSeqNum, ") - processing with errorCode WAIT_TIMEOUT. \n");
-        mProcessDataFunc.load()(mEngineHandle, currentSeqNum, kErrorCodeTimeout, nullptr, 0);
+        deliver(currentSeqNum, kErrorCodeTimeout, nullptr, 0);
         reportThread(kInfo, currentSeqNum, ") - processing with errorCode WAIT_TIMEOUT finished. \n");
         freeSequenceData(currentSeqNum);
         reportThread(kInfo, currentSeqNum, ") - exiting with code 0 - End of listenerThreadFunc(). Handle= ",
@@ -112,6 +119,21 @@ std::uint32_t AsyncListener::listen(const AsyncThreadArguments& arguments) {
         return kExitWaitFailed;
     }
   }
+}
+
+bool AsyncListener::awaitFiling(const AsyncThreadArguments& arguments) {
+  if (arguments.filing == nullptr) return true;
+  AsyncThreadFiling& filing = *arguments.filing;
+  const platform::InSection settled(filing.lock);
+  return filing.filed;
+}
+
+bool AsyncListener::deliver(std::uint32_t seqNum, std::uint32_t errorCode, std::uint8_t* buffer, std::uint32_t size) try {
+  return mProcessDataFunc.load()(mEngineHandle, seqNum, errorCode, buffer, size) != 0;
+} catch (const std::bad_alloc&) {
+  // The answer is lost, and the thread goes on to the next one.
+  reportThread(kError, seqNum, ") - out of memory, an answer is dropped. \n");
+  return true;
 }
 
 bool AsyncListener::drain(const AsyncThreadArguments& arguments, std::uint32_t* deliveredCount,
@@ -150,7 +172,7 @@ bool AsyncListener::drain(const AsyncThreadArguments& arguments, std::uint32_t* 
       return true;
     }
     reportThread(kInfo, currentSeqNum, ") - data event received, processing data. \n");
-    const bool processed = mProcessDataFunc.load()(mEngineHandle, currentSeqNum, 0, buffer, bufferSize) != 0;
+    const bool processed = deliver(currentSeqNum, 0, buffer, bufferSize);
     std::free(buffer);
     if (!processed) {
       reportThread(kError, currentSeqNum,

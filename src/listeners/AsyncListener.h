@@ -13,6 +13,14 @@ namespace kel {
 
 class AsyncListener;
 
+/// Whether a thread was filed with its sequence, which its delivery relies on: the end of a sequence asks for its thread.
+/// Shared by the thread and by who starts it, since either may be done with it first.
+struct AsyncThreadFiling {
+  AsyncThreadFiling() { lock.init(); }
+  platform::CriticalSection lock;  ///< held by who starts the thread, until it is filed or given up
+  bool filed GUARDED_BY(lock) = false;
+};
+
 /// What one thread works by. Made for it by the engine, and its own once it runs.
 struct AsyncThreadArguments {
   std::uint32_t seqNum;
@@ -23,6 +31,8 @@ struct AsyncThreadArguments {
   bool isStream;
   /// Keeps the listener's engine alive: a thread has some lines to write after it is counted off.
   std::shared_ptr<void> engine;
+  /// Null: nobody files the thread.
+  std::shared_ptr<AsyncThreadFiling> filing = nullptr;
 };
 
 // The engine's functions that the threads call, each with the engine's handle first.
@@ -57,6 +67,9 @@ inline constexpr std::uint32_t kErrorCodeTimeout = 2;
 /// It also ends, with the sequence left open, when the next answer cannot be had (0) or the engine is gone (4). A thread
 /// that ends like this is never counted off, and a general stop then waits for it for good: meant.
 ///
+/// A thread delivers nothing before it is filed: with a short time-out it may be ready ahead of that, and then waits. One
+/// that was given up instead ends with 0 and delivers nothing at all; its sequence is closed by who gave it up.
+///
 /// Threads: init() and startListen() come from client threads, several at once, while older threads run. What they set
 /// is atomic; a line may so show the handle of the thread that was started last.
 class AsyncListener {
@@ -86,6 +99,10 @@ class AsyncListener {
  private:
   static std::uint32_t listenerThreadFunc(void* argument);
   std::uint32_t listen(const AsyncThreadArguments& arguments);
+  /// Waits until the thread is filed or given up. Whether it was filed.
+  static bool awaitFiling(const AsyncThreadArguments& arguments);
+  /// Hands on one answer, or the lack of one. False if the engine is gone.
+  bool deliver(std::uint32_t seqNum, std::uint32_t errorCode, std::uint8_t* buffer, std::uint32_t size);
   /// Hands on all that is queued. True to wait for more; false to end the thread with `*exitCode`.
   bool drain(const AsyncThreadArguments& arguments, std::uint32_t* deliveredCount, std::uint32_t* exitCode);
   void freeSequenceData(std::uint32_t seqNum);

@@ -52,7 +52,8 @@ class BrelEngine {
   // What a client calls, through the front functions in Brel.h: any thread, several at once
   // -------------------------------------------------------------------------------------------------------------------
 
-  // Lifecycle.cpp. The paths may be null. 2, or 1, 3, 5, 7, 11, 21 with everything taken down again.
+  // Lifecycle.cpp. The paths may be null. 2, or 1, 3, 5, 7, 11, 21 with everything taken down again that Finalize() takes
+  // down; or 1 with nothing taken down if an exception was met, an exhausted heap above all. An adapter row is then lost.
   Status init(const char* TUIsFilePath, bool activateVersionControl, const char* versionsVectorsPath);
   /// 2, or 1 with the engine half torn down.
   Status Finalize();
@@ -124,6 +125,9 @@ class BrelEngine {
   // What the engine's makers use: Brel.cpp and Instances.cpp
   // -------------------------------------------------------------------------------------------------------------------
 
+  /// Tells the listeners' threads to end, if there are any left, and does not wait. They keep the engine alive for as
+  /// long. For an engine that is given up.
+  void stopThreads();
   /// The console outlet: prints while mLogToConsole is not 0.
   const DebugPrint& debugPrint() const { return mDebugPrint; }
 
@@ -137,10 +141,9 @@ class BrelEngine {
   // -------------------------------------------------------------------------------------------------------------------
 
   // Lifecycle.cpp.
-  Status initSteps(const char* TUIsFilePath, bool activateVersionControl, const char* versionsVectorsPath,
-                   bool* locked) NO_THREAD_SAFETY_ANALYSIS;
-  Status finalizeSteps(bool* locked) NO_THREAD_SAFETY_ANALYSIS;
-  Status undo(Status status, const char* problem, bool* locked);
+  Status initSteps(const char* TUIsFilePath, bool activateVersionControl, const char* versionsVectorsPath)
+      EXCLUDES(mLifecycleLock);
+  Status finalizeSteps() EXCLUDES(mLifecycleLock);
   bool disconnectAdapter();
   void setInitialized(bool initialized) EXCLUDES(mInitLock);
 

@@ -98,6 +98,8 @@ void RemoveBrelInst(std::uint32_t handle) NO_THREAD_SAFETY_ANALYSIS {
   std::shared_ptr<BrelEngine> engine = std::move(gBrelInstances[handle].instance);
   gBrelInstances[handle].instance = nullptr;
   engine->debugPrint()(" - RemoveBrelInst - Deleting BrelEngine instance \n");
+  // Threads that it still has keep it alive. None are left after Finalize(), unless that failed on the way.
+  engine->stopThreads();
   engine.reset();
   gBrelInstances[handle].dorvHandle = kNoDorvHandle;
   --gBrelInstCount;

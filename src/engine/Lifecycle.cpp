@@ -1,4 +1,6 @@
 // Bringing an engine up and taking it down.
+#include <utility>
+
 #include "adapter/Dorv.h"
 #include "engine/BrelEngine.h"
 #include "engine/DorvBinding.h"
@@ -13,10 +15,22 @@ DorvBinding gDorv;
 namespace {
 
 /// Puts a copy of a path in the place of an owned text. Neither of the two that come here is ever released: meant.
-void ReplaceText(char** owned, const char* path) {
-  std::free(*owned);
-  *owned = CopyText(path);
-}
+void ReplaceText(char** owned, const char* path) { std::free(std::exchange(*owned, CopyText(path))); }
+
+/// Holds a lock to the end of its scope, or until it is left before that.
+class SCOPED_CAPABILITY HeldLock {
+ public:
+  explicit HeldLock(platform::CriticalSection& lock) ACQUIRE(lock) : mLock(&lock) { lock.enter(); }
+  ~HeldLock() RELEASE() { leave(); }
+  HeldLock(const HeldLock&) = delete;
+  HeldLock& operator=(const HeldLock&) = delete;
+  void leave() RELEASE() NO_THREAD_SAFETY_ANALYSIS {
+    if (platform::CriticalSection* const lock = std::exchange(mLock, nullptr)) lock->leave();
+  }
+
+ private:
+  platform::CriticalSection* mLock;
+};
 
 }  // namespace
 
@@ -43,49 +57,42 @@ BrelEngine::~BrelEngine() {
 // init
 // ---------------------------------------------------------------------------------------------------------------------
 
-Status BrelEngine::init(const char* TUIsFilePath, bool activateVersionControl,
-                        const char* versionsVectorsPath) NO_THREAD_SAFETY_ANALYSIS {
-  bool locked = false;
-  try {
-    return initSteps(TUIsFilePath, activateVersionControl, versionsVectorsPath, &locked);
-  } catch (const std::exception&) {
-    if (locked) mLifecycleLock.leave();
-    report(kError, "init", "failed - exception caught! \n");
-    return kStatusFailed;
-  }
+/// After an exception nothing is taken down, which is the one way in which a failure leaves threads behind: see
+/// stopThreads().
+Status BrelEngine::init(const char* TUIsFilePath, bool activateVersionControl, const char* versionsVectorsPath) try {
+  return initSteps(TUIsFilePath, activateVersionControl, versionsVectorsPath);
+} catch (const std::exception&) {
+  report(kError, "init", "failed - exception caught! \n");
+  return kStatusFailed;
 }
 
-Status BrelEngine::undo(Status status, const char* problem, bool* locked) NO_THREAD_SAFETY_ANALYSIS {
-  report(kError, "init", problem);
-  *locked = false;
-  mLifecycleLock.leave();
-  Finalize();
-  return status;
-}
-
-Status BrelEngine::initSteps(const char* TUIsFilePath, bool activateVersionControl, const char* versionsVectorsPath,
-                             bool* locked) {
+Status BrelEngine::initSteps(const char* TUIsFilePath, bool activateVersionControl, const char* versionsVectorsPath) {
   const auto done = [this](const char* text) { report(kInfo, "init", text); };
 
   done("Start \n");
-  mLifecycleLock.enter();
-  *locked = true;
+  HeldLock lifecycle(mLifecycleLock);
+  const auto undo = [&](Status status, const char* problem) NO_THREAD_SAFETY_ANALYSIS {
+    report(kError, "init", problem);
+    lifecycle.leave();
+    Finalize();
+    return status;
+  };
   mSendLock.init();
   mAsyncThreadsCountLock.init();
   mGeneralStopEvent = platform::createEvent(true, false);
-  if (mGeneralStopEvent == nullptr) return undo(kStatusFailed, "could not create mGeneralStopEvent \n", locked);
+  if (mGeneralStopEvent == nullptr) return undo(kStatusFailed, "could not create mGeneralStopEvent \n");
 
   mIniReader.SetDefaultIniFileName();
   done(LoadBrelIniSettings() ? "Brel.ini file found. Replacing defaults. \n"
                              : "No Brel.ini file was found. Using defaults. \n");
   if (TUIsFilePath != nullptr) ReplaceText(&mTUIsFilePath, TUIsFilePath);
   mTUIsList.SetTUIsFile(&mLogger, mTUIsFilePath);
-  if (!mTUIsList.ReadTUIs()) return undo(kStatusNoTaskTable, "could not read TUIs \n", locked);
+  if (!mTUIsList.ReadTUIs()) return undo(kStatusNoTaskTable, "could not read TUIs \n");
   done("loaded TUIs \n");
 
-  if (!ActivateAlerterThread()) return undo(kStatusFailed, "could not activate alerter thread \n", locked);
-  if (!ActivateBroadcastThread()) return undo(kStatusFailed, "could not activate broadcast thread \n", locked);
-  if (!ActivateAsyncThread()) return undo(kStatusFailed, "could not activate async thread \n", locked);
+  if (!ActivateAlerterThread()) return undo(kStatusFailed, "could not activate alerter thread \n");
+  if (!ActivateBroadcastThread()) return undo(kStatusFailed, "could not activate broadcast thread \n");
+  if (!ActivateAsyncThread()) return undo(kStatusFailed, "could not activate async thread \n");
 
   gDorv.Init = Dorv_Init;
   gDorv.Finalize = Dorv_Finalize;
@@ -96,7 +103,7 @@ Status BrelEngine::initSteps(const char* TUIsFilePath, bool activateVersionContr
 
   const std::uint32_t dorvHandle = gDorv.Init(BrelEngineCallback, BrelEngineAlertsCallback);
   if (dorvHandle == kNoDorvHandle) {
-    return undo(kStatusAdapterNotInitialised, "error initializing Dorv.dll \n", locked);
+    return undo(kStatusAdapterNotInitialised, "error initializing Dorv.dll \n");
   }
   SetDorvHandle(mHandle, dorvHandle);
   done("Dorv.dll initialized \n");
@@ -107,21 +114,20 @@ Status BrelEngine::initSteps(const char* TUIsFilePath, bool activateVersionContr
 
   // From here on data may come in; what the handlers take of it before the last step is told with mInitialized.
   if (gDorv.Connect(dorvHandle, mUpperDriverIpAddress, static_cast<std::uint16_t>(mUpperDriverPortNumber)) != DORV_OK) {
-    return undo(kStatusNotConnected, "error connecting Dorv.dll to Upper Driver \n", locked);
+    return undo(kStatusNotConnected, "error connecting Dorv.dll to Upper Driver \n");
   }
   done("Dorv.dll connected to Upper Driver \n");
 
   if (activateVersionControl) {
     if (versionsVectorsPath != nullptr) ReplaceText(&mVersionsVectorsPath, versionsVectorsPath);
     if (!InitVersioningSupport()) {
-      return undo(kStatusNoVersionControl, "Failed to initialize Versioning support \n", locked);
+      return undo(kStatusNoVersionControl, "Failed to initialize Versioning support \n");
     }
     done("Versioning support initialized \n");
   }
 
   setInitialized(true);
-  *locked = false;
-  mLifecycleLock.leave();
+  lifecycle.leave();
   done("End \n");
   return kStatusOk;
 }
@@ -135,21 +141,16 @@ void BrelEngine::setInitialized(bool initialized) {
 // Finalize
 // ---------------------------------------------------------------------------------------------------------------------
 
-Status BrelEngine::Finalize() NO_THREAD_SAFETY_ANALYSIS {
-  bool locked = false;
-  try {
-    return finalizeSteps(&locked);
-  } catch (const std::exception&) {
-    if (locked) mLifecycleLock.leave();
-    report(kError, "Finalize", "failed - exception caught! \n");
-    return kStatusFailed;
-  }
+Status BrelEngine::Finalize() try {
+  return finalizeSteps();
+} catch (const std::exception&) {
+  report(kError, "Finalize", "failed - exception caught! \n");
+  return kStatusFailed;
 }
 
-Status BrelEngine::finalizeSteps(bool* locked) {
+Status BrelEngine::finalizeSteps() {
   report(kInfo, "Finalize", "Start \n");
-  mLifecycleLock.enter();
-  *locked = true;
+  HeldLock lifecycle(mLifecycleLock);
   setInitialized(false);
 
   // New data is refused, then the link is cut, then the listeners stop, then the locks go.
@@ -163,8 +164,6 @@ Status BrelEngine::finalizeSteps(bool* locked) {
   // The stale handle is kept, so that a second Finalize() ends here: meant.
   if (mGeneralStopEvent != nullptr && !platform::closeHandle(mGeneralStopEvent)) {
     report(kError, "Finalize", "could not close mGeneralStopEvent handle \n");
-    *locked = false;
-    mLifecycleLock.leave();
     return kStatusFailed;
   }
   for (char** text : {&mUpperDriverIpAddress, &mRequestStructDumpFilename, &mRequestStructPayloadDumpFilename,
@@ -172,10 +171,14 @@ Status BrelEngine::finalizeSteps(bool* locked) {
     std::free(*text);
     *text = nullptr;
   }
-  *locked = false;
-  mLifecycleLock.leave();
+  lifecycle.leave();
   report(kInfo, "Finalize", "End \n");
   return status;
+}
+
+void BrelEngine::stopThreads() {
+  mAlertsListener.tellToStop();
+  mBroadcastListener.tellToStop();
 }
 
 /// Closes the link and gives the adapter row back, if init() came so far as to have one.

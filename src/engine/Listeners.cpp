@@ -1,6 +1,7 @@
 // Starting and stopping the broadcast listener and the alerts listener of an engine.
 #include "engine/BrelEngine.h"
 #include "engine/IncomingData.h"
+#include "engine/Instances.h"
 
 namespace kel {
 
@@ -50,7 +51,7 @@ bool BrelEngine::activate(Listener& listener, const ListenerLines& lines, Proces
     return false;
   }
   report(kInfo, lines.activate, lines.okInit);
-  if (listener.startListen() != LISTENER_STARTED) {
+  if (listener.startListen(GetBrelInst(mHandle)) != LISTENER_STARTED) {
     report(kError, lines.activate, lines.problemStarting);
     return false;
   }

@@ -1,5 +1,8 @@
 #include "listeners/QueueListener.h"
 
+#include <new>
+#include <utility>
+
 #include "platform/memory.h"
 
 namespace kel {
@@ -52,9 +55,11 @@ ListenerResult QueueListener<Words>::init(std::uint32_t engineHandle, ProcessDat
 }
 
 template <class Words>
-ListenerResult QueueListener<Words>::startListen() {
+ListenerResult QueueListener<Words>::startListen(std::shared_ptr<void> owner) {
   std::uint32_t threadId = 0;
-  mListenerThread = platform::createThread(listenerThreadFunc, this, &threadId);
+  auto arguments = std::unique_ptr<ThreadArguments>(new ThreadArguments{this, std::move(owner)});
+  mListenerThread = platform::createThread(listenerThreadFunc, arguments.get(), &threadId);
+  if (mListenerThread != nullptr) arguments.release();  // the thread has them
   mListenerThreadId = threadId;
   if (mListenerThread == nullptr) {
     debugPrint("Listener Thread creation failed.\n");
@@ -115,9 +120,17 @@ ListenerResult QueueListener<Words>::shutdown() {
 template <class Words>
 ListenerResult QueueListener<Words>::recvData(const void* buffer, std::uint32_t bufferSize) {
   report(kInfo, "recvData", "inserting buffer to queue \n");
-  const QueueResult queue_res = mQueue.insert(CopyBlock(buffer, bufferSize), bufferSize);
+  std::unique_ptr<std::uint8_t, decltype(&std::free)> copy(nullptr, std::free);
+  QueueResult queue_res = QUEUE_INSERT_OK;
+  try {
+    copy.reset(CopyBlock(buffer, bufferSize));
+    queue_res = mQueue.insert(copy.get(), bufferSize);
+    copy.release();  // also where it was not queued: then it stays allocated
+  } catch (const std::bad_alloc&) {  // the queue keeps its own lock if it was the one
+    return LISTENER_DATA_NOT_TAKEN;
+  }
   if (queue_res != QUEUE_INSERT_OK) {
-    // Under the thread's name, meant. The copy is not released.
+    // Under the thread's name, meant.
     mLogger.log(kError, kThread, kLogFlags)
         << "problem inserting to queue - " << static_cast<std::uint32_t>(queue_res) << " \n";
     debugPrint("problem inserting to queue - %d\n", static_cast<int>(queue_res));
@@ -133,7 +146,8 @@ ListenerResult QueueListener<Words>::recvData(const void* buffer, std::uint32_t 
 
 template <class Words>
 std::uint32_t QueueListener<Words>::listenerThreadFunc(void* argument) {
-  return static_cast<QueueListener*>(argument)->listen();
+  const std::unique_ptr<ThreadArguments> given(static_cast<ThreadArguments*>(argument));
+  return given->listener->listen();
 }
 
 template <class Words>

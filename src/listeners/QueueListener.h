@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 
 #include "listeners/SafeQueue.h"
 #include "logging/ALogger.h"
@@ -54,9 +55,12 @@ class QueueListener {
   /// Makes the events, which stay the listener's, and gives their handles out. The general stop event stays the engine's.
   ListenerResult init(std::uint32_t engineHandle, ProcessDataFunc processDataFunc, platform::Handle* dataEventOut,
                       platform::Handle* stopWaitEventOut, platform::Handle generalStopEvent);
-  ListenerResult startListen();
+  /// `owner` keeps the listener, and all that it hands its buffers to, alive until the thread has ended.
+  ListenerResult startListen(std::shared_ptr<void> owner = nullptr);
   /// Stops the thread and waits for its end, however long that takes, then closes all handles.
   ListenerResult stopListen();
+  /// Tells the thread to stop and does not wait. Nothing happens if none runs.
+  void tellToStop() { platform::setEvent(mStopWaitEvent); }
   /// Queues a copy of the buffer and wakes the thread.
   ListenerResult recvData(const void* buffer, std::uint32_t bufferSize);
   /// Closes what is open; safe to repeat.
@@ -66,6 +70,11 @@ class QueueListener {
   std::atomic<std::uint32_t> mLogToConsole{0};
 
  private:
+  struct ThreadArguments {
+    QueueListener* listener;
+    std::shared_ptr<void> owner;
+  };
+
   static std::uint32_t listenerThreadFunc(void* argument);
   std::uint32_t listen();
   /// Hands on all that is queued. True to wait for more; false to end the thread with `*exitCode`.

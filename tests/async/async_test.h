@@ -117,13 +117,14 @@ class AsyncTest : public EngineTest {
     handle = start(broadcastCallback, alertsCallback);
     engine = GetBrelInst(handle);
     ASSERT_NE(engine, nullptr);
+    mUsersAtRest = engine.use_count();
     DropRequests(0);
   }
   EngineInside inside() { return EngineInside(*engine); }
 
   /// Waits until no thread of a sequence is left, nor a delivery that is not at its end.
   void waitForThreads() {
-    while (engine.use_count() > 2) std::this_thread::yield();
+    while (engine.use_count() > mUsersAtRest) std::this_thread::yield();
     std::shared_ptr<BrelEngine>(engine).reset();  // what they did is behind us for this thread too
   }
   bool isOpen(std::uint32_t seqNum) {
@@ -138,6 +139,9 @@ class AsyncTest : public EngineTest {
 
   std::uint32_t handle = kNoBrelHandle;
   std::shared_ptr<BrelEngine> engine;
+
+ private:
+  long mUsersAtRest = 0;  ///< the table of engines, this object and the listeners' threads
 };
 
 }  // namespace kel::test

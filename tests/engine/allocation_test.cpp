@@ -93,5 +93,32 @@ TEST_F(AllocationTest, AnInitThatRunsOutOfMemoryAheadOfTheAdapterLeavesNothingBe
   EXPECT_EQ(InvokeVal(start(), {1, 2, 3}).payload, Bytes({1, 2, 3}));
 }
 
+// Its listeners' threads are not waited for: they end by themselves, and the engine with the last of them.
+TEST_F(AllocationTest, AnEngineThatIsGivenUpWithItsThreadsRunningLivesUntilTheyEnd) {
+  int givenUp = 0;
+  bool failed = true;
+  for (int objects = 50; failed; ++objects) {
+    std::uint32_t handle = kNoBrelHandle;
+    Status status = kStatusFailed;
+    const std::weak_ptr<BrelEngine> engine = [&] {
+      const auto made = AddBrelInst(&handle);
+      made->mBroadcastCallback = [](auto...) {};
+      made->mAlertsCallback = [](auto...) {};
+      const FailingHeap heap(objects);
+      status = made->init(nullptr, false, nullptr);
+      failed = heap.failed();
+      return made;
+    }();
+    if (status == kStatusOk) {
+      EXPECT_EQ(BrelFinalize(handle), kStatusOk);
+    } else {
+      ++givenUp;
+      RemoveBrelInst(handle);
+    }
+    while (!engine.expired()) std::this_thread::yield();
+  }
+  EXPECT_GT(givenUp, 50);
+}
+
 }  // namespace
 }  // namespace kel::test

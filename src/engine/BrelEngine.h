@@ -214,6 +214,7 @@ class BrelEngine {
   Status judgeAnswer(const FixedTask& fixed, task* response);
 
   // Versioning.cpp.
+  struct VerGenUIDs;
   bool InitVersioningSupport();
   bool RetrieveVersionsUIDsArray();
   void LoadVersionsVectorsResources();
@@ -242,8 +243,7 @@ class BrelEngine {
   // Version control. The end of an engine frees none of it.
   // Atomic: calls from several threads may fetch the UIDs at once.
   std::atomic<bool> mVersioningActive{false};
-  std::atomic<const std::uint32_t*> mVerGenUIDs{nullptr};
-  std::atomic<std::uint32_t> mVerGenUIDsCount{0};
+  std::atomic<const VerGenUIDs*> mVerGenUIDs{nullptr};
   // Constant after init().
   char* mVersionsVectorsPath = nullptr;
   const char** mVersionsVectorBuffers = nullptr;

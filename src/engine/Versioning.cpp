@@ -39,6 +39,12 @@ Element* AllocateArray(std::uint32_t count) {
 
 }  // namespace
 
+/// The UIDs of one fetch with their count. Published as one, since fetches may come at once.
+struct BrelEngine::VerGenUIDs {
+  std::uint32_t count;
+  std::uint32_t uids[kMostUIDs];
+};
+
 Status MapRtvStatus(std::int32_t code) {
   switch (code) {
     case RTV_PASSED:
@@ -90,32 +96,33 @@ bool BrelEngine::RetrieveVersionsUIDsArray() {
   // Words that a short answer does not hold count as 0, which is no UID.
   std::uint32_t words[kMostUIDs] = {};
   std::memcpy(words, vergenUIDsVectorBuf, std::min<std::size_t>(vergenUIDsVectorBufLength, sizeof words));
-  std::uint32_t uids[kMostUIDs];
-  const std::uint32_t* end = std::copy_if(std::begin(words), std::end(words), uids, [](auto uid) { return uid != 0; });
-  const auto count = static_cast<std::uint32_t>(end - uids);
-  mVerGenUIDsCount = 0;
-  if (count == 0) {
+  VerGenUIDs found{};
+  const std::uint32_t* end =
+      std::copy_if(std::begin(words), std::end(words), found.uids, [](auto uid) { return uid != 0; });
+  found.count = static_cast<std::uint32_t>(end - found.uids);
+  if (found.count == 0) {
     report(kError, kRetrieve, "The VerGenUIDsVector retrieved from the UpperDriver contained no UIDs \n");
     return false;
   }
-  mVerGenUIDs = reinterpret_cast<const std::uint32_t*>(CopyBlock(uids, count * sizeof uids[0]));
-  mVerGenUIDsCount = count;
+  mVerGenUIDs = reinterpret_cast<const VerGenUIDs*>(CopyBlock(&found, sizeof found));
   return true;
 }
 
 void BrelEngine::LoadVersionsVectorsResources() {
   platform::Resource found[std::size(kVectorResources)];
+  std::uint32_t count = 0;
   for (const auto& vector : kVectorResources) {
     const platform::Resource resource = platform::findResource(gHandlerModule.load(), vector.name, vector.type);
     if (resource.bytes != nullptr) {
-      found[mVersionsVectorCount++] = resource;
+      found[count++] = resource;
     } else {
       report(kError, "LoadVersionsVectorsResources", vector.missing);
     }
   }
-  mVersionsVectorBuffers = AllocateArray<const char*>(mVersionsVectorCount);
-  mVersionsVectorSizes = AllocateArray<std::uint32_t>(mVersionsVectorCount);
-  for (std::uint32_t i = 0; i < mVersionsVectorCount; ++i) {
+  mVersionsVectorBuffers = AllocateArray<const char*>(count);
+  mVersionsVectorSizes = AllocateArray<std::uint32_t>(count);
+  mVersionsVectorCount = count;
+  for (std::uint32_t i = 0; i < count; ++i) {
     mVersionsVectorBuffers[i] = found[i].bytes;
     mVersionsVectorSizes[i] = found[i].size;
   }
@@ -152,8 +159,9 @@ Status BrelEngine::ValidateVersion(char* fileName, const void* fileBuffer, std::
   }
   char* fileNameWithoutPath = nullptr;
   if (!ExtractFileName(fileName, &fileNameWithoutPath)) return kStatusNoFileName;
+  const VerGenUIDs& known = *mVerGenUIDs;
   const std::int32_t code =
-      RtvValidateVersion(mVerGenUIDsCount, mVerGenUIDs, fileNameWithoutPath, fileBuffer, fileLength, userVersion,
+      RtvValidateVersion(known.count, known.uids, fileNameWithoutPath, fileBuffer, fileLength, userVersion,
                          versionsVectorsPath, mVersionsVectorCount, mVersionsVectorBuffers, mVersionsVectorSizes);
   std::free(fileNameWithoutPath);
   return MapRtvStatus(code);

@@ -8,10 +8,14 @@ namespace kel::test {
 struct TaskListOf { friend auto memberOf(TaskListOf); };
 struct LogToConsoleOf { friend auto memberOf(LogToConsoleOf); };
 struct ValidateTable { friend auto memberOf(ValidateTable); };
+struct LoadVectors { friend auto memberOf(LoadVectors); };
+struct VectorCountOf { friend auto memberOf(VectorCountOf); };
 // clang-format on
 template struct OpenMember<TaskListOf, &BrelEngine::mTUIsList>;
 template struct OpenMember<LogToConsoleOf, &BrelEngine::mLogToConsole>;
 template struct OpenMember<ValidateTable, &BrelEngine::VersionValidateKelAllTasksFile>;
+template struct OpenMember<LoadVectors, &BrelEngine::LoadVersionsVectorsResources>;
+template struct OpenMember<VectorCountOf, &BrelEngine::mVersionsVectorCount>;
 
 namespace {
 
@@ -52,6 +56,14 @@ TEST_F(ActivationTest, WithTheBuiltInVectorsTellsOfThoseThatAreMissing) {
   });
   EXPECT_EQ(said, connected() + fetched() + vectorsMissing(kMissingSides) + builtInTableRetrieved() + activated());
   EXPECT_EQ(Requests(), 1u);
+}
+
+TEST_F(ActivationTest, TheBuiltInVectorsAreCountedAnewEachTime) {
+  BrelEngine engine;
+  for (int i = 0; i < 6; ++i) {
+    (engine.*memberOf(LoadVectors{}))();
+    EXPECT_EQ(engine.*memberOf(VectorCountOf{}), 1u);
+  }
 }
 
 TEST_F(ActivationTest, WithAPathLooksForNoBuiltInVectors) {

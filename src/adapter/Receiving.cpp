@@ -1,5 +1,6 @@
 // The handlers through which everything from the device side comes in. They run on threads of the pipe library.
 #include <cstring>
+#include <new>
 #include <vector>
 
 #include "adapter/DorvInstances.h"
@@ -29,7 +30,12 @@ void Deliver(std::uint32_t handle, const std::uint8_t* body, std::uint32_t bodyS
   std::vector<std::uint8_t> largeRecord;
   std::uint8_t* record = stackRecord;
   if (size > BrelTaskRecordCapacity) {
-    largeRecord.resize(size);
+    try {
+      largeRecord.resize(size);
+    } catch (const std::bad_alloc&) {
+      ReportRowError(handle, kMessages, "No memory for a KeL response. \n");
+      return;
+    }
     record = largeRecord.data();
   }
   std::memcpy(record, &head, sizeof head);

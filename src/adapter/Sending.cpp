@@ -1,6 +1,7 @@
 // The send path: a task record in its L5 wire form to L4msgProxy, and the judgement of the immediate reply.
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <vector>
 
 #include "adapter/DorvInstances.h"
@@ -30,7 +31,12 @@ std::uint32_t Dorv_Send(std::uint32_t handle, const task* record, std::uint32_t 
   if (room <= kSendBufferSize) {
     std::memset(L5sndBuffer, 0, room);
   } else {
-    largeBuffer.resize(room);
+    try {
+      largeBuffer.resize(room);
+    } catch (const std::bad_alloc&) {
+      ReportRowError(handle, "Dorv_Send", "No memory for the KeL Request. \n");
+      return DORV_FAILED;
+    }
     L5sndBuffer = largeBuffer.data();
   }
 

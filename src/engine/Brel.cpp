@@ -1,17 +1,20 @@
 #include "engine/Brel.h"
 
 #include <cstdlib>
+#include <exception>
 
 #include "engine/Instances.h"
 
 namespace kel {
 namespace {
 
-/// Calls a member of the engine with that handle; 1 if there is none.
+/// Calls a member of the engine with that handle; 1 if there is none, and for an exception: none goes on to a client.
 template <class... Parameters, class... Arguments>
-Status Call(std::uint32_t handle, Status (BrelEngine::*member)(Parameters...), Arguments... arguments) {
+Status Call(std::uint32_t handle, Status (BrelEngine::*member)(Parameters...), Arguments... arguments) try {
   const std::shared_ptr<BrelEngine> engine = GetBrelInst(handle);
   return engine != nullptr ? ((*engine).*member)(arguments...) : kStatusFailed;
+} catch (const std::exception&) {
+  return kStatusFailed;
 }
 
 /// The same for a member of which only success passes through.
@@ -29,7 +32,7 @@ OpaqueCallback Opaque(Callback callback) {
 
 Status BrelInit(std::uint32_t* handle, const char* TUIsFilePath, std::uint8_t activateVersionControl,
                 const char* versionsVectorsPath, KEL_BroadcastCallback broadcastCallback,
-                AlertsCallback alertsCallback) {
+                AlertsCallback alertsCallback) try {
   *handle = kNoBrelHandle;
   std::shared_ptr<BrelEngine> engine = AddBrelInst(handle);
   if (engine == nullptr) return kStatusFailed;
@@ -39,6 +42,8 @@ Status BrelInit(std::uint32_t* handle, const char* TUIsFilePath, std::uint8_t ac
   if (engine->init(TUIsFilePath, activateVersionControl != 0, versionsVectorsPath) == kStatusOk) return kStatusOk;
   engine.reset();  // it ends with its row
   RemoveBrelInst(*handle);
+  return kStatusFailed;
+} catch (const std::exception&) {  // of AddBrelInst, which keeps the table's lock then
   return kStatusFailed;
 }
 

@@ -1,6 +1,8 @@
 #include "engine/IncomingData.h"
 
 #include <cstring>
+#include <memory>
+#include <new>
 
 #include "adapter/Dorv.h"
 #include "engine/BrelEngine.h"
@@ -139,8 +141,12 @@ std::uint32_t BrelEngine::TakeAlert(std::uint32_t errorCode) {
     return 1;
   }
   // The listener copies it once more, and this block stays allocated: meant.
-  const std::uint8_t* alert = CopyBlock(&errorCode, sizeof errorCode);
-  if (mAlertsListener.recvData(alert, sizeof errorCode) != LISTENER_DATA_TAKEN) {
+  const std::uint8_t* alert = nullptr;
+  try {
+    alert = CopyBlock(&errorCode, sizeof errorCode);
+  } catch (const std::bad_alloc&) {  // an alert that cannot be queued
+  }
+  if (alert == nullptr || mAlertsListener.recvData(alert, sizeof errorCode) != LISTENER_DATA_TAKEN) {
     report(kError, kAlertsCallback, "could not insert data to alertsListener \n");
     return 0;
   }
@@ -172,17 +178,23 @@ bool BrelEngine::HandleAlertResponse(const std::uint8_t* buffer, std::uint32_t /
   return true;
 }
 
-bool BrelEngine::HandleBroadcastResponse(const std::uint8_t* buffer, std::uint32_t bufferSize) {
+bool BrelEngine::HandleBroadcastResponse(const std::uint8_t* buffer, std::uint32_t bufferSize) try {
   DumpResponseBuffer(reinterpret_cast<const task*>(buffer), bufferSize);
   if (mBroadcastCallback == nullptr) return true;
   const platform::InSection inLock(mInitLock);
   if (!mInitialized) return true;
   const task head = HeadOf(buffer);
-  // Both blocks are the client's from here on.
-  std::uint8_t* payload = CopyBlock(buffer + sizeof(task), head.payloadSize);
+  std::unique_ptr<std::uint8_t, decltype(&std::free)> payload(CopyBlock(buffer + sizeof(task), head.payloadSize),
+                                                              std::free);
   char* TUIname = nullptr;
   mTUIsList.FindNameByTui("HandleBroadcastResponse", head.TUI, &TUIname);
-  mBroadcastCallback(TUIname, GetTuiType(head.TUI) != 0 ? 1 : 0, payload, head.payloadSize, head.seqTUI);
+  // Both blocks are the client's from here on. An exception of the client's is not one of ours, and ends the program.
+  [&]() noexcept {
+    mBroadcastCallback(TUIname, GetTuiType(head.TUI) != 0 ? 1 : 0, payload.release(), head.payloadSize, head.seqTUI);
+  }();
+  return true;
+} catch (const std::bad_alloc&) {
+  report(kError, "HandleBroadcastResponse", "no memory for a broadcast, which is dropped \n");
   return true;
 }
 

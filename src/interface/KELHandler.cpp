@@ -122,20 +122,19 @@ std::uint32_t KEL_Connect(const char* TUIsFilePath, KEL_BroadcastCallback broadc
 
 std::uint32_t KEL_ConnectEx(const char* TUIsFilePath, std::uint32_t /*ignored1*/, std::uint64_t /*ignored2*/,
                             KEL_BroadcastCallback broadcastCallback, std::uint32_t /*ignored3*/, std::uint64_t* conn) {
+  // A connection that nobody is told of could never be closed.
+  if (conn == nullptr) return KEL_E_CONNECTION;
   std::uint32_t brelHandle = 0;
-  // By hand here and below: should a constructor throw, the lock stays held.
-  gConnectionsLock.enter();
+  const kel::platform::InSection alone(gConnectionsLock);
   KEL_TRACE(kTraceProgress, L"KEL_ConnectEx", L"KEL_ConnectEx - started");
   const kel::Status status = kel::BrelInit(&brelHandle, TUIsFilePath, 0, nullptr, broadcastCallback, nullptr);
   if (status != kel::kStatusOk) {
     KEL_TRACE(kTraceEngineFailed, L"KEL_ConnectEx", L"Couldn't init Brel!! BrelInit returned %d", status);
-    gConnectionsLock.leave();
     return KEL_E_CONNECTION;
   }
   *conn = kel::Dorv_GetL5Connection(kel::BrelGetDorvHandle(brelHandle));
   UpdateL5ConnectionTable(brelHandle, *conn);
   KEL_TRACE(kTraceProgress, L"KEL_ConnectEx", L"KEL_ConnectEx finished OK. Conn=%x", Traced(*conn));
-  gConnectionsLock.leave();
   return KEL_OK;
 }
 
@@ -185,10 +184,14 @@ std::uint32_t KEL_SendReceiveKELEx(std::uint64_t conn, const char* taskName, std
     KEL_TRACE(kTraceUnknownConnection, L"KEL_SendReceiveKELEx", L"Could'nt find handle for the L5 connection");
     return KEL_E_CONNECTION;
   }
-  const kel::Status status =
-      kel::BrelInvokeTask(handle, taskName, commandID, inputBuffer, inputBufferSize, initialSeqTUI,
-                          responseExpected != 0 ? 1 : 0, resultTaskType, expectedResultsTaskBuffer,
-                          expectedResultsTaskBufferSize, resultParam4, streamCallbackFunc);
+  void* answer = nullptr;
+  std::uint32_t answerSize = 0;
+  const kel::Status status = kel::BrelInvokeTask(
+      handle, taskName, commandID, inputBuffer, inputBufferSize, initialSeqTUI, responseExpected != 0 ? 1 : 0,
+      resultTaskType, expectedResultsTaskBuffer != nullptr ? expectedResultsTaskBuffer : &answer,
+      expectedResultsTaskBufferSize != nullptr ? expectedResultsTaskBufferSize : &answerSize, resultParam4,
+      streamCallbackFunc);
+  std::free(answer);  // which the client had no use for
   if (status != kel::kStatusOk) {
     KEL_TRACE(kTraceEngineFailed, L"KEL_SendReceiveKELEx", L"Brel invoke tast error. returned - %d", status);
     return KEL_E_TASK;

@@ -1,8 +1,10 @@
 // What the engine does when the heap is exhausted while it is made or comes up.
+#include <functional>
 #include <future>
 #include <new>
 #include <thread>
 
+#include "engine/IncomingData.h"
 #include "engine/engine_test.h"
 #include "support/failing_heap.h"
 
@@ -118,6 +120,109 @@ TEST_F(AllocationTest, AnEngineThatIsGivenUpWithItsThreadsRunningLivesUntilTheyE
     while (!engine.expired()) std::this_thread::yield();
   }
   EXPECT_GT(givenUp, 50);
+}
+
+// ---------------------------------------------------------------------------------------------------------------------
+// What a client sees
+// ---------------------------------------------------------------------------------------------------------------------
+
+/// Has `work` fail for want of each object that it makes, and see every time that another thread's task is answered.
+/// `work` gives a status, of which 2 may also mean that nothing but a line of the log was lost.
+void FailEach(std::uint32_t handle, const std::function<Status()>& work) {
+  bool failed = true;
+  for (int objects = 0; failed; ++objects) {
+    Status status = 4711;
+    {
+      const FailingHeap heap(objects);
+      EXPECT_NO_THROW(status = work()) << "after " << objects << " objects";
+      failed = heap.failed();
+    }
+    EXPECT_TRUE(status == kStatusOk || (failed && status == kStatusFailed)) << status;
+    auto other = std::async(std::launch::async, [&] { return InvokeVal(handle, {1, 2, 3}); });
+    ASSERT_EQ(other.wait_for(std::chrono::milliseconds(kLong)), std::future_status::ready) << objects;
+    EXPECT_EQ(other.get().payload, Bytes({1, 2, 3})) << "after " << objects << " objects";
+  }
+}
+
+TEST_F(AllocationTest, ATaskThatFindsNoMemoryIsRefusedAndLeavesTheConnectionInOrder) {
+  const std::uint32_t handle = start();
+  const Values values{7, 8, 9};
+  FailEach(handle, [&] {
+    void* payload = nullptr;
+    std::uint32_t size = 0;
+    const Status status = BrelInvokeTask(handle, kDebugVal, 1, values.data(), sizeof values, 0, 1, nullptr, &payload,
+                                         &size, nullptr, nullptr);
+    std::free(payload);
+    return status;
+  });
+}
+
+TEST_F(AllocationTest, AnAsynchronousTaskThatFindsNoMemoryIsRefusedAndLeavesTheConnectionInOrder) {
+  const std::uint32_t handle = start();
+  const Values values{7, 8, 9};
+  static Noted<std::uint32_t> answered;
+  std::uint32_t sent = 0;
+  FailEach(handle, [&] {
+    std::uint32_t seqNum = 0;
+    const Status status = BrelInvokeAsyncTask(
+        handle, kDebugVal, sent, values.data(), sizeof values, 0, 1, &seqNum,
+        [](std::uint32_t, std::uint32_t commandID, auto...) { answered.add(commandID); }, nullptr);
+    if (status == kStatusOk) ++sent;
+    return status;
+  });
+  EXPECT_EQ(answered.waitFor(sent).size(), sent);  // each that was taken, and no other
+}
+
+TEST_F(AllocationTest, AConnectionThatFindsNoMemoryIsRefused) {
+  int objects = 0;
+  bool failed = true;
+  for (; failed; ++objects) {
+    std::uint32_t handle = kNoBrelHandle;
+    Status status = 4711;
+    {
+      const FailingHeap heap(objects + 40);  // the engine can be built
+      EXPECT_NO_THROW(status = BrelInit(&handle, nullptr, 0, nullptr, [](auto...) {}, nullptr));
+      failed = heap.failed();
+    }
+    if (status == kStatusOk) EXPECT_EQ(BrelFinalize(handle), kStatusOk);
+    EXPECT_TRUE(status == kStatusOk || status == kStatusFailed);
+    EXPECT_EQ(GetBrelInst(0), nullptr);
+  }
+  EXPECT_GT(objects, 100);
+  std::uint32_t handle = kNoBrelHandle;
+  const FailingHeap heap(0);  // not even the engine
+  EXPECT_EQ(BrelInit(&handle, nullptr, 0, nullptr, nullptr, nullptr), kStatusFailed);
+  leavesEngines = true;  // of which the table counts one more than it holds
+}
+
+TEST_F(AllocationTest, ARecordThatFindsNoMemoryIsDropped) {
+  static Noted<std::uint32_t> broadcasts;
+  const std::uint32_t handle = start([](char* name, std::uint32_t, void* payload, std::uint32_t, std::uint32_t seqTUI) {
+    std::free(name);
+    std::free(payload);
+    broadcasts.add(seqTUI);
+  });
+  const auto come = [&](std::uint32_t word, std::uint32_t seqTUI) {
+    const auto record = Record(word, 0, seqTUI, "text");
+    return BrelEngineCallback(BrelGetDorvHandle(handle), record.data(), static_cast<std::uint32_t>(record.size()));
+  };
+  constexpr std::uint32_t kBroadcast = 5u << 12;
+  {
+    const std::vector<std::uint8_t> broadcast = Record(kBroadcast, 0, 1, "text");
+    const std::vector<std::uint8_t> answer = Record(kDebugRefTui, 0, 1, "text");
+    DropRequests(0);
+    std::uint32_t seqNum = 0;
+    ASSERT_EQ(BrelInvokeAsyncTask(handle, kDebugRef, 1, nullptr, 0, 0, 1, &seqNum, nullptr, nullptr), kStatusOk);
+    const FailingHeap heap;
+    for (const auto* record : {&broadcast, &answer}) {
+      std::uint32_t taken = 4711;
+      EXPECT_NO_THROW(taken = BrelEngineCallback(BrelGetDorvHandle(handle), record->data(),
+                                                 static_cast<std::uint32_t>(record->size())));
+      EXPECT_EQ(taken, 0u);
+    }
+  }
+  EXPECT_EQ(come(kBroadcast, 2), 1u);
+  EXPECT_THAT(broadcasts.waitFor(1), ::testing::ElementsAre(2u));
 }
 
 }  // namespace

@@ -17,6 +17,18 @@ SentRequest LastRequest() {
   return {body[3], body[4], body[5], body[6]};
 }
 
+void DropRequests() {
+  SluiceHubSimRule drop{};
+  drop.flags = SLUICEHUBSIM_DROP;
+  drop.times = 1;
+  SluiceHubSim_AddRule(&drop);
+}
+void RefuseRequests() {
+  SluiceHubSimRule refuse{};
+  refuse.L4status = 5;
+  SluiceHubSim_AddRule(&refuse);
+}
+
 TEST_F(TaskTest, AValTaskReturnsThePayloadOfItsAnswerAndNoMore) {
   const std::uint64_t conn = connect();
   const Answer answer = SendValues(conn, {7, 8, 9});
@@ -140,6 +152,33 @@ TEST_F(TaskTest, ResultTypeAndFourthParameterMayBeNull) {
             KEL_OK);
   EXPECT_NE(payload, nullptr);
   std::free(payload);
+}
+
+TEST_F(TaskTest, AnAnswerThatIsNotAskedForIsDropped) {
+  const std::uint64_t conn = connect();
+  void* payload = nullptr;
+  std::uint32_t size = 0;
+  EXPECT_EQ(KEL_SendReceiveKEL(conn, kDebugRef, 1, "text", 4, nullptr, nullptr, nullptr), KEL_OK);
+  EXPECT_EQ(KEL_SendReceiveKEL(conn, kDebugRef, 1, "text", 4, nullptr, &size, nullptr), KEL_OK);
+  EXPECT_EQ(size, 4u);
+  EXPECT_EQ(KEL_SendReceiveKEL(conn, kDebugRef, 1, "text", 4, &payload, nullptr, nullptr), KEL_OK);
+  EXPECT_EQ(std::string(static_cast<const char*>(payload), 4), "text");
+  std::free(payload);
+}
+
+TEST_F(TaskTest, ASequenceNumberNeedNotBeAskedFor) {
+  const std::uint64_t conn = connect();
+  for (const std::uint32_t responseExpected : {0u, 1u}) {
+    EXPECT_EQ(KEL_SendReceiveAsyncKELEx(conn, kDebugRef, 1, "text", 4, 0, responseExpected, nullptr, nullptr, nullptr),
+              KEL_OK);
+  }
+  // Refused, it closes nobody's sequence: here there is one under each number that was ever given out.
+  DropRequests();
+  std::uint32_t open = 0;
+  ASSERT_EQ(KEL_SendReceiveAsyncKEL(conn, kDebugRef, 1, "text", 4, &open, nullptr, nullptr), KEL_OK);
+  RefuseRequests();
+  EXPECT_EQ(KEL_SendReceiveAsyncKELEx(conn, kDebugRef, 1, "text", 4, 0, 0, nullptr, nullptr, nullptr),
+            KEL_E_ASYNC_TASK);
 }
 
 TEST_F(TaskTest, TheShortFormExpectsAResponseAndGivesNoSequenceWord) {

@@ -36,7 +36,11 @@
  *     ended. KEL_Disconnect waits for its connection's running callback. It therefore never returns if that callback
  *     itself calls it, nor if that callback meanwhile makes another call under rule 5; and from then on no call under
  *     rule 5 returns at all.
- *  7. Settings are read anew at each connect from Brel.ini in the working directory, if there is one.
+ *  7. Null pointers. Each function says which of its pointers may be null, and what that means. One of which it says
+ *     nothing must not be null; a callback that is null is never called.
+ *  8. An exhausted heap is a refusal like any other, with the function's own code: nothing is thrown at a client. What
+ *     then stays taken is told with KEL_ConnectEx. A message for which there is no memory is lost.
+ *  9. Settings are read anew at each connect from Brel.ini in the working directory, if there is one.
  */
 #ifndef KELHANDLER_H
 #define KELHANDLER_H
@@ -81,7 +85,7 @@ typedef struct VersionArray {
 /**
  * Receives broadcasts of one connection, on a thread of the library that serves nothing else.
  *
- * TUIname      The task's name in the task table, or "UNKNOWN_TASK". A block that is the client's from now on.
+ * TUIname      The task's name in the task table, or "UNKNOWN_TASK"; not null. A block that is the client's from now on.
  * isRef        1 if the payload is REF, 0 if it is VAL.
  * payload      A copy of the payload that is the client's from now on; not null, also for a size of 0.
  * payloadSize  Its size in bytes.
@@ -97,7 +101,7 @@ typedef void (*KEL_BroadcastCallback)(char* TUIname, uint32_t isRef, void* paylo
  * commandID     As given with the task.
  * sequenceByte  The sequence number of the task, as given out with the request.
  * isRef         1 if the answer is REF, 0 if it is VAL or there is none.
- * data          The payload, valid until the callback returns.
+ * data          The payload, valid until the callback returns. Not null.
  * dataSize      Its size in bytes.
  * seqTUI        A word of the device's own, handed on as it came.
  */
@@ -135,7 +139,8 @@ KEL_API uint32_t KEL_Finalize(void);
 KEL_API VersionArray KEL_GetVersion(void);
 
 /**
- * Opens a connection to the device. Same as KEL_ConnectEx with zeros for what that ignores.
+ * Opens a connection to the device. Same as KEL_ConnectEx with zeros for what that ignores; the same pointers may be
+ * null.
  */
 KEL_API uint32_t KEL_Connect(const char* TUIsFilePath, KEL_BroadcastCallback broadcastCallback, uint64_t* conn);
 
@@ -147,24 +152,30 @@ KEL_API uint32_t KEL_Connect(const char* TUIsFilePath, KEL_BroadcastCallback bro
  *                    "KEL_ALLTASKS.csv" in the working directory, and if that cannot be opened the built-in one. A file
  *                    that opens replaces the built-in table whole; one that cannot be read through fails the connect.
  * broadcastCallback  Called for each broadcast until the connection is closed. Null: broadcasts are dropped.
- * conn               Gets the connection, a value that is not 0.
+ * conn               Gets the connection, a value that is not 0. Null is refused: nobody could close the connection.
  *
- * Returns KEL_OK, or KEL_E_CONNECTION with *conn untouched and nothing left open: also for a connection beyond
- * KEL_MAX_CONNECTIONS. Each connect opens a connection of its own, whatever is open already.
+ * Returns KEL_OK, or KEL_E_CONNECTION with *conn untouched: also for a connection beyond KEL_MAX_CONNECTIONS. Each
+ * connect opens a connection of its own, whatever is open already. A refused connect leaves nothing open, with one
+ * exception: if the heap was exhausted, what had come up is not taken down, a link to the device among it. The process
+ * may then have fewer connections, or, if not even the connection's own object could be made, none that is opened by
+ * another thread than this one.
  */
 KEL_API uint32_t KEL_ConnectEx(const char* TUIsFilePath, uint32_t ignored1, uint64_t ignored2,
                                KEL_BroadcastCallback broadcastCallback, uint32_t ignored3, uint64_t* conn);
 
 /**
  * Closes a connection: gives the socket back, then ends the connection's threads. Waits without limit for a callback
- * that is running; afterwards no callback of this connection is called again.
+ * that is running; afterwards no callback of this connection is called again. Tasks that are then still under way are
+ * dropped, and their callbacks not called.
  *
- * Returns KEL_OK, or KEL_E_CONNECTION if the connection is not open or could not be closed.
+ * Returns KEL_OK, or KEL_E_CONNECTION if the connection is not open or could not be closed. After the latter it may be
+ * closed again; its callbacks may still be called, and nothing else of it should be used.
  */
 KEL_API uint32_t KEL_Disconnect(uint64_t conn);
 
 /**
- * Sends a task and waits for its answer. Same as KEL_SendReceiveKELEx with initialSeqTUI 0 and responseExpected 1.
+ * Sends a task and waits for its answer. Same as KEL_SendReceiveKELEx with initialSeqTUI 0 and responseExpected 1; the
+ * same pointers may be null.
  */
 KEL_API uint32_t KEL_SendReceiveKEL(uint64_t conn, const char* taskName, uint32_t commandID, const void* inputBuffer,
                                     uint32_t inputBufferSize, void** expectedResultsTaskBuffer,
@@ -173,7 +184,7 @@ KEL_API uint32_t KEL_SendReceiveKEL(uint64_t conn, const char* taskName, uint32_
 /**
  * Sends a task and, if responseExpected says so, waits for its answer, RxWaitTimeout at most.
  *
- * taskName                       Name of the task in the task table; case counts.
+ * taskName                       Name of the task in the task table; case counts. Null is an unknown name.
  * commandID                      A number of the client's own, given back in stream callbacks.
  * inputBuffer, inputBufferSize   The payload. Null or size 0: three zeros for a VAL task, nothing for a REF task.
  * initialSeqTUI                  Goes into the request's seqTUI word if the task needs no sequence number, that is, with
@@ -181,8 +192,10 @@ KEL_API uint32_t KEL_SendReceiveKEL(uint64_t conn, const char* taskName, uint32_
  * responseExpected               0: do not wait. Anything else: wait for the answer.
  * resultTaskType, resultParam4   Not used, never written; may be null.
  * expectedResultsTaskBuffer      Gets the answer's payload in a block that is the client's, also for an empty payload.
- *                                Null if there is no answer. Written unless the connection or the task is unknown.
- * expectedResultsTaskBufferSize  Gets its size, or 0. Written with it.
+ *                                *expectedResultsTaskBuffer is null if there is no answer. Written unless the
+ *                                connection or the task is unknown, or the heap is exhausted. Null: the payload is
+ *                                dropped.
+ * expectedResultsTaskBufferSize  Gets its size, or 0. Written with it. Null: the size is not told.
  * streamCallbackFunc             Not null: the task answers with a stream, whose messages go there; the answer that is
  *                                waited for is then the stream's opening.
  *
@@ -200,7 +213,8 @@ KEL_API uint32_t KEL_SendReceiveKELEx(uint64_t conn, const char* taskName, uint3
                                       KEL_StreamCallback streamCallbackFunc);
 
 /**
- * Sends a task and returns at once. Same as KEL_SendReceiveAsyncKELEx with initialSeqTUI 0 and responseExpected 1.
+ * Sends a task and returns at once. Same as KEL_SendReceiveAsyncKELEx with initialSeqTUI 0 and responseExpected 1; the
+ * same pointers may be null.
  */
 KEL_API uint32_t KEL_SendReceiveAsyncKEL(uint64_t conn, const char* taskName, uint32_t commandID,
                                          const void* inputBuffer, uint32_t inputBufferSize, uint32_t* seqNum,
@@ -210,8 +224,11 @@ KEL_API uint32_t KEL_SendReceiveAsyncKEL(uint64_t conn, const char* taskName, ui
  * Sends a task and returns at once; the answer goes to callbackFunc.
  *
  * taskName to responseExpected  As in KEL_SendReceiveKELEx.
- * seqNum                        Gets the task's sequence number, 0 to 63. Not written if the task needs none.
- * callbackFunc                  Called once with the answer, or with error 2 when none came in time. May be null.
+ * seqNum                        Gets the task's sequence number, 0 to 63. Not written if the task needs none: mind that
+ *                               such a task, when the device side refuses it, ends the task whose number *seqNum holds.
+ *                               Null: the number is not told, and a refusal ends no other task.
+ * callbackFunc                  Called once with the answer, or with error 2 when none came in time; not at all if the
+ *                               connection is closed before that, or another task's refusal ends this one. May be null.
  * streamCallbackFunc            Not null: the task answers with a stream, whose messages go there.
  *
  * Returns KEL_OK, KEL_E_CONNECTION if the connection is not open, or KEL_E_ASYNC_TASK if the task could not be sent, and
@@ -222,10 +239,13 @@ KEL_API uint32_t KEL_SendReceiveAsyncKELEx(uint64_t conn, const char* taskName, 
                                            uint32_t responseExpected, uint32_t* seqNum,
                                            KEL_AsyncCallback callbackFunc, KEL_StreamCallback streamCallbackFunc);
 
-/** Has the pipe library call `callback` when the control status changes. Returns the pipe library's answer. */
+/**
+ * Has the pipe library call `callback` when the control status changes. Whether it may be null is the pipe library's to
+ * say. Returns its answer.
+ */
 KEL_API uint32_t KEL_RegisterCtrlStatusUpdatesCB(KEL_CtrlStatusCallback callback);
 
-/** Takes that back. Returns the pipe library's answer. */
+/** Takes that back; the same goes for null. Returns the pipe library's answer. */
 KEL_API uint32_t KEL_UnregisterCtrlStatusUpdatesCB(KEL_CtrlStatusCallback callback);
 
 /** The control status, as the pipe library numbers it. */
@@ -240,9 +260,11 @@ KEL_API uint32_t KEL_SetConnParams(uint64_t params, uint32_t value);
  * as it stands, every file passes whose name can be told, once the device has given its identifiers.
  *
  * fileName                Name of the file, with or without a path. Where it ends in a path separator, that is cut off.
- * fileBuffer, fileLength  Its bytes and their number.
- * userVersion             Points to 64 bits of the client's; not null.
- * versionsVectorsPath     Folder of the "*VersionsVector.txt" files to judge by; not null.
+ *                         Null is a name that cannot be told.
+ * fileBuffer, fileLength  Its bytes and their number. Null is the validator's to judge.
+ * userVersion             Points to 64 bits of the client's. Null is the validator's to judge.
+ * versionsVectorsPath     Folder of the "*VersionsVector.txt" files to judge by. With null nothing is asked, and the
+ *                         result is KEL_VERSION_INVALID.
  *
  * Returns KEL_VERSION_VALID, KEL_VERSION_INVALID, or KEL_E_CONNECTION. Mind that 0 is no success here.
  */

@@ -161,7 +161,8 @@ Status BrelEngine::finalizeSteps() {
   mSendLock.destroy();
   mAsyncThreadsCountLock.destroy();
 
-  // The stale handle is kept, so that a second Finalize() ends here: meant.
+  // The stale handle is kept, so that a second Finalize() ends here: meant. On Windows, though, its value may be another
+  // object's by then, which the second one would close.
   if (mGeneralStopEvent != nullptr && !platform::closeHandle(mGeneralStopEvent)) {
     report(kError, "Finalize", "could not close mGeneralStopEvent handle \n");
     return kStatusFailed;

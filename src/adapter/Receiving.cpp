@@ -100,7 +100,8 @@ void Dorv_EventHandler(std::uint64_t /*connection*/, std::uint32_t event, const 
     LogRow(kInfo, handle, kEvents, "Got L5_EVENT_DISCONNECTED. \n");
     DorvInstance& row = gDorvInstances[handle];
     const bool ofOurMaking = Load(row.inUse) == 0 || Load(row.disconnecting) == 1;
-    if (!ofOurMaking && *reason != L5_RESULT_USER_REQUESTED_DISCONNECT) {
+    // A reason that is missing counts as 0.
+    if (!ofOurMaking && (reason == nullptr || *reason != L5_RESULT_USER_REQUESTED_DISCONNECT)) {
       LogRow(kInfo, handle, kEvents,
              "Got reason other than L5_RESULT_USER_REQUESTED_DISCONNECT. Invoking Brel's alert callback ...\n");
       Dorv_DebugPrint("DorvL5 (%d) - Dorv_EventHandler - Alert - Disconnect event signalled !", handle);

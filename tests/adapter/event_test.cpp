@@ -50,6 +50,13 @@ TEST_F(Event, GivesAnAlertForEveryReasonBut17) {
   }
 }
 
+TEST_F(Event, OfALostLinkNeedsNoReason) {
+  connectRow();
+  Dorv_EventHandler(0, 0, nullptr, &row(0).handle);
+  EXPECT_THAT(Engine::alerts(), ElementsAre(Engine::Alert{0, 4}));
+  EXPECT_EQ(log.fresh(), Alerted(0));
+}
+
 TEST_F(Event, OfADisconnectThatThisSideAskedForGivesNoAlert) {
   connectRow();
   SluiceHubSim_LoseLink(0, 17, 1);

@@ -8,6 +8,7 @@
 #include "Traces.h"
 #include "Versions.h"
 #include "adapter/TaskRecord.h"
+#include "platform/process.h"
 
 namespace kel::sim {
 namespace {
@@ -64,6 +65,7 @@ SLUICE_HUB_EXPORT void SluiceHubSim_Reset(void) {
 SLUICE_HUB_EXPORT uint32_t SluiceHubSim_StartCapture(const char* fileName) {
   Hub& hub = TheHub();
   const std::lock_guard lock(hub.mutex);
+  hub.process = kel::platform::processNumber();
   hub.capture.StartFromEnvironment();
   if (!hub.capture.Start(fileName)) return 0;
   if (!hub.connections.empty()) hub.capture.StartWriting();

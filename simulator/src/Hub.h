@@ -5,6 +5,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
@@ -45,6 +46,10 @@ struct Hub {
 
   std::uint32_t runningThreads = 0;
   bool halted = false;  ///< the process ends: delivery threads deliver nothing more
+
+  /// The process that connected or began a capture last. Atomic: a copy of it, in which the lock may be a thread's that
+  /// is not there, sees so that it has nothing to end.
+  std::atomic<std::uint32_t> process{0};
 
   std::shared_ptr<Connection> Find(std::uint64_t value) const;
   /// The one connection, or all of them for 0.

@@ -8,6 +8,7 @@
 #include "Export.h"
 #include "Hub.h"
 #include "Results.h"
+#include "platform/process.h"
 
 namespace kel::sim {
 namespace {
@@ -46,6 +47,7 @@ std::uint32_t L5Connect(void* /*null*/, L5MessagesHandler messages, L5EventHandl
   TheScenario();  // reads it, if it is still to be read, while nobody waits
   Hub& hub = TheHub();
   const std::lock_guard lock(hub.mutex);
+  hub.process = platform::processNumber();
   hub.capture.StartFromEnvironment();
   const bool isPlanned = hub.scenario.Begin(hub);
   const auto connection = forced || !isPlanned ? nullptr : Open(hub, messages, events, context);
@@ -192,10 +194,12 @@ tL5DispatcherFunctions gDispatcherFunctions = {Unused, L5Connect, L5Disconnect, 
 
 /// Ends the capture, and stops delivery if connections are open when the process ends, so that no handler is called in
 /// a program whose own objects are gone. It takes no lock that it could wait for and gives up soon: on some systems the
-/// other threads have been ended wherever they were by the time this runs.
+/// other threads have been ended wherever they were by the time this runs. A copy of the process has no delivery, and
+/// leaves the capture to the process that began it.
 struct HaltAtExit {
   ~HaltAtExit() {
     Hub& hub = TheHub();
+    if (hub.process != platform::processNumber()) return;
     bool ended = false;
     for (int attempt = 0; attempt < 100 && !ended; ++attempt) {
       if (attempt != 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));

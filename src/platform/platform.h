@@ -197,14 +197,6 @@ std::FILE* openToRead(const char* fileName);
 /// locale, whatever the client has made the global one. Test it: it may not have opened.
 std::ofstream openToAppend(const std::string& fileName);
 
-/// Whether a standard stream leads to a terminal, and so to a person: not to a file, a pipe or the null device. Where
-/// the answer is true, the terminal takes escape sequences from then on, if it knows any.
-bool isTerminal(std::FILE* stream);
-
-/// Has bytes pass a stream as they are, where a text stream would change line ends. Nothing may be left in the stream's
-/// buffer. There is no way back.
-void passBytes(std::FILE* stream);
-
 inline constexpr std::size_t kDateTextSize = 64;
 
 /// Today as "MM/DD/YY" and now as "HH:MM:SS", local time. The result is an error number, 0 if all went well.

@@ -46,23 +46,6 @@ TEST_F(AppendedFile, MayBeHeldOpenBySeveralWriters) {
 
 TEST_F(AppendedFile, DoesNotOpenInAFolderThatIsMissing) { EXPECT_FALSE(openToAppend("no/such/folder/file.txt")); }
 
-TEST_F(AppendedFile, IsNoTerminal) {
-  std::FILE* file = std::fopen(mName.c_str(), "w");
-  ASSERT_NE(file, nullptr);
-  EXPECT_FALSE(isTerminal(file));
-  std::fclose(file);
-}
-
-TEST_F(AppendedFile, TakesBytesAsTheyAreOnceToldSo) {
-  std::FILE* file = std::fopen(mName.c_str(), "w");
-  ASSERT_NE(file, nullptr);
-  passBytes(file);
-  std::fputs("one\r\ntwo\n", file);
-  std::fclose(file);
-  std::ifstream raw(mName, std::ios::binary);
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(raw), {}), "one\r\ntwo\n");
-}
-
 /// Groups digits as the locales of many languages do.
 class Grouping : public std::numpunct<char> {
   char do_thousands_sep() const override { return ','; }

@@ -6,7 +6,7 @@
 #include <iterator>
 #include <stdexcept>
 
-#include "platform/platform.h"
+#include "platform/standard_streams.h"
 
 namespace kelctl {
 namespace {
@@ -28,7 +28,7 @@ Bytes readAll(std::istream& in, const std::string& name, std::size_t most) {
 
 Bytes readFile(const std::string& name, std::size_t most) {
   if (name == kStandardStream) {
-    kel::platform::passBytes(stdin);
+    passBytes(stdin);
     return readAll(std::cin, name, most);
   }
   std::ifstream file(name, std::ios::binary);
@@ -49,7 +49,7 @@ Bytes payloadOf(const PayloadOptions& options) {
 
 ByteFile::ByteFile(const std::string& name) : mName(name) {
   if (mName == kStandardStream) {
-    kel::platform::passBytes(stdout);
+    passBytes(stdout);
   } else if (!mName.empty()) {
     mFile.open(mName, std::ios::binary);
     if (!mFile) failOnFile(mName);

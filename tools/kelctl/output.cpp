@@ -7,7 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "platform/platform.h"
+#include "platform/standard_streams.h"
 
 namespace kelctl {
 namespace {
@@ -21,8 +21,7 @@ bool colourWanted() {
 
 }  // namespace
 
-Output::Output(bool json)
-    : mJson(json), mTerminal(!json && kel::platform::isTerminal(stdout)), mColour(mTerminal && colourWanted()) {}
+Output::Output(bool json) : mJson(json), mTerminal(!json && isTerminal(stdout)), mColour(mTerminal && colourWanted()) {}
 
 void Output::text(const std::string& text) {
   errno = 0;

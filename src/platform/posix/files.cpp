@@ -1,6 +1,5 @@
 // Files and dates.
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <ctime>
@@ -41,10 +40,6 @@ std::ofstream openToAppend(const std::string& fileName) {
   file.open(fileName, std::ios::out | std::ios::app);
   return file;
 }
-
-bool isTerminal(std::FILE* stream) { return isatty(fileno(stream)) == 1; }
-
-void passBytes(std::FILE* /*stream*/) {}
 
 int dateText(char (&text)[kDateTextSize]) { return formatNow("%m/%d/%y", text); }
 

@@ -6,9 +6,9 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "platform/platform.h"
+#include "platform/standard_streams.h"
 
-namespace kel::platform {
+namespace kelctl {
 namespace {
 
 TEST(Terminal, IsKnownAsOne) {
@@ -33,4 +33,4 @@ TEST(Terminal, ThePipeOfTwoProgramsIsNone) {
 }
 
 }  // namespace
-}  // namespace kel::platform
+}  // namespace kelctl

@@ -184,7 +184,9 @@ TEST_F(AllocationTest, AConnectionThatFindsNoMemoryIsRefused) {
       EXPECT_NO_THROW(status = BrelInit(&handle, nullptr, 0, nullptr, [](auto...) {}, nullptr));
       failed = heap.failed();
     }
-    if (status == kStatusOk) EXPECT_EQ(BrelFinalize(handle), kStatusOk);
+    if (status == kStatusOk) {
+      EXPECT_EQ(BrelFinalize(handle), kStatusOk);
+    }
     EXPECT_TRUE(status == kStatusOk || status == kStatusFailed);
     EXPECT_EQ(GetBrelInst(0), nullptr);
   }

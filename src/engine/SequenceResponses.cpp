@@ -57,7 +57,8 @@ struct CallbackForm {
   const char* firingConsole;
   const char* apiType;
   const char* apiTypeConsole;
-  void (*call)(OpaqueCallback callback, const SequenceAnswer& answer);
+  /// An exception of the client's is not one of ours, and ends the program.
+  void (*call)(OpaqueCallback callback, const SequenceAnswer& answer) noexcept;
 };
 
 constexpr const char* kOfIssueCommand = "apiType = BREL_ISSUE_COMMAND. \n";
@@ -84,7 +85,7 @@ constexpr CallbackForm kIssueAsyncCommandCallback{
     "firing issueAsyncCommandCallback. \n",
     "HandleSequenceResponse - firing issueAsyncCommandCallback for sequence number %d \n",
     kOfIssueCommand, kOfIssueCommandConsole,
-    [](OpaqueCallback callback, const SequenceAnswer& a) {
+    [](OpaqueCallback callback, const SequenceAnswer& a) noexcept {
       reinterpret_cast<IssueAsyncCommandCallback>(callback)(a.commandID, a.sequenceByte, a.record, a.dataSize);
     }};
 
@@ -92,7 +93,7 @@ constexpr CallbackForm kIssueStreamCallback{
     "firing issueStreamCallback. \n",
     "HandleSequenceResponse - firing issueStreamCallback for sequence number %d \n",
     kOfIssueCommand, kOfIssueCommandConsole,
-    [](OpaqueCallback callback, const SequenceAnswer& a) {
+    [](OpaqueCallback callback, const SequenceAnswer& a) noexcept {
       reinterpret_cast<IssueStreamCallback>(callback)(a.commandID, a.sequenceByte, a.streamEnd(), a.record, a.dataSize);
     }};
 
@@ -100,7 +101,7 @@ constexpr CallbackForm kInvokeAsyncTaskCallback{
     "firing invokeAsyncTaskCallback. \n",
     "HandleSequenceResponse - firing invokeAsyncTaskCallback for sequence number %d \n",
     kOfInvokeTask, kOfInvokeTaskConsole,
-    [](OpaqueCallback callback, const SequenceAnswer& a) {
+    [](OpaqueCallback callback, const SequenceAnswer& a) noexcept {
       const InvokeData payload(a);
       reinterpret_cast<KEL_AsyncCallback>(callback)(a.errorCode, a.commandID, a.sequenceByte, a.isRef, payload.data,
                                                     payload.size, payload.seqTUI);
@@ -110,7 +111,7 @@ constexpr CallbackForm kInvokeStreamCallback{
     "firing invokeStreamCallback. \n",
     "HandleSequenceResponse - firing invokeStreamCallback for sequence number %d \n",
     kOfInvokeTask, kOfInvokeTaskConsole,
-    [](OpaqueCallback callback, const SequenceAnswer& a) {
+    [](OpaqueCallback callback, const SequenceAnswer& a) noexcept {
       const InvokeData payload(a);
       reinterpret_cast<KEL_StreamCallback>(callback)(a.errorCode, a.commandID, a.sequenceByte, a.streamEnd(), a.isRef,
                                                      payload.data, payload.size, payload.seqTUI);

@@ -45,11 +45,7 @@ std::uint32_t AsyncListener::shutdown() { return LISTENER_SHUTDOWN_OK; }
 std::uint32_t AsyncListener::startListen(platform::Handle* threadHandleOut, AsyncThreadArguments* threadArguments) {
   const std::uint32_t currentSeqNum = threadArguments->seqNum;
   std::uint32_t threadId = 0;
-  platform::Handle thread = nullptr;
-  try {
-    thread = platform::createThread(listenerThreadFunc, threadArguments, &threadId);
-  } catch (const std::bad_alloc&) {  // no thread
-  }
+  const platform::Handle thread = platform::createThread(listenerThreadFunc, threadArguments, &threadId);
   mListenerThread = thread;
   mListenerThreadId = threadId;
   const int shownSeqNum = static_cast<int>(currentSeqNum);

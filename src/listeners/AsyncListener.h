@@ -16,7 +16,6 @@ class AsyncListener;
 /// Whether a thread was filed with its sequence, which its delivery relies on: the end of a sequence asks for its thread.
 /// Shared by the thread and by who starts it, since either may be done with it first.
 struct AsyncThreadFiling {
-  AsyncThreadFiling() { lock.init(); }
   platform::CriticalSection lock;  ///< held by who starts the thread, until it is filed or given up
   bool filed GUARDED_BY(lock) = false;
 };

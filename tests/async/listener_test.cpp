@@ -134,6 +134,21 @@ TEST_F(AsyncListenerTest, CountsItsBuffersOverAllWaits) {
   console();
 }
 
+TEST_F(AsyncListenerTest, AnAnswerForWhichThereIsNoMemoryIsLostAndTheNextOneHandedOn) {
+  init(3);
+  engine.queue = {"one", "two"};
+  engine.whileProcessing = [this] {
+    if (!engine.queue.empty()) throw std::bad_alloc();
+    platform::setEvent(stopEvent);
+  };
+  platform::setEvent(dataEvent);
+  EXPECT_EQ(run(3), 1u);
+  EXPECT_THAT(engine.calls, ElementsAre("take 3", "process 3 0 one 3", "take 3", "process 3 0 two 3", "free 3"));
+  EXPECT_THAT(log(), testing::HasSubstr(line("error", "listenerThreadFunc",
+                                             "(3) - out of memory, an answer is dropped. \n")));
+  console();
+}
+
 TEST_F(AsyncListenerTest, ADataEventWithNothingQueuedIsNoFault) {
   init(3);
   listener->mWaitTimeout = 0;

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "engine/IncomingData.h"
+#include "engine/SequenceResponses.h"
 #include "engine/engine_test.h"
 #include "support/failing_heap.h"
 
@@ -195,6 +196,23 @@ TEST_F(AllocationTest, AConnectionThatFindsNoMemoryIsRefused) {
   const FailingHeap heap(0);  // not even the engine
   EXPECT_EQ(BrelInit(&handle, nullptr, 0, nullptr, nullptr, nullptr), kStatusFailed);
   leavesEngines = true;  // of which the table counts one more than it holds
+}
+
+// Its client is then not told of the lack of an answer.
+TEST_F(AllocationTest, AnAnswerThatFindsNoMemoryIsDroppedAndTheConnectionInOrder) {
+  const std::uint32_t handle = start();
+  DropRequests(0);
+  std::uint32_t seqNum = 0;
+  ASSERT_EQ(BrelInvokeAsyncTask(handle, kDebugRef, 1, nullptr, 0, 0, 1, &seqNum,
+                                [](auto...) { ADD_FAILURE() << "there is no record to call with"; }, nullptr),
+            kStatusOk);
+  {
+    const FailingHeap heap;
+    EXPECT_THROW(ProcessSequenceData(handle, seqNum, kErrorCodeTimeout, nullptr, 0), std::bad_alloc);
+  }
+  auto finalized = std::async(std::launch::async, [&] { return BrelFinalize(handle); });
+  ASSERT_EQ(finalized.wait_for(std::chrono::milliseconds(kLong)), std::future_status::ready);
+  EXPECT_EQ(finalized.get(), kStatusOk);
 }
 
 TEST_F(AllocationTest, ARecordThatFindsNoMemoryIsDropped) {

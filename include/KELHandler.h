@@ -39,8 +39,8 @@
  *  7. Null pointers. Each function says which of its pointers may be null, and what that means. One of which it says
  *     nothing must not be null; a callback that is null is never called.
  *  8. An exhausted heap is a refusal like any other, with the function's own code: nothing is thrown at a client. What
- *     then stays taken is told with KEL_ConnectEx. A message for which there is no memory is lost.
- *  9. Settings are read anew at each connect from Brel.ini in the working directory, if there is one.
+ *     then stays taken is described with KEL_ConnectEx. A message for which there is no memory is lost.
+ *  9. Each connect reads the settings again from Brel.ini in the working directory, if there is one.
  */
 #ifndef KELHANDLER_H
 #define KELHANDLER_H
@@ -257,10 +257,10 @@ KEL_API uint32_t KEL_SetConnParams(uint64_t params, uint32_t value);
 /**
  * Asks whether a file belongs to the software generation that runs on the device. Fetches the generation's identifiers
  * from the device, and so blocks like a task. The comparison itself is a validator's that is not part of this library:
- * as it stands, every file passes whose name can be told, once the device has given its identifiers.
+ * as it stands, every file passes that has a name, once the device has given its identifiers.
  *
  * fileName                Name of the file, with or without a path. Where it ends in a path separator, that is cut off.
- *                         Null is a name that cannot be told.
+ *                         Null counts as no name.
  * fileBuffer, fileLength  Its bytes and their number. Null is the validator's to judge.
  * userVersion             Points to 64 bits of the client's. Null is the validator's to judge.
  * versionsVectorsPath     Folder of the "*VersionsVector.txt" files to judge by. With null nothing is asked, and the

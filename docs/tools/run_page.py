@@ -3,7 +3,7 @@
     run_page.py ROOT PAGE SCRATCH
 
 A page is a script: its `sh` blocks are run in their order by one shell, in a folder that looks like the repository. How
-blocks are marked for that is told in docs/contributing.md under "Pages".
+blocks are marked for that is described in docs/contributing.md under "Pages".
 """
 
 import os
@@ -52,7 +52,7 @@ def lay_out(root, scratch):
 
 
 def saved_as(block):
-    """The file that the reader is told to save the block as, or None."""
+    """The file that the page says to save the block as, or None."""
     named = re.search(r"[Ss]ave (?:it |this |them )?as `([^`]+)`", block.before)
     return named and named.group(1)
 

@@ -12,7 +12,7 @@
  *
  * A scenario does much of that with no code: a JSON file that the environment variable SLUICEHUB_SCENARIO names, or
  * else SluiceHub.json in the working directory. The first connect puts it in force, its rules behind those that there
- * are then. A scenario with mistakes is told on standard error, and every connect gives
+ * are then. A scenario with mistakes is reported on standard error, and every connect gives
  * SLUICEHUBSIM_STATUS_BAD_SCENARIO. docs/scenarios.md has the language.
  *
  * What the device does by itself
@@ -81,7 +81,7 @@ extern "C" {
 
 /** Everything back to what it was when the library was loaded: rules, results, the device's state, control status and
     its callbacks, counts, the request log, traces. Open connections and what is on its way to them stay. A scenario
-    starts anew, its seed and its counts too, with the next connect; its file is not read again. */
+    starts again with the next connect, its seed and its counts too; its file is not read again. */
 SLUICEHUBSIM_API void SluiceHubSim_Reset(void);
 
 /* ---- Rules: other answers to task requests ---- */
@@ -182,7 +182,7 @@ typedef struct SluiceHubSimSocketReply {
   uint32_t releaseStatus; /* SendReceiveMessage's result for a release. */
 } SluiceHubSimSocketReply;
 
-/** Has KelProxyAgent answer as told, with no socket ID taken or given back. Null: the lowest free ID from 0 on. */
+/** Has KelProxyAgent answer with this, with no socket ID taken or given back. Null: the lowest free ID from 0 on. */
 SLUICEHUBSIM_API void SluiceHubSim_SetSocketReply(const SluiceHubSimSocketReply* reply);
 
 /** Sets what SLUICE_HUB_GetVersion gives; 4, 1, 0, 21, 0 at first. */
@@ -277,9 +277,9 @@ SLUICEHUBSIM_API uint32_t SluiceHubSim_WaitIdle(uint32_t timeoutMs);
  * docs/captures.md tells how to read it. The environment variable SLUICEHUB_CAPTURE names a file to begin with the first
  * connection, and goes before this. The capture ends with the process; SluiceHubSim_Reset leaves it alone.
  *
- * fileName    Its file, in UTF-8, which is made anew. `%p` in it becomes digits that differ from process to process.
+ * fileName    Its file, in UTF-8; an older one is replaced. `%p` becomes digits that differ from process to process.
  *
- * Returns 1, or 0 if there was a capture already or the file cannot be opened, which standard error is told as well.
+ * Returns 1, or 0 if there was a capture already or the file cannot be opened, which is also written to standard error.
  */
 SLUICEHUBSIM_API uint32_t SluiceHubSim_StartCapture(const char* fileName);
 

@@ -1,5 +1,5 @@
 // The members of one object of a scenario, asked for by their keys. What is wrong with them goes into a list of
-// mistakes, and reading goes on, so that all of them are told.
+// mistakes, and reading goes on, so that all of them are reported.
 #pragma once
 
 #include <initializer_list>

@@ -1,4 +1,4 @@
-// JSON with the line of each value, which is what a mistake has to be told with.
+// JSON with the line of each value, so that a mistake is reported with its line.
 #pragma once
 
 #include <cstdint>

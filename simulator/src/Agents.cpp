@@ -72,7 +72,7 @@ bool Refuses(const SluiceHubSimRule& rule) {
   return rule.sendStatus != 0 || rule.replyID != 0 || (rule.L4status & 0xFFFF) != 0;
 }
 
-/// What follows a response, as the device or the rule wants it.
+/// What follows a response, by the device model or by the rule.
 bool MakeSeries(const KelRequest& request, const Answer& answer, const Rule& rule, Series& series) {
   series = {};
   series.TUI = request.TUI;

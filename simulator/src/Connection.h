@@ -35,7 +35,7 @@ struct Delivery {
   std::uint32_t ID = 0;              ///< message ID, or the event
   std::uint32_t reason = 0;          ///< of an event
   std::uint32_t holdBack = 0;        ///< later responses that have to go out first
-  Completion* completion = nullptr;  ///< told when the handler has returned or the delivery is dropped
+  Completion* completion = nullptr;  ///< notified when the handler has returned or the delivery is dropped
   Series series;
   std::vector<std::uint8_t> body;
 };
@@ -79,7 +79,7 @@ class Connection {
   bool IsIdle() const { return mQueue.empty() && mCurrent == nullptr; }
   bool OnOwnThread() const { return mThread.get_id() == std::this_thread::get_id(); }
 
-  /// Adapter row of the owner, told when it acquired its socket. It opens the body of each response.
+  /// Adapter row of the owner, as it stated when it acquired its socket. It opens the body of each response.
   std::uint16_t row = kNoSocket;
 
  private:

@@ -98,7 +98,7 @@ Reply AskAgent(Hub& hub, Connection& connection, const Message& message, Complet
   return reply;
 }
 
-/// Captures a request. Returns the number that its reply is told.
+/// Captures a request. Returns the number that its reply is to name.
 std::uint32_t RecordRequest(Hub& hub, std::uint32_t connection, const Message& message) {
   const std::uint32_t exchange = hub.capture.NewExchange();
   hub.capture.Add({.kind = CaptureKind::kRequest,

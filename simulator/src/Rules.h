@@ -34,7 +34,7 @@ class Rules {
   std::uint32_t Add(const RuleTerms& terms);
   void Clear() { mRules.clear(); }
   std::uint32_t Uses(std::uint32_t number) const;
-  /// Starts the random numbers anew. All rules draw from one row of them, in the order of requests.
+  /// Starts the random numbers again from `seed`. All rules draw from one row of them, in the order of requests.
   void Seed(std::uint32_t seed) { mRandom.seed(seed); }
   /// The rule that holds for a request, which this counts; null if none does. Valid until the rules change.
   const Rule* Match(std::uint32_t TUI);

@@ -14,7 +14,7 @@ const Reading& TheScenario();
 /// Guarded by the hub's lock.
 class RunningScenario {
  public:
-  /// Puts the scenario in force, if it is not yet. False if it has mistakes, which are told on standard error once:
+  /// Puts the scenario in force, if it is not yet. False if it has mistakes, which are written to standard error once:
   /// nothing is to be connected then.
   bool Begin(Hub& hub);
   /// How a connection that asks for a socket now is refused one; null if it is not.

@@ -3,7 +3,7 @@
 //
 // Every function returns an engine status (Status.h): 2 is success, and 1 also stands for a handle without an engine and
 // for an exhausted heap. None throws.
-// What an operation does, and who owns what it gives out, is told with the member of BrelEngine that it calls. Nothing
+// What an operation does, and who owns what it gives out, stands with the member of BrelEngine that it calls. Nothing
 // here takes the exports' lock: several tasks may run at once, from several threads.
 #pragma once
 

@@ -60,8 +60,8 @@ class BrelEngine {
 
   // SyncTasks.cpp.
   /// Sends a task by name and, if `responseExpected` is 1, waits for its answer. `*expectedResultsTaskBuffer` gets the
-  /// answer's payload in a block of the caller's, or null, unless the name is unknown. The request's block and the copy
-  /// of the whole answer stay allocated: meant.
+  /// answer's payload in a block of the caller's, or null; it is untouched if the name is unknown. The request's block
+  /// and the copy of the whole answer are never freed; clients know this growth of the process.
   Status InvokeTask(const char* taskName, std::uint32_t commandID, const void* inputBuffer,
                     std::uint32_t inputBufferSize, std::uint32_t initialSeqTUI, std::uint8_t responseExpected,
                     void** expectedResultsTaskBuffer, std::uint32_t* expectedResultsTaskBufferSize,
@@ -73,7 +73,7 @@ class BrelEngine {
 
   // AsyncTasks.cpp.
   /// Sends a task by name; its answers go to the callbacks. `*seqNum` gets the sequence's number, if it has one. The
-  /// request's block stays allocated: meant.
+  /// request's block is never freed, as with InvokeTask().
   Status InvokeAsyncTask(const char* taskName, std::uint32_t commandID, const void* inputBuffer,
                          std::uint32_t inputBufferSize, std::uint32_t initialSeqTUI, std::uint8_t responseExpected,
                          std::uint32_t* seqNum, OpaqueCallback callbackFunc, OpaqueCallback streamCallbackFunc);

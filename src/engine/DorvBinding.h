@@ -1,4 +1,4 @@
-// The adapter's entry points as the engines call them: through pointers that each init() sets anew to the same values.
+// The adapter's entry points as the engines call them: through pointers, which each init() sets to the same values.
 #pragma once
 
 #include <atomic>

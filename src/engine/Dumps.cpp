@@ -16,7 +16,7 @@ bool BrelEngine::DumpRequestBuffer(const task* record, std::uint32_t size) {
   const char* structFile = mRequestStructDumpFilename;
   const char* payloadFile = mRequestStructPayloadDumpFilename;
   if (*structFile != '\0' && !DumpStruct(structFile, record, size)) failed(structFile);
-  // The same words for both files; only the name tells them apart. Log readers know the line so.
+  // The same words for both files; only the name tells them apart. Log readers know the line like this.
   if (*payloadFile != '\0' && !DumpStructPayload(payloadFile, record, size)) failed(payloadFile);
   return true;
 }

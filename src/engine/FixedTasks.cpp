@@ -1,5 +1,6 @@
 // The engine's own tasks for the driver's trace and statistics services. A caller asks for a path or a block and knows
-// nothing of tasks. After a failed send or wait the sequence number stays taken: meant.
+// nothing of tasks. After a failed send or wait the sequence stays open and keeps its number until the engine ends, so
+// that a late answer cannot reach another task.
 #include <algorithm>
 #include <cstring>
 
@@ -33,7 +34,7 @@ struct BrelEngine::FixedTask {
   const void* payload;
   std::uint32_t payloadSize;
   std::uint32_t answerType;
-  bool printsFoundTUI = false;  ///< the others print their line ahead of the look-up, with a TUI of 0
+  bool printsFoundTUI = false;  ///< the others print their line before the look-up, with a TUI of 0
 };
 
 // ---------------------------------------------------------------------------------------------------------------------
@@ -84,7 +85,7 @@ Status BrelEngine::readByFixedTask(const FixedTask& fixed, std::uint8_t** block,
   const Status status = runFixedTask(fixed, &response);
   if (status != kStatusOk) return status;
   const std::uint32_t payloadSize = response->payloadSize;
-  // With an end mark behind it, since one of the operations gives it out as a text that nobody else may have ended.
+  // A zero byte follows the payload, since one operation gives it out as a text, which the device need not have ended.
   *block = static_cast<std::uint8_t*>(AllocateBlock(std::size_t{payloadSize} + 1));
   std::memcpy(*block, PayloadOf(response), payloadSize);
   (*block)[payloadSize] = 0;

@@ -5,7 +5,7 @@
 
 namespace kel {
 
-/// Reads keys of the file that it was told, which is opened anew for each. A missing file, section or key gives the
+/// Reads keys of one file, which it opens again for each key. A missing file, section or key gives the
 /// default. Threads: one.
 class IniFileReader {
  public:

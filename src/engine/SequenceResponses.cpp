@@ -309,7 +309,7 @@ void BrelEngine::callClient(const SequenceAnswer& answer, OpaqueCallback callbac
   if (form == nullptr) {
     mLogger.log(kError, kHandle, kLogFlags) << "(" << coreSeqNum << ") - Error: apiType = "
                                             << std::uint32_t{answer.apiType} << ". Unspecified handling. \n";
-    // The console shows the apiType where its text speaks of the sequence number: log readers know the line so.
+    // The console shows the apiType where its text speaks of the sequence number: log readers know the line like this.
     mDebugPrint("HandleSequenceResponse - Error: apiType = &d. Unspecified handling. Sequence number %d \n",
                 static_cast<int>(answer.apiType));
     return;

@@ -1,4 +1,4 @@
-// What becomes of an answer, or of its failing to come, on the listener thread of its sequence.
+// What the listener thread of a sequence does with an answer, or with a time-out.
 //
 // A client's callback for an asynchronous task or a stream is called here and nowhere else.
 #pragma once
@@ -29,7 +29,8 @@ bool FreeSequenceByHandle(std::uint32_t engineHandle, std::uint32_t seqNum);
 /// Overwrites the error code of a record.
 void SetResponseStatus(std::uint8_t* record, std::uint32_t errorCode);
 
-/// Makes a record that tells of an error, in a block of the record capacity that nobody releases: meant.
+/// Makes a record that reports an error, in a block of the record capacity. The block is never freed, since a client
+/// may keep the pointer that its callback got.
 void BuildErrorResponse(std::uint32_t TUI, std::uint32_t errorCode, std::uint8_t** clonedBuffer,
                         std::uint32_t* clonedBufferSize);
 

@@ -23,7 +23,7 @@ Status BrelEngine::InvokeTask(const char* taskName, std::uint32_t commandID, con
   if (!mTUIsList.FindTuiByName("InvokeTask", taskName != nullptr ? taskName : "", &TUI)) return kStatusFailed;
   mDebugPrint("\nTUI = %d\n", static_cast<int>(TUI));
 
-  // Neither the request nor the whole response is released: meant.
+  // Neither the request nor the whole response is ever freed; clients know this growth of the process.
   task* record = BuildRequest(TUI, responseExpected, initialSeqTUI, inputBuffer, inputBufferSize);
   task* responseRecord = nullptr;
   std::uint32_t responseSize = 0;
@@ -90,7 +90,8 @@ Status BrelEngine::IssueCommandBase(ApiType apiType, std::uint32_t commandID, ta
 
   const std::uint32_t dorvCode = SendToDorv(kIssue, record, recordSize);
   if (dorvCode != DORV_OK) {
-    // Also where no sequence was opened, and then number 0 is meant, whoever has it.
+    // If no sequence was opened this acts on number 0: it frees it even if another task has it, and logs that it cannot
+    // if nobody has.
     if (isStream) {
       DisposeAsyncThread(seqNum);
     } else {
@@ -153,7 +154,7 @@ bool BrelEngine::WaitForRx(const char* callerName, platform::Handle dataEvent) {
 }
 
 /// Waits for the answer of a sequence and takes it: a block that is the caller's, or null with the reason in the log.
-/// After a failed wait the sequence stays open, with its number: meant.
+/// After a failed wait the sequence stays open and keeps its number, so that a late answer cannot reach another task.
 task* BrelEngine::GetRxMsgBuf(const char* callerName, std::uint32_t seqNum, platform::Handle dataEvent) {
   if (!WaitForRx(callerName, dataEvent)) return nullptr;
 

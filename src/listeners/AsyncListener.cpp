@@ -67,7 +67,7 @@ std::uint32_t AsyncListener::startListen(platform::Handle* threadHandleOut, Asyn
   line() << " (" << currentSeqNum << ") - Listener Thread's priority hightend. Handle=" << thread << "\n";
   debugPrint("startListen (%d) - Listener Thread's priority hightend. Handle=%X\n", shownSeqNum, shownHandle);
   *threadHandleOut = thread;
-  // Anew for each thread: one of a new day moves the engine's lines to a new file.
+  // Again for each thread: the first one of a new day moves the engine's lines to a new file.
   mLogger.setFileName("Brel_Async_Listener.logs");
   return LISTENER_STARTED;
 }

@@ -52,7 +52,7 @@ inline constexpr std::uint32_t kNextBufferEmpty = 2;
 /// The error code by which a thread reports that no answer came in time.
 inline constexpr std::uint32_t kErrorCodeTimeout = 2;
 
-/// One object per engine and one thread per sequence: init() and startListen() are called anew for each, and every
+/// One object per engine and one thread per sequence: init() and startListen() are called again for each, and every
 /// thread works by arguments of its own.
 ///
 ///   wait ends by           the thread
@@ -63,8 +63,8 @@ inline constexpr std::uint32_t kErrorCodeTimeout = 2;
 ///                          no time-out
 ///   anything else          ends with 3
 ///
-/// It also ends, with the sequence left open, when the next answer cannot be had (0) or the engine is gone (4). A thread
-/// that ends like this is never counted off, and a general stop then waits for it for good: meant.
+/// It also ends, with the sequence left open, when it cannot take the next answer from the queue (0) or the engine is
+/// gone (4). A thread that ends like this stays counted, so that the general stop of its engine never returns.
 ///
 /// A thread delivers nothing before it is filed: with a short time-out it may be ready ahead of that, and then waits. One
 /// that was given up instead ends with 0 and delivers nothing at all; its sequence is closed by who gave it up.

@@ -130,7 +130,7 @@ ListenerResult QueueListener<Words>::recvData(const void* buffer, std::uint32_t 
     return LISTENER_DATA_NOT_TAKEN;
   }
   if (queue_res != QUEUE_INSERT_OK) {
-    // Under the thread's name, meant.
+    // Log readers look for this line under the thread's name.
     mLogger.log(kError, kThread, kLogFlags)
         << "problem inserting to queue - " << static_cast<std::uint32_t>(queue_res) << " \n";
     debugPrint("problem inserting to queue - %d\n", static_cast<int>(queue_res));

@@ -26,10 +26,9 @@ enum QueueResult : std::uint32_t {
 
 /// Moves pointers and sizes, with no limit on their number; it copies no data and signals nobody.
 ///
-/// A buffer belongs to the queue from insert() on and to the taker from extract() on. The queue frees none: what is
-/// still in it at its end is the owner's to have drained. Threads: any number may insert and extract at once, also
-/// while the owner shuts the queue down or initialises it again. The lock is a leaf and is held for the container's
-/// operation only.
+/// A buffer belongs to the queue from insert() on and to the taker from extract() on. The queue frees none: its owner
+/// drains it before its end. Threads: any number may insert and extract at once, also while the owner shuts the queue
+/// down or initialises it again. The lock is a leaf and is held for the container's operation only.
 class SafeQueue {
  public:
   SafeQueue() { init(); }

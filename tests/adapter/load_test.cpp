@@ -158,7 +158,7 @@ TEST_F(PipeLibrary, SetsTheLogUpAtTheFirstLoad) {
   registry.set(kLoggerRegistryKey, "Info", 0u);
   initRow();
   EXPECT_EQ(log.fresh(), "");
-  // With no row left, the next load is a first one again and reads the switches anew.
+  // With no row left, the next load is a first one again and reads the switches.
   Dorv_Finalize(0);
   registry.switchLogsOn();
   initRow();

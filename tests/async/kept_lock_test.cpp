@@ -1,4 +1,4 @@
-// Answers that cannot be handled: what is told of each, and the lock that stays with the thread that met it.
+// Answers that cannot be handled: the lines of each, and the lock that stays with the thread that met it.
 #include <future>
 #include <thread>
 

@@ -1,4 +1,4 @@
-// The start of an async listener's threads, and what is told of it.
+// The start of an async listener's threads, and its lines.
 #include <array>
 #include <sstream>
 

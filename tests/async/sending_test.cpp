@@ -227,7 +227,7 @@ TEST_F(SendingTest, WithoutTheTableOfSequencesEveryRequestIsRefused) {
   EXPECT_EQ(inside().threads(), 0);
 }
 
-// What is meant is the number in the client's variable, whoever has it.
+// The number is the one in the client's variable, even if another task has it.
 TEST_F(SendingTest, ARefusedRequestWithoutASequenceClosesThatOfTheClientsVariable) {
   InvokeAsync(handle, kDebugRef, OnTask);
   InvokeAsync(handle, kDebugRef, OnTask);

@@ -163,8 +163,8 @@ TEST_F(SyncTest, SixtyFourTimeOutsUseUpTheNumbers) {
   EXPECT_EQ(Invoke(handle, kDebugRef, "x", 1).status, 1u);
 
   EXPECT_EQ(BrelFinalize(handle), kStatusOk);
-  const std::uint32_t anew = start();
-  EXPECT_EQ(Invoke(anew, kDebugRef, "x", 1).status, kStatusOk);
+  const std::uint32_t next = start();
+  EXPECT_EQ(Invoke(next, kDebugRef, "x", 1).status, kStatusOk);
   EXPECT_EQ(lastSeqNum(), 0u);
 }
 

@@ -73,7 +73,7 @@ std::vector<std::uint8_t> Request(const std::vector<std::uint32_t>& words, const
 
 class RequestTest : public EngineTest {
  protected:
-  /// What the device gets of a task that wants no response, and so keeps its sequence word.
+  /// What the device gets of a task that expects no response, and so keeps its sequence word.
   std::vector<std::uint8_t> sent(const char* name, const void* input, std::uint32_t inputSize) {
     EXPECT_EQ(Invoke(handle, name, input, inputSize, 0xAABBCCDD, 0).status, kStatusOk);
     return LastMessage();

@@ -1,4 +1,4 @@
-# Presses Ctrl-C once kelctl has printed a line, and so waits for more for sure, and wants it to end in order.
+# Presses Ctrl-C when kelctl has printed a line and so certainly waits for more, and expects it to end in order.
 # shellcheck shell=bash disable=SC2154  # coproc sets kelctl_PID
 set -euo pipefail
 coproc kelctl { exec "$@"; }

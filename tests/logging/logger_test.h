@@ -15,7 +15,7 @@ namespace kel::test {
 /// A logger named "Module" on the file "test.logs", with the levels that a test has switched on.
 class Logger : public testing::Test {
  protected:
-  /// To be called once the registry is as the test wants it.
+  /// To be called when the test has written its registry values.
   void setUp() {
     logger.setRegistryKey(kLoggerRegistryKey);
     logger.setFileName("test.logs");

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds programs outside of the source tree against an installed KELHandler, and runs them.
 #   outside.sh WAY PREFIX FOLDER FILES...
-# WAY is find_package, pkg-config or import-library; FILES are copied into FOLDER, which is made anew. CC and CXX are the
+# WAY is find_package, pkg-config or import-library; FILES are copied into FOLDER, which is made new. CC and CXX are the
 # compilers, and EMULATOR runs what they make if this system cannot.
 set -euo pipefail
 way=$1 prefix=$2 folder=$3

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Makes the packages of a build and unpacks them:
 #   pack.sh CPACK-CONFIG FOLDER
-# FOLDER, which is made anew, gets the packages, and in FOLDER/root all that is in them.
+# FOLDER, which is made new, gets the packages, and in FOLDER/root all that is in them.
 set -euo pipefail
 config=$1 folder=$2
 

@@ -1,4 +1,4 @@
-// The table's mutex: left behind by an ended thread, not to be had, not to be given back.
+// The table's mutex: left behind by a thread that ended, held by another one, and impossible to release.
 #include <functional>
 #include <thread>
 

@@ -74,7 +74,7 @@ class Sequencer : public testing::Test {
   void assignAll() {
     for (std::uint32_t i = 0; i < kSequenceNumbers; ++i) ASSERT_EQ(assign().status, SEQ_ASSIGN_OK);
   }
-  /// How many numbers are still to be had. Uses them up.
+  /// How many numbers are still free. Takes them all.
   std::uint32_t numbersLeft() {
     std::uint32_t count = 0;
     while (assign().status == SEQ_ASSIGN_OK) ++count;

@@ -466,7 +466,8 @@ TEST_F(SettingsOfAConnection, APortBeyond16BitsConnectsAllTheSame) {
   EXPECT_EQ(tableOf("ARGUMENT.csv"), "ARGUMENT");
 }
 
-// Were the time-out the 10000 that the text says in hexadecimal, this test would not end in its time.
+// Behind a capital X the number reads as 0. Were it read as it stands, the wait would last more than 24 days, and the
+// test would run into its own time-out.
 TEST_F(SettingsOfAConnection, ATimeoutWithACapitalXEndsEveryWaitAtOnce) {
   mDirectory.writeSettings("TUIsFilePath=\nRxWaitTimeout=0X7FFFFFFF\n");
   SluiceHubSimRule silence{};

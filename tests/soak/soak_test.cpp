@@ -114,7 +114,7 @@ TEST_F(SoakTest, ManyConnectionsLeaveTwoFileNamesAndNothingElse) {
   expectLeft(before, kRounds, perRound);
 }
 
-/// Threads that the engine stops all at once leave their handles behind, which is meant, so these are not counted here.
+/// Threads that the engine stops all at once never have their handles closed, so handles are not counted here.
 TEST_F(SoakTest, ManyConnectionsThatAreClosedInTheMidstOfThingsLeaveNoThread) {
   constexpr std::uint32_t kRounds = KEL_SOAK_ROUNDS / 50;  // each waits a while for its threads
   const auto round = [](std::uint32_t i) {

@@ -33,7 +33,7 @@ TEST_F(ExportTest, GivesOneForAFileThatPasses) {
   EXPECT_EQ(Validate(conn), KEL_VERSION_VALID);
   EXPECT_EQ(Requests(), 1u);
   EXPECT_EQ(Validate(conn), 1u);
-  EXPECT_EQ(Requests(), 2u);  // the UIDs are fetched anew
+  EXPECT_EQ(Requests(), 2u);  // the UIDs are fetched again
 }
 
 TEST_F(ExportTest, GivesSevenForAConnectionThatIsNotThere) {

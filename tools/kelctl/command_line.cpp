@@ -43,7 +43,7 @@ int failed(Output& output, int status, const std::exception& error, const Refuse
   try {
     output.object({{"error", json}});
   } catch (const std::exception&) {
-    // Standard output takes no more, which is what was told just now.
+    // Standard output takes no more, which was reported just now.
   }
   return status;
 }

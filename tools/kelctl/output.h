@@ -1,5 +1,5 @@
 // What kelctl prints to standard output: words and tables for a person at a terminal, plain lines for a script behind a
-// pipe, or JSON. What goes wrong is told on standard error.
+// pipe, or JSON. What goes wrong is written to standard error.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>

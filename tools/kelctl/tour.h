@@ -1,4 +1,4 @@
-// A sequence of steps that are run, timed, checked and told of.
+// A sequence of steps that are run, timed, checked and reported.
 #pragma once
 
 #include <cstdint>

@@ -17,6 +17,16 @@ bool CloseEvent(platform::Handle* event) {
   return closed;
 }
 
+/// What both ways of filing data give to the caller.
+void HandOut(const sequence_element& element, platform::Handle* syncDataEvent, platform::Handle* aSyncDataEvent,
+             AsyncListener** asyncListenerInstance, bool* isAsync, bool* isStream) {
+  *syncDataEvent = element.syncDataEvent;
+  *aSyncDataEvent = element.aSyncDataEvent;
+  *asyncListenerInstance = element.asyncListenerInstance;
+  *isAsync = element.isAsync;
+  *isStream = element.isStream;
+}
+
 }  // namespace
 
 BrelTasksSequencer::BrelTasksSequencer() {
@@ -177,11 +187,7 @@ SeqStatus BrelTasksSequencer::InsertDataBySeqNum(std::uint32_t seqNum, const std
     const bool hasData = buffer != nullptr && size != 0;
     element.buffer = hasData ? CopyBlock(buffer, size) : nullptr;
     element.bufferSize = hasData ? size : 0;
-    *syncDataEvent = element.syncDataEvent;
-    *aSyncDataEvent = element.aSyncDataEvent;
-    *asyncListenerInstance = element.asyncListenerInstance;
-    *isAsync = element.isAsync;
-    *isStream = element.isStream;
+    HandOut(element, syncDataEvent, aSyncDataEvent, asyncListenerInstance, isAsync, isStream);
     return true;
   });
   if (!inserted) return SEQ_INSERT_FAILED;
@@ -215,11 +221,7 @@ SeqStatus BrelTasksSequencer::InsertAsyncDataBySeqNum(std::uint32_t seqNum, cons
                  static_cast<int>(queue_res));
       return false;
     }
-    *syncDataEvent = element.syncDataEvent;
-    *aSyncDataEvent = element.aSyncDataEvent;
-    *asyncListenerInstance = element.asyncListenerInstance;
-    *isAsync = element.isAsync;
-    *isStream = element.isStream;
+    HandOut(element, syncDataEvent, aSyncDataEvent, asyncListenerInstance, isAsync, isStream);
     return true;
   });
   if (!inserted) return SEQ_INSERT_FAILED;

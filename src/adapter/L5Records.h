@@ -52,7 +52,7 @@ struct WireTask {
 
 /// The immediate reply to a KEL request, which says only whether the request was taken.
 struct KelRequestReply {
-  std::uint32_t errorWord;    ///< offset 0: told in the log when L4status is not 0
+  std::uint32_t errorWord;    ///< offset 0: shown in the log when L4status is not 0
   std::uint8_t other1[4];     ///< offset 4: not read
   std::uint16_t L4status;     ///< offset 8: 0 when the L4 adapter in the driver took the message
   std::uint8_t other2[14];    ///< offset 10: not read

@@ -53,7 +53,7 @@ bool WRAPPER_COMMON_LoadSluiceHub() NO_THREAD_SAFETY_ANALYSIS {
     gSluiceHubLock.leave();
     return false;
   }
-  // A library without this function passes here, meant; it counts as one of version 0.
+  // A library without this function is not refused here; it counts as one of version 0.
   gGetVersion =
       reinterpret_cast<GetSluiceHubVersion>(platform::findSymbol(gSluiceHubModule, "SLUICE_HUB_GetVersion"));
 
@@ -65,7 +65,7 @@ bool WRAPPER_COMMON_LoadSluiceHub() NO_THREAD_SAFETY_ANALYSIS {
   const GetSluiceHubVersion getVersion = gGetVersion;
   const VersionArray ver = getVersion != nullptr ? getVersion() : VersionArray{};
   const std::uint32_t result = ValidateVersion(L"KELHandler", ver, appsrvVer);
-  if (result > 1) return false;  // with the lock held, meant: this thread keeps it
+  if (result > 1) return false;  // this thread keeps the lock, so that no other one loads the library
   gSluiceHubLock.leave();
   return true;
 }

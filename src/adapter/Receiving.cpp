@@ -54,7 +54,7 @@ bool IsWhole(const std::uint8_t* body, std::uint32_t bodySize) {
 }
 
 /// Takes a response or a broadcast; `*handle` gets the row that it names. One that cannot be delivered is logged and
-/// dropped, and the pipe library is not told.
+/// dropped, and the pipe library does not learn of it.
 void TakeResponse(const std::uint8_t* body, std::uint32_t bodySize, std::uint32_t* handle) {
   if (body == nullptr || bodySize < sizeof(std::uint16_t)) {
     ReportRowError(*handle, kMessages, "Got KeL response with invalid socketID. \n");
@@ -93,7 +93,7 @@ void Dorv_MessagesHandler(std::uint64_t /*connection*/, std::uint32_t /*source*/
 
 void Dorv_EventHandler(std::uint64_t /*connection*/, std::uint32_t event, const std::uint32_t* reason,
                        const std::uint32_t* context) {
-  // Of a connection that outlives its row, the row may be taken anew meanwhile.
+  // If a connection outlives its row, another engine may have taken the row meanwhile.
   const std::uint32_t handle = Load(*const_cast<std::uint32_t*>(context));
   LogRow(kInfo, handle, kEvents, "Start. \n");
   if (event == L5_EVENT_DISCONNECTED) {

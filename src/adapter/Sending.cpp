@@ -82,7 +82,7 @@ std::uint32_t Dorv_Send(std::uint32_t handle, const task* record, std::uint32_t 
   const std::uint16_t L4status = L5rcvBuffer.L4status;
   LogRow(kInfo, handle, "Dorv_Send", "L4Status: ", std::uint32_t{L4status}, "\n");
   if (L4status != 0) {
-    // The word told is the reply's first, not L4status: meant.
+    // The number in the line is the reply's first word, not L4status; log readers know it like this.
     const std::uint32_t errorWord = L5rcvBuffer.errorWord;
     ReportRowError(handle, "Dorv_Send", "L4 Adapter in driver returned error number = ", errorWord, " \n");
     return DORV_FAILED;

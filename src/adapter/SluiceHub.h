@@ -19,7 +19,7 @@ std::uint32_t SLUICE_HUB_UnregisterCtrlStatusUpdatesCB(KEL_CtrlStatusCallback ca
 std::uint32_t SLUICE_HUB_GetCtrlStatus(void);
 std::uint32_t SLUICE_HUB_SetConnParams(std::uint64_t params, std::uint32_t value);
 
-/// 0 if nobody wants the interface versions compared.
+/// 0 if the interface versions are not to be compared.
 std::uint32_t IsVersionValidationEnabled(void);
 /// Compares the pipe library's interface version with the one that a user was built for. 0 and 1 accept it.
 std::uint32_t ValidateVersion(const wchar_t* userName, VersionArray ofLibrary, VersionArray ofUser);

@@ -31,7 +31,7 @@ Status BrelEngine::InvokeAsyncTask(const char* taskName, std::uint32_t commandID
   std::uint32_t TUI = 0;
   if (!mTUIsList.FindTuiByName("InvokeAsyncTask", taskName != nullptr ? taskName : "", &TUI)) return kStatusFailed;
   mDebugPrint("\nTUI = %d\n", static_cast<int>(TUI));
-  // The request is not released: meant.
+  // The request is never freed; clients know this growth of the process.
   task* record = BuildRequest(TUI, responseExpected, initialSeqTUI, inputBuffer, inputBufferSize);
   return IssueAsyncCommandBase(BREL_INVOKE_TASK, commandID, record, seqNum, callbackFunc, streamCallbackFunc);
 }
@@ -167,7 +167,7 @@ bool BrelEngine::GenerateAsyncThread(std::uint32_t seqNum, platform::Handle aSyn
   return false;
 }
 
-/// The ordinary end of a sequence's thread, often told by the thread itself. Nobody waits for it: when it sees the stop
+/// The ordinary end of a sequence's thread, often called on that thread. Nobody waits for it: when it sees the stop
 /// event it frees the sequence and so counts itself off.
 bool BrelEngine::DisposeAsyncThread(std::uint32_t seqNum) {
   const auto failed = [&](const char* text, const char* consoleFormat) {
@@ -186,7 +186,7 @@ bool BrelEngine::DisposeAsyncThread(std::uint32_t seqNum) {
   if (seqStopEvent == nullptr) {
     return failed("NULL stop event. \n", "DisposeAsyncThread - NULL stop event related to sequence number %d \n");
   }
-  if (seqThreadHandle == nullptr) {  // the words speak of the instance: meant
+  if (seqThreadHandle == nullptr) {  // the line names the instance, which log readers know
     return failed("NULL asyncListenerInstance. \n",
                   "DisposeAsyncThread - NULL asyncListenerInstance related to sequence number %d \n");
   }

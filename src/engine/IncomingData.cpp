@@ -140,7 +140,7 @@ std::uint32_t BrelEngine::TakeAlert(std::uint32_t errorCode) {
     report(kInfo, kAlertsCallback, "callback - Alert arrived but no alerts callback exists \n");
     return 1;
   }
-  // The listener copies it once more, and this block stays allocated: meant.
+  // The listener makes its own copy, and this block is never freed; clients know this growth of the process.
   const std::uint8_t* alert = nullptr;
   try {
     alert = CopyBlock(&errorCode, sizeof errorCode);

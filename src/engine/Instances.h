@@ -21,7 +21,7 @@ namespace kel {
 inline constexpr std::uint32_t kNoBrelHandle = 0xFFFFFFFF;
 
 /// Makes an engine in the lowest free row. Null, with `*handle` kNoBrelHandle, if 15 are alive. If the constructor
-/// throws the lock stays held and the engine stays counted: meant.
+/// throws the lock stays held and the engine stays counted, so other threads that need the lock wait for ever.
 std::shared_ptr<BrelEngine> AddBrelInst(std::uint32_t* handle);
 
 /// The engine of a row, or null.

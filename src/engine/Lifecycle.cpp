@@ -14,7 +14,7 @@ DorvBinding gDorv;
 
 namespace {
 
-/// Puts a copy of a path in the place of an owned text. Neither of the two that come here is ever released: meant.
+/// Puts a copy of a path in the place of an owned text. The end of an engine frees neither of its two paths.
 void ReplaceText(char** owned, const char* path) { std::free(std::exchange(*owned, CopyText(path))); }
 
 /// Holds a lock to the end of its scope, or until it is left before that.
@@ -112,7 +112,7 @@ Status BrelEngine::initSteps(const char* TUIsFilePath, bool activateVersionContr
               static_cast<int>(dorvHandle));
   mDebugPrint("BBBBBBBBB\n");
 
-  // From here on data may come in; what the handlers take of it before the last step is told with mInitialized.
+  // From here on data may come in; mInitialized says what the handlers take of it before the last step.
   if (gDorv.Connect(dorvHandle, mUpperDriverIpAddress, static_cast<std::uint16_t>(mUpperDriverPortNumber)) != DORV_OK) {
     return undo(kStatusNotConnected, "error connecting Dorv.dll to Upper Driver \n");
   }
@@ -161,8 +161,8 @@ Status BrelEngine::finalizeSteps() {
   mSendLock.destroy();
   mAsyncThreadsCountLock.destroy();
 
-  // The stale handle is kept, so that a second Finalize() ends here: meant. On Windows, though, its value may be another
-  // object's by then, which the second one would close.
+  // The stale handle is kept: closing it again fails, so a second Finalize() ends here with 1. On Windows, though, its
+  // value may be another object's by then, which the second one would close.
   if (mGeneralStopEvent != nullptr && !platform::closeHandle(mGeneralStopEvent)) {
     report(kError, "Finalize", "could not close mGeneralStopEvent handle \n");
     return kStatusFailed;

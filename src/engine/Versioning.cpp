@@ -83,7 +83,7 @@ bool BrelEngine::InitVersioningSupport() {
   return false;
 }
 
-/// Neither the answer nor an earlier array is released: meant.
+/// Neither the answer nor an earlier array is freed: another thread's check may still read the array.
 bool BrelEngine::RetrieveVersionsUIDsArray() {
   constexpr const char* kRetrieve = "RetrieveVersionsUIDsArray";
   void* vergenUIDsVectorBuf = nullptr;

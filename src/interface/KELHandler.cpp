@@ -122,7 +122,7 @@ std::uint32_t KEL_Connect(const char* TUIsFilePath, KEL_BroadcastCallback broadc
 
 std::uint32_t KEL_ConnectEx(const char* TUIsFilePath, std::uint32_t /*ignored1*/, std::uint64_t /*ignored2*/,
                             KEL_BroadcastCallback broadcastCallback, std::uint32_t /*ignored3*/, std::uint64_t* conn) {
-  // A connection that nobody is told of could never be closed.
+  // A connection whose value nobody gets could never be closed.
   if (conn == nullptr) return KEL_E_CONNECTION;
   std::uint32_t brelHandle = 0;
   const kel::platform::InSection alone(gConnectionsLock);

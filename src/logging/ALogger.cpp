@@ -65,7 +65,7 @@ void ALogger::setRegistryKey(const char* key) {
 }
 
 void ALogger::setFileName(std::string_view name) {
-  // Of a logger that the registry has switched off nobody sees a name, and some are named anew for each task.
+  // Nobody sees the name of a logger that the registry has switched off, and some get their name again with each task.
   const char* key = mRegistryKey.load(std::memory_order_relaxed);
   if (key != nullptr && !isEnabled(kInfo) && !isEnabled(kWarning) && !isEnabled(kError)) return;
   DoContained([&] {

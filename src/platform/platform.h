@@ -1,7 +1,7 @@
 // What the library asks of its operating system, and all that it asks.
 //
 // This header is a contract: a port is a folder beside win32/ and posix/ that defines every name below with the meaning
-// told here, and a run of tests/platform against it. The meaning is that of the Windows objects of the same kind, for
+// given here, and a run of tests/platform against it. The meaning is that of the Windows objects of the same kind, for
 // Windows is the library's home; win32/ is therefore a layer of direct calls.
 //
 // Conventions
@@ -101,7 +101,7 @@ bool setEvent(Handle event);
 bool resetEvent(Handle event);
 
 /// An unnamed mutex that knows its owner: a wait for it makes the waiting thread its owner, at once if it is so
-/// already, and each such wait wants one releaseMutex(). Null on failure.
+/// already, and each such wait needs one releaseMutex(). Null on failure.
 Handle createMutex(bool owned);
 
 /// False, and nothing changed, if this thread is not the owner.

@@ -90,7 +90,8 @@ SeqStatus BrelTasksSequencer::AssignSequence(ApiType apiType, std::uint32_t comm
   if (!acquire(kTableWait, Abandoned::accept)) return SEQ_ASSIGN_FAILED;
   Acquired acquired(*this);
 
-  // Made ahead of the test for a number, and left behind if there is none: meant, as is what a failure below loses.
+  // Made before the test for a number, and not freed if there is none; a failure below loses what it has made so far.
+  // Clients know this growth of the process.
   auto* element = new sequence_element{};
   if (mFreeSeqNums.empty()) return SEQ_ASSIGN_NO_FREE_NUMBER;
   const std::uint32_t number = mFreeSeqNums.front();

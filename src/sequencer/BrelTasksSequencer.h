@@ -31,7 +31,7 @@ enum SeqStatus : std::uint32_t {
   SEQ_FREE_OK = 4,
   SEQ_INSERT_FAILED = 5,
   SEQ_INSERT_OK = 6,
-  SEQ_RETRIEVE_FAILED = 7,     ///< the mutex was not to be had
+  SEQ_RETRIEVE_FAILED = 7,     ///< the mutex could not be acquired
   SEQ_RETRIEVE_OK = 8,
   SEQ_RETRIEVE_NOT_FOUND = 9,  ///< no such sequence
   SEQ_RETRIEVE_EMPTY = 10,     ///< the sequence's queue holds nothing
@@ -116,7 +116,7 @@ class FreeNumbers {
 class BrelTasksSequencer {
  public:
   BrelTasksSequencer();
-  /// Frees what is open; gives up, with nothing freed, if the mutex is not to be had cleanly.
+  /// Frees what is open; gives up, with nothing freed, if the mutex is not acquired, or was abandoned.
   ~BrelTasksSequencer();
   BrelTasksSequencer(const BrelTasksSequencer&) = delete;
   BrelTasksSequencer& operator=(const BrelTasksSequencer&) = delete;
@@ -176,7 +176,7 @@ class BrelTasksSequencer {
  private:
   using Sequences = std::map<std::uint32_t, sequence_element*>;
 
-  /// The kernel mutex as the thread-safety analysis wants to see it.
+  /// The kernel mutex in a form that the thread-safety analysis can follow.
   struct CAPABILITY("mutex") TableMutex {
     platform::Handle handle = nullptr;
   };
@@ -204,7 +204,7 @@ class BrelTasksSequencer {
   bool acquire(std::uint32_t milliseconds, Abandoned abandoned) TRY_ACQUIRE(true, mMutex);
   /// Sets mSequencesIter; the element, or null.
   sequence_element* find(std::uint32_t seqNum) REQUIRES(mMutex);
-  /// How every change of an element ends: its entry is taken out and filed anew. The entry's own memory goes with it, so
+  /// How every change of an element ends: its entry is taken out and filed again. The entry's own memory goes with it, so
   /// nothing can be lost between the two.
   void refile() REQUIRES(mMutex);
   /// The frame of the insert operations: `change` is called with the element under the mutex and says whether it did.

@@ -5,7 +5,7 @@ namespace kel {
 
 /// What follows the path's last separator, in a block that is the caller's; a path without one is copied whole. Where
 /// it has a forward slash anywhere, backslashes do not count. False, with null, for a null path and for one that ends
-/// in its separator, which is then cut off in `path` itself, with a scratch copy left allocated: meant.
+/// in its separator, which is then cut off in `path` itself, and a scratch copy is not freed.
 bool ExtractFileName(char* path, char** fileNameWithoutPath);
 
 }  // namespace kel

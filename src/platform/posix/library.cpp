@@ -18,7 +18,7 @@ thread_local constinit std::uint32_t tLastError = 0;
 
 void posix::setLastError(std::uint32_t error) { tLastError = error; }
 
-// dlopen() searches the RUNPATH of the object that calls it. This file is linked into the one whose RUNPATH is meant.
+// dlopen() searches the RUNPATH of the object that calls it. This file is linked into the one whose RUNPATH counts.
 Module loadLibrary(const char* name) {
   Module const library = dlopen(("lib" + std::string(name) + ".so").c_str(), RTLD_NOW);
   if (!library) setLastError(kModuleNotFound);

@@ -71,7 +71,7 @@ void* run(void* argument) {
   return nullptr;
 }
 
-/// All signals but those by which a thread is told of a fault of its own.
+/// All signals except those that report a fault of the thread itself.
 sigset_t signalsOfOthers() {
   sigset_t signals;
   sigfillset(&signals);

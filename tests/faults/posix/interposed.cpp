@@ -119,6 +119,7 @@ bool IsLibrarys(const Stack& stack) {
 struct Counted {
   std::uint64_t number;
   std::uint64_t calls;
+  bool failed;
   Stack stack;
 };
 
@@ -129,7 +130,7 @@ Plan gPlan;
 std::atomic<bool> gArmed{false};
 std::uint64_t gCalls = 0;
 std::uint64_t gFailures = 0;
-Counted gFailed;
+const Counted* gFirst = nullptr;  ///< that failed
 
 thread_local constinit bool tInside = false;
 
@@ -154,7 +155,10 @@ bool Fails(Family family, const void* returnAddress) {
       gCounted[place].stack = stack;
     }
     fails = gFailures != 0 ? gPlan.onwards : (gPlan.stack == number || (gPlan.stack == 0 && gPlan.call == gCalls));
-    if (fails && gFailures++ == 0) gFailed = {number, gCalls, stack};
+    if (fails) {
+      gCounted[place].failed = true;
+      if (gFailures++ == 0) gFirst = &gCounted[place];
+    }
     gBusy.clear(std::memory_order_release);
   }
   errno = error;
@@ -238,7 +242,10 @@ void WriteStacks(int descriptor) {
 }
 
 void WriteFailure(int descriptor) {
-  if (gFailures != 0) Line(descriptor) << "failed " << gFailed.number << gFailed.stack;
+  if (gFirst != nullptr) Line(descriptor) << "failed " << gFirst->number << gFirst->stack;
+  for (const Counted& counted : gCounted) {
+    if (counted.failed && &counted != gFirst) Line(descriptor) << "failed " << counted.number << counted.stack;
+  }
   Line(descriptor) << "failures " << gFailures;
 }
 

@@ -11,3 +11,10 @@ elseif(KEL_SANITIZER STREQUAL "coverage")
   add_compile_options(-fprofile-instr-generate -fcoverage-mapping -fprofile-update=atomic)
   add_link_options(-fprofile-instr-generate)
 endif()
+
+# Everything tells libFuzzer which ways it went; with Clang only.
+option(KEL_FUZZ "Make the fuzz targets programs of libFuzzer, which look for inputs by themselves" OFF)
+if(KEL_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+  add_link_options(-fsanitize=fuzzer-no-link)
+endif()

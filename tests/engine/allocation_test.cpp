@@ -207,7 +207,7 @@ TEST_F(AllocationTest, AnAnswerThatFindsNoMemoryIsDroppedAndTheConnectionInOrder
                                 [](auto...) { ADD_FAILURE() << "there is no record to call with"; }, nullptr),
             kStatusOk);
   {
-    const FailingHeap heap;
+    const FailingHeap heap(0);
     EXPECT_THROW(ProcessSequenceData(handle, seqNum, kErrorCodeTimeout, nullptr, 0), std::bad_alloc);
   }
   auto finalized = std::async(std::launch::async, [&] { return BrelFinalize(handle); });
@@ -233,8 +233,8 @@ TEST_F(AllocationTest, ARecordThatFindsNoMemoryIsDropped) {
     DropRequests(0);
     std::uint32_t seqNum = 0;
     ASSERT_EQ(BrelInvokeAsyncTask(handle, kDebugRef, 1, nullptr, 0, 0, 1, &seqNum, nullptr, nullptr), kStatusOk);
-    const FailingHeap heap;
     for (const auto* record : {&broadcast, &answer}) {
+      const FailingHeap heap(0);
       std::uint32_t taken = 4711;
       EXPECT_NO_THROW(taken = BrelEngineCallback(BrelGetDorvHandle(handle), record->data(),
                                                  static_cast<std::uint32_t>(record->size())));

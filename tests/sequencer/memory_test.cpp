@@ -90,7 +90,7 @@ TEST_F(SequencerMemory, ALookupThatFindsNoneFailsWithAnEmptySnapshot) {
   insertData(opened.seqNum, "filed");
   sequence_snapshot snapshot;
   {
-    const FailingHeap heap;
+    const FailingHeap heap(0);
     EXPECT_EQ(sequencer->RetrieveBySeqNum(opened.seqNum, &snapshot), SEQ_RETRIEVE_FAILED);
   }
   EXPECT_EQ(snapshot.apiType, BREL_NO_API_TYPE);

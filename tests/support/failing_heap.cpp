@@ -5,7 +5,8 @@
 
 #include <atomic>
 #include <new>
-#include <thread>
+
+#include "support/thread_number.h"
 
 #define KEL_NOTHROW "RKSt9nothrow_t"  // the second argument
 
@@ -20,10 +21,13 @@ struct Shortage {
   bool insideNew = false;  ///< which takes its memory from malloc()
 };
 
-std::atomic<std::thread::id> gThread;  // that has a failing heap
+std::atomic<std::uint64_t> gThread{0};  // that has a failing heap
 Shortage gShortage;
 
-bool IsShort() { return gThread.load(std::memory_order_relaxed) == std::this_thread::get_id(); }
+bool IsShort() {
+  const std::uint64_t thread = gThread.load(std::memory_order_relaxed);
+  return thread != 0 && thread == kel::test::ThreadNumber();
+}
 
 bool FailsNow() {
   if (!IsShort()) return false;
@@ -48,13 +52,13 @@ namespace kel::test {
 
 FailingHeap::FailingHeap() {
   gShortage = {.always = true, .objectsLeft = 0};
-  gThread = std::this_thread::get_id();
+  gThread = ThreadNumber();
 }
 FailingHeap::FailingHeap(int objects) {
   gShortage = {.always = false, .objectsLeft = objects};
-  gThread = std::this_thread::get_id();
+  gThread = ThreadNumber();
 }
-FailingHeap::~FailingHeap() { gThread = std::thread::id(); }
+FailingHeap::~FailingHeap() { gThread = 0; }
 
 bool FailingHeap::failed() const { return gShortage.failed; }
 

@@ -5,7 +5,8 @@
 namespace kel::test {
 
 /// While one lives, the heap gives nothing to the thread that made it, by operator new or by malloc(): always, or just
-/// once, after `objects` that can still be made. One at a time in a process.
+/// once, after `objects` that can still be made. One at a time in a process. Where something is to throw, only once: on
+/// some systems an exception needs memory of its own.
 class FailingHeap {
  public:
   FailingHeap();

@@ -1,0 +1,9 @@
+#include "support/thread_number.h"
+
+#include <windows.h>
+
+namespace kel::test {
+
+std::uint64_t ThreadNumber() { return GetCurrentThreadId(); }
+
+}  // namespace kel::test

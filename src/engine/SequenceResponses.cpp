@@ -25,6 +25,7 @@ struct SequenceAnswer {
   // What is delivered.
   task* record = nullptr;
   std::uint32_t dataSize = 0;
+  task spare{};  ///< the record of a lack for which there is no block
 
   std::uint32_t coreSeqNum() const { return GetCoreSeqNum(sequenceByte); }
   SeqNumType seqNumType() const { return GetSeqNumType(sequenceByte); }
@@ -34,6 +35,13 @@ struct SequenceAnswer {
 namespace {
 
 constexpr const char* kHandle = "HandleSequenceResponse";
+
+void WriteError(task* record, std::uint32_t TUI, std::uint32_t errorCode) {
+  record->TUI = MakeSeqTUI(TUI, 0);
+  record->errorCode = errorCode;
+  record->seqTUI = 0;
+  record->payloadSize = 0;
+}
 
 SequenceAnswer ReadAnswer(std::uint32_t seqNum, std::uint32_t errorCode, const std::uint8_t* buffer) {
   SequenceAnswer answer;
@@ -161,12 +169,8 @@ void SetResponseStatus(std::uint8_t* record, std::uint32_t errorCode) {
 
 void BuildErrorResponse(std::uint32_t TUI, std::uint32_t errorCode, std::uint8_t** clonedBuffer,
                         std::uint32_t* clonedBufferSize) {
-  auto* record = static_cast<task*>(AllocateBlock(BrelTaskRecordCapacity));
-  record->TUI = MakeSeqTUI(TUI, 0);
-  record->errorCode = errorCode;
-  record->seqTUI = 0;
-  record->payloadSize = 0;
-  *clonedBuffer = reinterpret_cast<std::uint8_t*>(record);
+  *clonedBuffer = static_cast<std::uint8_t*>(AllocateBlock(BrelTaskRecordCapacity));
+  WriteError(reinterpret_cast<task*>(*clonedBuffer), TUI, errorCode);
   *clonedBufferSize = sizeof(task);
 }
 
@@ -235,7 +239,13 @@ void BrelEngine::takeAnswer(SequenceAnswer* answer, std::uint8_t* buffer, std::u
   std::uint8_t* clonedBuffer = buffer;
   std::uint32_t clonedBufferSize = bufferSize;
   if (answer->errorCode != 0) {
-    BuildErrorResponse(answer->TUI, answer->errorCode, &clonedBuffer, &clonedBufferSize);
+    try {
+      BuildErrorResponse(answer->TUI, answer->errorCode, &clonedBuffer, &clonedBufferSize);
+    } catch (const std::bad_alloc&) {  // its client must be told all the same
+      WriteError(&answer->spare, answer->TUI, answer->errorCode);
+      clonedBuffer = reinterpret_cast<std::uint8_t*>(&answer->spare);
+      clonedBufferSize = sizeof answer->spare;
+    }
     answer->record = reinterpret_cast<task*>(clonedBuffer);
     answer->dataSize = clonedBufferSize;
     reportHandling(kError, answer->coreSeqNum(), "error code signalled. \n",

@@ -1,6 +1,7 @@
 // What becomes of the one answer to an asynchronous task, and of its failing to come.
 #include "async/async_test.h"
 #include "async/said.h"
+#include "support/failing_heap.h"
 
 namespace kel::test {
 namespace {
@@ -224,6 +225,19 @@ TEST_F(ResponseTest, OtherErrorsAreHandedOnAsTheyAre) {
   const auto calls = gCalls.waitFor(1);
   EXPECT_EQ(calls[0].errorCode, 4711u);
   EXPECT_EQ(calls[0].data, Text(Record(kDebugRefTui, 4711, 0, "")));
+}
+
+TEST_F(ResponseTest, AnErrorIsToldAlsoWhereThereIsNoMemoryForItsRecord) {
+  const std::uint32_t seqNum = openTask();
+  {
+    const HeldSequences held(inside());  // keeps the sequence's own thread waiting
+    const FailingHeap exhausted(0);
+    EXPECT_TRUE(engine->HandleSequenceResponse(seqNum, kErrorCodeTimeout, nullptr, 0));
+    EXPECT_TRUE(exhausted.failed());
+  }
+  const auto calls = gCalls.waitFor(1);
+  EXPECT_EQ(calls[0].errorCode, kErrorCodeTimeout);
+  EXPECT_EQ(calls[0].data, Text(Record(kDebugRefTui, kErrorCodeTimeout, 0, "")));
 }
 
 TEST(ErrorRecord, HasNoSequenceByteAndNoPayload) {

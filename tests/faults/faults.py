@@ -165,8 +165,8 @@ def faults_of(life, stood=()):
     if report.through:
         found.append(("crash", f"an exception came through {report.through}"))
     if life.hung:
-        function = next((function for function, place in stood if not place.startswith(("platform/", "/"))), "unknown")
-        found.append(("hang", f"in {report.begun or 'between calls'}, in {function}"))
+        functions = own([frame for frame in stood if not frame[1].startswith("platform/")])
+        found.append(("hang", f"in {report.begun or 'between calls'}: {' < '.join(functions[:5])}"))
     if found and not report.told:
         return found
 
@@ -201,7 +201,7 @@ KEPT = [
      "an engine that cannot be constructed leaves the table's lock with the thread that asked for it: the pipe library's "
      "threads find no engine any more"),
     (("memory",), "SafeQueue::insert",
-     "hang: in (version|broadcaster), in BrelTasksSequencer::acquire|hang: in disconnect, in .*::ShutdownAsyncThread",
+     "hang: in (stream|broadcaster|version|disconnect): .*(BrelTasksSequencer::|Dorv_Disconnect|::ShutdownAsyncThread)",
      "a queue that cannot grow keeps its lock: who takes from it waits for ever, and holds the sequencer's mutex"),
     (("memory",), "BrelTasksSequencer::InsertAsyncDataBySeqNum", "stream with status 0",
      "a stream has no time-out: its messages for which there is no memory are lost, and it ends with the connection"),
@@ -230,7 +230,8 @@ def chosen(stacks, symbols, whole):
 
 
 def own(frames):
-    return [function for function, place in frames if not place.startswith("/usr/")]
+    """The functions that are the library's, in whatever header their line stands."""
+    return [function for function, _ in frames if not function.startswith(("std::", "__gnu_cxx::"))]
 
 
 def attempt(program, setting, plan):
@@ -258,7 +259,7 @@ def run(program, arguments, pool, table):
             plans = [["stack", family, str(number)] for number, _, _ in chosen(stacks, symbols, whole)]
             if setting == "silent" and not arguments.slice:
                 plans += [["call", family, str(number)] for number in range(1, row["calls"] + 1)]
-            plans = [[*plan, *mode] for plan in plans for mode in ([], ["onwards"])]
+            plans = [[*plan, *mode] for plan in plans for mode in ([[], ["onwards"]] if whole else [[]])]
             for life in pool.map(functools.partial(attempt, program, setting), plans):
                 if not life.hit():
                     row["missed"] += 1
@@ -298,7 +299,7 @@ def print_unexpected(symbols, unexpected):
         print("\n" + "; ".join(f"{kind}: {words}" for kind, words in found))
         print(f"    {len(lives)} times, as in: {setting} {' '.join(life.arguments)}")
         for word, stack in (("failed", life.report.failed[0]), ("stood", life.report.stopped), ("died", life.report.died)):
-            for function, place in [frame for frame in symbols.of(stack) if not frame[1].startswith("/usr/")][:10]:
+            for function, place in [frame for frame in symbols.of(stack) if own([frame])][:10]:
                 print(f"    {word} in {function}  {place}")
         for line in life.errors.splitlines()[:3]:
             print(f"    {line}")
@@ -306,7 +307,7 @@ def print_unexpected(symbols, unexpected):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--slice", action="store_true", help="with logs, only one stack for eight innermost functions")
+    parser.add_argument("--slice", action="store_true", help="with logs, fail only alone, and only one stack for each eight innermost functions")
     parser.add_argument("--jobs", type=int, default=2)
     parser.add_argument("--only", action="append", choices=FAMILIES)
     parser.add_argument("program", nargs="+")

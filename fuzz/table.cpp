@@ -5,7 +5,6 @@
 //   - handed out raw, they are the file's, up to the byte that ends them.
 #include <cstring>
 #include <map>
-#include <memory>
 
 #include "catalogue/BrelTUIsList.h"
 #include "target.h"
@@ -14,7 +13,7 @@ namespace kel::fuzz {
 namespace {
 
 constexpr const char* kFile = "table.csv";
-constexpr int kLineSize = 255;
+constexpr std::size_t kLongestLine = 254;
 
 struct Row {
   std::int32_t result = 0;
@@ -47,22 +46,31 @@ void WalkText(BrelTUIsList& list, const std::string& content) {
   }
 }
 
-/// The file's lines one by one, as the list itself reads them.
-bool ReadLines(BrelTUIsList& list, std::map<std::string, std::uint32_t>& byName,
+/// The lines of a file as a text-mode stream of Windows has them, with long ones in pieces.
+std::vector<std::string> Lines(const std::string& content) {
+  std::string text = content.substr(0, content.find('\x1A'));
+  for (std::size_t at = 0; (at = text.find("\r\n", at)) != text.npos;) text.erase(at, 1);
+  std::vector<std::string> lines;
+  for (std::size_t at = 0; at < text.size(); at += lines.back().size()) {
+    const std::size_t end = std::min(text.find('\n', at), text.size() - 1);
+    lines.push_back(text.substr(at, std::min(end + 1 - at, kLongestLine)));
+  }
+  return lines;
+}
+
+/// Whether all of a file can be read, one line a row. An empty row ends it.
+bool ReadLines(BrelTUIsList& list, const std::string& content, std::map<std::string, std::uint32_t>& byName,
                std::map<std::uint32_t, std::string>& byTui) {
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(kFile, "r"), &std::fclose);
-  Promise(file != nullptr, "the file is there");
-  char line[kLineSize];
-  if (std::fgets(line, sizeof line, file.get()) == nullptr) return false;
-  do {
-    const char* position = line;
+  const std::vector<std::string> lines = Lines(content);
+  for (const std::string& line : lines) {
+    const char* position = line.c_str();
     const Row row = ReadRow(list, &position);
     if (row.result == -1) return true;
     if (row.result == 0) return false;
     byName[row.name] = row.tui;
     byTui[row.tui] = row.name;
-  } while (std::fgets(line, sizeof line, file.get()) != nullptr);
-  return true;
+  }
+  return !lines.empty();
 }
 
 void CheckLookups(BrelTUIsList& list, const std::map<std::string, std::uint32_t>& byName,
@@ -111,7 +119,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
 
   std::map<std::string, std::uint32_t> byName;
   std::map<std::uint32_t, std::string> byTui;
-  const bool readable = ReadLines(list, byName, byTui);
+  const bool readable = ReadLines(list, content, byName, byTui);
   Promise(list.ReadTUIs() == readable, "a table is read through if each of its rows is");
   CheckLookups(list, byName, byTui);
   CheckRaw(list, content);

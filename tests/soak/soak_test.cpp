@@ -3,13 +3,13 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <vector>
 
 #include "SluiceHubSim.h"
 #include "adapter/TaskRecord.h"
 #include "engine/Brel.h"
 #include "platform/platform.h"
 #include "support/core_process.h"
+#include "support/heap_block.h"
 #include "support/process_resources.h"
 #include "support/registry_settings.h"
 #include "support/scratch_directory.h"
@@ -19,17 +19,6 @@ namespace {
 
 /// What the heap's ups and downs may add up to: far less than one more block per turn would.
 constexpr std::size_t Slack(std::uint32_t turns) { return 64 * 1024 + turns * std::size_t{4}; }
-
-/// How much of the heap a block of that size takes.
-std::size_t HeapBytesOfBlock(std::size_t size) {
-  constexpr std::size_t kBlocks = 1000;
-  std::vector<void*> blocks(kBlocks);
-  const std::size_t before = HeapBytes().value_or(0);
-  for (void*& block : blocks) block = std::malloc(size);
-  const std::size_t after = HeapBytes().value_or(0);
-  for (void* block : blocks) std::free(block);
-  return (after - before) / kBlocks;
-}
 
 /// What a process holds at one moment.
 struct Held {
@@ -71,14 +60,14 @@ class SoakTest : public ::testing::Test {
   }
 
   /// Compares with what was held before. The heap must have grown by `perTurn` bytes in each of the turns.
-  static void expectLeft(const Held& before, std::uint32_t turns, std::size_t perTurn) {
+  static void expectLeft(const Held& before, std::uint32_t turns, std::int64_t perTurn) {
     waitForThreadsToEnd(before.threads);
     const Held after;
     EXPECT_EQ(after.handles, before.handles);
     EXPECT_EQ(after.threads, before.threads);
     EXPECT_EQ(after.descriptors, before.descriptors);
     if (!after.heap) return;
-    const std::size_t expected = *before.heap + turns * perTurn;
+    const std::size_t expected = *before.heap + turns * static_cast<std::size_t>(perTurn);
     EXPECT_LE(*after.heap, expected + Slack(turns));
     EXPECT_GE(*after.heap + Slack(turns), expected);
   }
@@ -94,7 +83,7 @@ TEST_F(SoakTest, ManyTasksLeaveTheirRequestAndTheirAnswerAndNothingElse) {
   const std::uint32_t handle = start();
   for (std::uint32_t i = 0; i < 200; ++i) send(handle, i);  // until everything has its size
   // The request's block, and the copy of the whole answer.
-  const std::size_t perTask = HeapBytesOfBlock(BrelTaskRecordCapacity) + HeapBytesOfBlock(sizeof(task) + 12);
+  const std::int64_t perTask = HeapBytesOfBlock(BrelTaskRecordCapacity) + HeapBytesOfBlock(sizeof(task) + 12);
 
   const Held before;
   for (std::uint32_t i = 0; i < kTasks && !HasFatalFailure(); ++i) send(handle, i);
@@ -106,7 +95,7 @@ TEST_F(SoakTest, ManyConnectionsLeaveTwoFileNamesAndNothingElse) {
   constexpr std::uint32_t kRounds = KEL_SOAK_ROUNDS;
   for (int i = 0; i < 20; ++i) EXPECT_EQ(BrelFinalize(start()), kStatusOk);
   // The engine's copy of the task table's name and the catalogue's.
-  const std::size_t perRound = 2 * HeapBytesOfBlock(sizeof "KEL_ALLTASKS.csv");
+  const std::int64_t perRound = 2 * HeapBytesOfBlock(sizeof "KEL_ALLTASKS.csv");
 
   waitForThreadsToEnd(mThreadsAtStart);
   const Held before;

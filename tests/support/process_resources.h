@@ -18,4 +18,7 @@ std::optional<std::size_t> OpenDescriptors();
 /// Bytes that the heap has given out, its own bookkeeping included.
 std::optional<std::size_t> HeapBytes();
 
+/// Memory that the process takes; none where a sanitizer takes its own.
+std::optional<std::size_t> ResidentBytes();
+
 }  // namespace kel::test

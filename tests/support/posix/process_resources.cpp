@@ -1,8 +1,10 @@
 #include "support/process_resources.h"
 
 #include <malloc.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 
 #include "support/heap_of_sanitizer.h"
@@ -30,6 +32,16 @@ std::optional<std::size_t> HeapBytes() {
 #else
   const struct mallinfo2 info = mallinfo2();
   return info.uordblks + info.hblkhd;
+#endif
+}
+
+std::optional<std::size_t> ResidentBytes() {
+#ifdef KEL_HEAP_OF_SANITIZER
+  return {};
+#else
+  std::size_t pages = 0;
+  std::ifstream("/proc/self/statm") >> pages >> pages;  // the second number
+  return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 #endif
 }
 

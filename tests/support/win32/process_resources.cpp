@@ -25,4 +25,6 @@ std::optional<std::size_t> OpenDescriptors() { return {}; }
 
 std::optional<std::size_t> HeapBytes() { return {}; }
 
+std::optional<std::size_t> ResidentBytes() { return {}; }
+
 }  // namespace kel::test

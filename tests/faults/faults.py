@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
-"""Fails each call to the system that the library makes during a client's life, one per process, and judges what comes of it.
+"""Fails each call to the system that the library makes during a client's life, in a process each, and judges the life.
 
-A counting run tells the distinct stacks of a family's calls. Then each stack's first call is failed, once alone and once
-with all that follow, until the client disarms. A run is right if it ends in time, no task is told twice or not at all, and
-a second life works. What the library is made to lose is listed apart, in KEPT below, each with its reason; a run that is
-there and one that is not are told apart by where the call failed and by what came of it.
+A counting run tells the distinct stacks of a family's calls. Then the first call with each stack is failed: once alone,
+and once with all calls of its family that follow, until the client disarms. Without logs the same is done by the calls'
+numbers, which reaches the later calls with a stack too. A life is right if it ends in time, each task is told once, and
+a second life works. What the library loses on purpose is listed apart, see KEPT: such a run is known by what failed and
+by what came of it, and any other is a fault.
 
   faults.py [--slice] [--jobs N] [--only FAMILY] PROGRAM...    PROGRAM: client_life of one build
 """
@@ -70,6 +71,10 @@ class Report:
             elif word == "done":
                 self.done = True
 
+    def first(self):
+        """The stack of the first call that failed."""
+        return self.failed[0] if self.failed else []
+
 
 class Life:
     """One run of the program."""
@@ -83,8 +88,8 @@ class Life:
             environment = dict(os.environ, ASAN_OPTIONS="detect_leaks=0:handle_abort=0:handle_segv=0:exitcode=99:"
                                                         "allocator_may_return_null=1")
             with open(os.path.join(folder, "out"), "wb") as out, open(os.path.join(folder, "err"), "wb") as err:
-                process = subprocess.Popen([program, MESSAGES[setting], *arguments], cwd=folder, env=environment, stdout=out, stderr=err,
-                                           stdin=subprocess.DEVNULL)
+                process = subprocess.Popen([program, MESSAGES[setting], *arguments], cwd=folder, env=environment,
+                                           stdin=subprocess.DEVNULL, stdout=out, stderr=err)
                 try:
                     process.wait(LIMIT)
                 except subprocess.TimeoutExpired:
@@ -142,7 +147,8 @@ class Symbols:
 def plain(function):
     """A function's name without its arguments."""
     depth, name = 0, ""
-    for part in re.sub(r" \[clone.*", "", function).replace("operator<<", "operator-insert").replace("(anonymous namespace)::", ""):
+    function = re.sub(r" \[clone.*|\(anonymous namespace\)::", "", function).replace("operator<<", "operator-insert")
+    for part in function:
         depth += part in "(<"
         if depth == 0:
             name += part
@@ -198,8 +204,8 @@ KEPT = [
     (("load", "memory"), "WRAPPER_COMMON_LoadSluiceHub", "second-connect gives 7",
      "a load that failed is counted all the same: a later connect takes it for done, and finds no functions"),
     (("memory",), "AddBrelInst", "second-task gives 12",
-     "an engine that cannot be constructed leaves the table's lock with the thread that asked for it: the pipe library's "
-     "threads find no engine any more"),
+     "an engine that cannot be constructed leaves the table's lock with the thread that asked for it: the pipe "
+     "library's threads find no engine any more"),
     (("memory",), "SafeQueue::insert",
      "hang: in (stream|broadcaster|version|disconnect): .*(BrelTasksSequencer::|Dorv_Disconnect|::ShutdownAsyncThread)",
      "a queue that cannot grow keeps its lock: who takes from it waits for ever, and holds the sequencer's mutex"),
@@ -293,12 +299,13 @@ def print_unexpected(symbols, unexpected):
     """Groups what belongs together: the same faults, and the same place of the library."""
     groups = collections.defaultdict(list)
     for setting, life, found in unexpected:
-        groups[(tuple(found), tuple(own(symbols.of(life.report.failed[0]))[:3]))].append((setting, life))
+        groups[(tuple(found), tuple(own(symbols.of(life.report.first()))[:3]))].append((setting, life))
     for (found, _), lives in sorted(groups.items(), key=lambda item: (item[0][0], -len(item[1]))):
         setting, life = lives[0]
         print("\n" + "; ".join(f"{kind}: {words}" for kind, words in found))
         print(f"    {len(lives)} times, as in: {setting} {' '.join(life.arguments)}")
-        for word, stack in (("failed", life.report.failed[0]), ("stood", life.report.stopped), ("died", life.report.died)):
+        report = life.report
+        for word, stack in (("failed", report.first()), ("stood", report.stopped), ("died", report.died)):
             for function, place in [frame for frame in symbols.of(stack) if own([frame])][:10]:
                 print(f"    {word} in {function}  {place}")
         for line in life.errors.splitlines()[:3]:
@@ -307,8 +314,9 @@ def print_unexpected(symbols, unexpected):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--slice", action="store_true", help="with logs, fail only alone, and only one stack for each eight innermost functions")
-    parser.add_argument("--jobs", type=int, default=2)
+    parser.add_argument("--slice", action="store_true",
+                        help="with logs, fail calls alone, and one for each eight innermost functions")
+    parser.add_argument("--jobs", type=int, default=8, help="lives at a time; most of them wait")
     parser.add_argument("--only", action="append", choices=FAMILIES)
     parser.add_argument("program", nargs="+")
     arguments = parser.parse_args()
@@ -324,8 +332,8 @@ def main():
         print_unexpected(symbols, unexpected)
         bad += len(unexpected)
     total = sum((row for _, _, _, row in table), collections.Counter())
-    print(f"\n{total['tried']} failures tried in {time.monotonic() - start:.0f} s, {total['kept']} kept as they must be, "
-          f"{bad} with a fault")
+    print(f"\n{total['tried']} failures tried in {time.monotonic() - start:.0f} s: "
+          f"{total['kept']} with something kept on purpose, {bad} with a fault")
     return 1 if bad else 0
 
 

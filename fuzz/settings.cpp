@@ -30,6 +30,13 @@ std::string Lower(std::string text) {
   return text;
 }
 
+/// Blanks round a name are no part of it.
+std::string Name(const std::string& text) {
+  constexpr const char* kBlanks = " \t\n\v\f\r\x1A";
+  const std::size_t begin = text.find_first_not_of(kBlanks);
+  return begin == text.npos ? "" : Lower(text.substr(begin, text.find_last_not_of(kBlanks) + 1 - begin));
+}
+
 std::string Ask(const Question& question, std::uint32_t room, const char* fileName) {
   const auto value = std::make_unique<char[]>(room);
   std::memset(value.get(), 'x', room);
@@ -95,7 +102,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
 
   CheckDefault(question, room, Ask(question, room, "no.ini"));
   const std::string value = Ask(question, room, kFile);
-  if (Lower(content).find(Lower(question.key)) == content.npos) CheckDefault(question, room, value);
+  if (Lower(content).find(Name(question.key)) == content.npos) CheckDefault(question, room, value);
   CheckReader(question);
   CheckRegistry(question);
   return 0;

@@ -34,10 +34,8 @@ using Counter = std::atomic<std::int64_t>;
 constexpr std::uint32_t kLinks = KEL_MAX_CONNECTIONS;
 constexpr std::uint32_t kThreads = 16;
 
-// A synchronous task without an answer holds up all calls until its time-out, so that is short. It must not be so short
-// that a client's thread can be held up for as long while it starts a listener: a time-out ahead of the listener's
-// entry in the sequence is one of the refusals that keep the connection's lock for good.
-constexpr char kSettings[] = "RxWaitTimeout=500\n";
+// A synchronous task without an answer holds up all calls until its time-out, so that is short.
+constexpr char kSettings[] = "RxWaitTimeout=30\n";
 
 constexpr char kScenario[] = R"({
   "rules": [

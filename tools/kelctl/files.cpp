@@ -1,9 +1,9 @@
 #include "files.h"
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <iostream>
-#include <iterator>
 #include <stdexcept>
 
 #include "platform/standard_streams.h"
@@ -15,12 +15,14 @@ namespace {
 
 Bytes readAll(std::istream& in, const std::string& name, std::size_t most) {
   Bytes bytes;
-  for (std::istreambuf_iterator<char> byte(in), end; byte != end; ++byte) {
-    if (bytes.size() == most) {
+  std::array<char, 65536> piece;
+  while (in.read(piece.data(), piece.size()), in.gcount() != 0) {
+    bytes.insert(bytes.end(), piece.begin(), piece.begin() + in.gcount());
+    if (bytes.size() > most) {
       throw std::runtime_error(name + ": this is larger than " + std::to_string(most >> 20) + " MiB");
     }
-    bytes.push_back(static_cast<std::uint8_t>(*byte));
   }
+  if (in.bad()) failOnFile(name);  // a folder, say, which can be opened
   return bytes;
 }
 
@@ -33,11 +35,7 @@ Bytes readFile(const std::string& name, std::size_t most) {
   }
   std::ifstream file(name, std::ios::binary);
   if (!file) failOnFile(name);
-  try {
-    return readAll(file, name, most);
-  } catch (const std::ios_base::failure&) {
-    failOnFile(name);  // a folder, say, which can be opened
-  }
+  return readAll(file, name, most);
 }
 
 Bytes payloadOf(const PayloadOptions& options) {

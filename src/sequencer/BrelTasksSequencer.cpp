@@ -256,23 +256,26 @@ SeqStatus BrelTasksSequencer::InsertAckBySeqNum(std::uint32_t seqNum) {
 // Looking up
 // ---------------------------------------------------------------------------------------------------------------------
 
-SeqStatus BrelTasksSequencer::RetrieveBySeqNum(std::uint32_t seqNum, sequence_snapshot* snapshot) try {
+SeqStatus BrelTasksSequencer::RetrieveBySeqNum(std::uint32_t seqNum, sequence_snapshot* snapshot) {
   *snapshot = {};
   if (!acquire(kTableWait, Abandoned::accept)) return SEQ_RETRIEVE_FAILED;
   Acquired acquired(*this);
   const sequence_element* element = find(seqNum);
   if (element == nullptr) return SEQ_RETRIEVE_NOT_FOUND;
-  // Ahead of all else: what may fail for want of memory leaves the snapshot empty.
-  if (element->buffer != nullptr && element->bufferSize != 0) {
-    snapshot->buffer = CopyBlock(element->buffer, element->bufferSize);
-    snapshot->bufferSize = element->bufferSize;
-  }
   snapshot->apiType = element->apiType;
   snapshot->commandID = element->commandID;
   snapshot->TUI = element->TUI;
   snapshot->syncDataEvent = element->syncDataEvent;
   snapshot->aSyncDataEvent = element->aSyncDataEvent;
   snapshot->stopEvent = element->stopEvent;
+  if (element->buffer != nullptr && element->bufferSize != 0) {
+    try {
+      snapshot->buffer = CopyBlock(element->buffer, element->bufferSize);
+      snapshot->bufferSize = element->bufferSize;
+    } catch (const std::bad_alloc&) {
+      // Most look-ups have no use for the answer, and a failure would cost them their connection.
+    }
+  }
   snapshot->asyncBuffersQueue = element->asyncBuffersQueue;
   snapshot->callbackFunc = element->callbackFunc;
   snapshot->streamCallbackFunc = element->streamCallbackFunc;
@@ -287,8 +290,6 @@ SeqStatus BrelTasksSequencer::RetrieveBySeqNum(std::uint32_t seqNum, sequence_sn
   if (!acquired.release()) return SEQ_RETRIEVE_FAILED;
   report(kInfo, "RetrieveBySeqNum", "retrieved data for sequence number ", seqNum, " \n");
   return SEQ_RETRIEVE_OK;
-} catch (const std::bad_alloc&) {
-  return SEQ_RETRIEVE_FAILED;
 }
 
 template <class HandOn>

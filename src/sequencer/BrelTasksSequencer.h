@@ -31,7 +31,7 @@ enum SeqStatus : std::uint32_t {
   SEQ_FREE_OK = 4,
   SEQ_INSERT_FAILED = 5,
   SEQ_INSERT_OK = 6,
-  SEQ_RETRIEVE_FAILED = 7,     ///< the mutex could not be acquired
+  SEQ_RETRIEVE_FAILED = 7,     ///< the mutex could not be acquired or given back
   SEQ_RETRIEVE_OK = 8,
   SEQ_RETRIEVE_NOT_FOUND = 9,  ///< no such sequence
   SEQ_RETRIEVE_EMPTY = 10,     ///< the sequence's queue holds nothing
@@ -112,7 +112,8 @@ class FreeNumbers {
 ///
 /// Threads: any. mMutex is held for one table operation at a time, never during a wait for the device and never around
 /// client code; the queue's lock is taken inside it. All data crosses the table by copy. A failure is a status, an
-/// exhausted heap too: an operation that does not get the mutex within a minute, or no memory for a copy, changes nothing.
+/// exhausted heap too: an operation that does not get the mutex within a minute, or no memory for what it files,
+/// changes nothing.
 class BrelTasksSequencer {
  public:
   BrelTasksSequencer();
@@ -144,7 +145,8 @@ class BrelTasksSequencer {
   SeqStatus InsertAckBySeqNum(std::uint32_t seqNum);
 
   /// All of a sequence at once. `snapshot->buffer` is the caller's to free, whatever the status: with
-  /// SEQ_RETRIEVE_FAILED the snapshot is empty, or a full one behind which the mutex could not be given back.
+  /// SEQ_RETRIEVE_FAILED the snapshot is empty, or a full one behind which the mutex could not be given back. A buffer
+  /// for which there is no memory is missing, like one that was never filed.
   SeqStatus RetrieveBySeqNum(std::uint32_t seqNum, sequence_snapshot* snapshot);
 
   // Parts of a sequence. The status is that of RetrieveBySeqNum, and to be looked at first: with any but SEQ_RETRIEVE_OK
@@ -162,7 +164,7 @@ class BrelTasksSequencer {
   SeqStatus RetrieveAckBySeqNum(std::uint32_t seqNum, bool* ackArrived);
   SeqStatus RetrieveSequenceTypeInfoBySeqNum(std::uint32_t seqNum, platform::Handle* syncDataEvent,
                                              platform::Handle* aSyncDataEvent, bool* isAsync, bool* isStream);
-  /// The copied buffer is the caller's.
+  /// The copied buffer is the caller's; null if there is none, or no memory for it.
   SeqStatus RetrieveDataBySeqNum(std::uint32_t seqNum, std::uint32_t* TUI, std::uint8_t** buffer,
                                  std::uint32_t* bufferSize, bool* isStream);
   /// Takes the oldest answer off the queue; it is the caller's. SEQ_RETRIEVE_EMPTY if there is none, SEQ_RETRIEVE_FAILED

@@ -47,8 +47,8 @@ struct Hub {
   std::uint32_t runningThreads = 0;
   bool halted = false;  ///< the process ends: delivery threads deliver nothing more
 
-  /// The process that connected or began a capture last. Atomic: a copy of it, in which the lock may be a thread's that
-  /// is not there, sees so that it has nothing to end.
+  /// The process that connected or began a capture last; a copy of it sees by this that it has nothing to end. Atomic,
+  /// since in a copy the lock may belong to a thread that is not there.
   std::atomic<std::uint32_t> process{0};
 
   std::shared_ptr<Connection> Find(std::uint64_t value) const;

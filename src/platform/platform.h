@@ -6,7 +6,7 @@
 //
 // Conventions
 //   1. Every function may be called from any thread, also from one that this library did not start, unless it says so.
-//   2. Sections, handles and threads never throw: what fails for want of memory fails as told, and nothing was done.
+//   2. Sections, handles and threads never throw: what fails for want of memory fails as described and changes nothing.
 //      What takes or gives texts and files may throw std::bad_alloc, and nothing else.
 //   3. Times are in milliseconds and run on a clock that nobody sets. kInfinite never ends.
 //   4. Texts are zero-ended and in the system's own narrow encoding.
@@ -35,7 +35,8 @@ namespace kel::platform {
 /// it. So each may be called twice, at any time, and by any thread.
 ///   - Who is inside stays inside, alone, and gives the section back by leave(), whatever owners do meanwhile.
 ///   - leave() by a thread that is not inside does nothing.
-///   - A section whose owner has ended without leaving stays taken for good.
+///   - A section whose owner has ended without leaving stays taken for good. Only on Windows, which gives the number of
+///     an ended thread to a later one, is such a later thread let in.
 /// A static one is ready before any code has run. Nobody may be inside or wait when the object itself ends.
 class CAPABILITY("critical section") CriticalSection {
  public:

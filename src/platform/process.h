@@ -5,9 +5,9 @@
 
 namespace kel::platform {
 
-/// Number of this process. A copy of it, where a system makes copies by fork(), has another. What was kept before tells
-/// the copy so that it is one: of the threads that it knows of there is only the one that made it, and a lock or a
-/// condition that others had in use is of no use any more.
+/// Number of this process. Where a system can copy a process by fork(), the copy has another number. Code that kept the
+/// number can tell by it that it runs in a copy: there the thread that made the copy is the only one, and a lock or a
+/// condition that another thread was using is of no use any more.
 std::uint32_t processNumber();
 
 }  // namespace kel::platform

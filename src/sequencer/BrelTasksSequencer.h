@@ -60,7 +60,7 @@ struct sequence_element {
   std::uint8_t* buffer;       ///< copy of the answer for the waiting thread, or null; owned
   std::uint32_t bufferSize;   ///< in bytes
   SafeQueue* asyncBuffersQueue;  ///< answers for the listener thread; owned, with the buffers in it
-  std::uint64_t serial;          ///< the sequencer's count of sequences: tells this one from all others, also at its address
+  std::uint64_t serial;          ///< no other sequence has it, not even one with the same number or address
 };
 
 /// What a lookup gives out of a sequence: a copy, whose `buffer` is a block of the receiver's own.
@@ -107,8 +107,8 @@ class FreeNumbers {
 /// Hands out the 64 sequence numbers of one engine, and finds the state behind a number for every thread.
 ///
 /// A number is free (in mFreeSeqNums) or open (in mSequences). It is taken from the front and goes back to the end, so
-/// numbers rotate: one that was freed comes again when all that were freed before it have been used. The engine says when
-/// a sequence ends; the sequencer never does, knows nothing of the data and calls no client.
+/// numbers rotate: one that was freed comes again when all that were freed before it have been used. The engine says
+/// when a sequence ends; the sequencer never does, knows nothing of the data and calls no client.
 ///
 /// Threads: any. mMutex is held for one table operation at a time, never during a wait for the device and never around
 /// client code; the queue's lock is taken inside it. All data crosses the table by copy. A failure is a status, an

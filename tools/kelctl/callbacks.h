@@ -1,8 +1,8 @@
 // What the library's callbacks bring, on its way from the library's threads to the one that prints it.
 //
-// A callback does not learn which call it belongs to, and kelctl does one thing at a time: so there is one queue of each kind
-// for the whole process. A callback only files what it gets. The queues have no limit; what the printing thread has not
-// taken yet is kept in memory.
+// A callback does not learn which call it belongs to, and kelctl does one thing at a time: so there is one queue of
+// each kind for the whole process. A callback only files what it gets. The queues have no limit; what the printing
+// thread has not taken yet is kept in memory.
 #pragma once
 
 #include <cstdint>

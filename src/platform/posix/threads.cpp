@@ -45,7 +45,7 @@ bool holdModule(void** module) {
 
 // ---- Their life ----
 
-/// A thread from here to its end, also if that is a call of pthread_exit() in a client's function.
+/// A thread from here to its end, also if its function ends it by pthread_exit().
 class Life {
  public:
   explicit Life(Object& object) : mObject(object) {}

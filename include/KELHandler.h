@@ -35,7 +35,7 @@
  *     each type. A callback may call any function here; a call under rule 5 waits until that of another thread has
  *     ended. KEL_Disconnect waits for its connection's running callback. It therefore never returns if that callback
  *     itself calls it, nor if that callback meanwhile makes another call under rule 5; and from then on no call under
- *     rule 5 returns at all.
+ *     rule 5 returns at all. A C++ exception that leaves a callback ends the program.
  *  7. Null pointers. Each function says which of its pointers may be null, and what that means. One of which it says
  *     nothing must not be null; a callback that is null is never called.
  *  8. An exhausted heap is a refusal like any other, with the function's own code: nothing is thrown at a client. What
@@ -157,8 +157,8 @@ KEL_API uint32_t KEL_Connect(const char* TUIsFilePath, KEL_BroadcastCallback bro
  * Returns KEL_OK, or KEL_E_CONNECTION with *conn untouched: also for a connection beyond KEL_MAX_CONNECTIONS. Each
  * connect opens a connection of its own, whatever is open already. A refused connect leaves nothing open, with one
  * exception: if the heap was exhausted, what had come up is not taken down, a link to the device among it. The process
- * may then have fewer connections, or, if not even the connection's own object could be made, none that is opened by
- * another thread than this one.
+ * may then have fewer connections. If not even the connection's own object could be made, nothing arrives on any
+ * connection from then on, and a call under rule 5 from another thread never returns.
  */
 KEL_API uint32_t KEL_ConnectEx(const char* TUIsFilePath, uint32_t ignored1, uint64_t ignored2,
                                KEL_BroadcastCallback broadcastCallback, uint32_t ignored3, uint64_t* conn);
@@ -188,14 +188,15 @@ KEL_API uint32_t KEL_SendReceiveKEL(uint64_t conn, const char* taskName, uint32_
  * commandID                      A number of the client's own, given back in stream callbacks.
  * inputBuffer, inputBufferSize   The payload. Null or size 0: three zeros for a VAL task, nothing for a REF task.
  * initialSeqTUI                  Goes into the request's seqTUI word if the task needs no sequence number, that is, with
- *                                responseExpected 0 and no stream.
+ *                                responseExpected 0 and no stream. Mind that such a task, when the device side refuses
+ *                                it, ends the task that has number 0, with what KEL_SendReceiveAsyncKELEx says of that.
  * responseExpected               0: do not wait. Anything else: wait for the answer.
  * resultTaskType, resultParam4   Not used, never written; may be null.
  * expectedResultsTaskBuffer      Gets the answer's payload in a block that is the client's, also for an empty payload.
  *                                *expectedResultsTaskBuffer is null if there is no answer. Written unless the
  *                                connection or the task is unknown, or the heap is exhausted. Null: the payload is
  *                                dropped.
- * expectedResultsTaskBufferSize  Gets its size, or 0. Written with it. Null: the size is not told.
+ * expectedResultsTaskBufferSize  Gets its size, or 0. Written with it. Null: the size is not given out.
  * streamCallbackFunc             Not null: the task answers with a stream, whose messages go there; the answer that is
  *                                waited for is then the stream's opening.
  *
@@ -226,7 +227,9 @@ KEL_API uint32_t KEL_SendReceiveAsyncKEL(uint64_t conn, const char* taskName, ui
  * taskName to responseExpected  As in KEL_SendReceiveKELEx.
  * seqNum                        Gets the task's sequence number, 0 to 63. Not written if the task needs none: mind that
  *                               such a task, when the device side refuses it, ends the task whose number *seqNum holds.
- *                               Null: the number is not told, and a refusal ends no other task.
+ *                               If that one is still under way, its connection may call no callback any more, and its
+ *                               KEL_Disconnect not return. Null: the number is not given out, and a refusal ends no
+ *                               other task.
  * callbackFunc                  Called once with the answer, or with error 2 when none came in time; not at all if the
  *                               connection is closed before that, or another task's refusal ends this one. May be null.
  * streamCallbackFunc            Not null: the task answers with a stream, whose messages go there.

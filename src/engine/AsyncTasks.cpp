@@ -108,10 +108,11 @@ bool BrelEngine::ActivateAsyncThread() {
   return true;
 }
 
-/// A line about the thread of a sequence: the log shows the number, the console only what `consoleFormat` says.
+/// A line about the thread of a sequence. In the log the number stands ahead of `text`, which closes its bracket; the
+/// console shows it only where `consoleFormat` has it.
 void BrelEngine::reportAsyncThread(std::uint32_t level, const char* function, std::uint32_t seqNum, const char* text,
                                    const char* consoleFormat) {
-  mLogger.log(level, function, kLogFlags) << "(" << seqNum << ") - " << text;
+  mLogger.log(level, function, kLogFlags) << "(" << seqNum << text;
   mDebugPrint(consoleFormat, static_cast<int>(seqNum));
 }
 
@@ -122,12 +123,12 @@ bool BrelEngine::GenerateAsyncThread(std::uint32_t seqNum, platform::Handle aSyn
     reportAsyncThread(level, kGenerate, seqNum, text, consoleFormat);
   };
   if (!initAsyncListener(seqNum, aSyncDataEvent, stopEvent, mGeneralStopEvent)) {
-    tell(kError, "problem init async listener. \n", "GenerateAsyncThread - problem init async listener \n");
+    tell(kError, ") - problem init async listener. \n", "GenerateAsyncThread - problem init async listener \n");
     return false;
   }
-  tell(kInfo, "OK init async listener. \n", "GenerateAsyncThread - OK init async listener \n");
+  tell(kInfo, ") - OK init async listener. \n", "GenerateAsyncThread - OK init async listener \n");
   const auto notStarted = [&] {
-    tell(kError, "problem starting async listener. \n", "GenerateAsyncThread - problem starting async listener \n");
+    tell(kError, ") - problem starting async listener. \n", "GenerateAsyncThread - problem starting async listener \n");
     return false;
   };
   std::shared_ptr<AsyncThreadFiling> filing;
@@ -144,26 +145,26 @@ bool BrelEngine::GenerateAsyncThread(std::uint32_t seqNum, platform::Handle aSyn
   const platform::InSection settling(ofThread.lock);
   platform::Handle asyncThreadHandle = nullptr;
   if (mAsyncListener.startListen(&asyncThreadHandle, arguments) != LISTENER_STARTED) return notStarted();
-  tell(kInfo, "started async listener. \n", "GenerateAsyncThread - started async listener \n");
+  tell(kInfo, ") - started async listener. \n", "GenerateAsyncThread - started async listener \n");
   IncreaseAsyncThreadsCount();
   if (mTasksSequencer.InsertAsyncListenerInfoBySeqNum(seqNum, asyncThreadHandle, &mAsyncListener) == SEQ_INSERT_OK) {
     ofThread.filed = true;
     return true;
   }
-  tell(kError, "could not insert AsyncListenerInfo. \n",
+  tell(kError, ") - could not insert AsyncListenerInfo. \n",
        "GenerateAsyncThread - could not insert AsyncListenerInfo to sequence number %d \n");
   if (!platform::setEvent(stopEvent)) {
-    tell(kError, "problem setting async listener's stop event. \n",
+    tell(kError, ") - problem setting async listener's stop event. \n",
          "GenerateAsyncThread - problem setting async listener's stop event \n");
     return false;
   }
   if (!platform::closeHandle(asyncThreadHandle)) {
-    tell(kError, "could not close asyncThreadHandle handle. \n",
+    tell(kError, ") - could not close asyncThreadHandle handle. \n",
          "GenerateAsyncThread - could not close asyncThreadHandle handle \n");
     return false;
   }
   DecreaseAsyncThreadsCount();
-  tell(kInfo, "stopped async listener. \n", "GenerateAsyncThread - stopped async listener \n");
+  tell(kInfo, ") - stopped async listener. \n", "GenerateAsyncThread - stopped async listener \n");
   return false;
 }
 
@@ -180,29 +181,29 @@ bool BrelEngine::DisposeAsyncThread(std::uint32_t seqNum) {
                                                                            &asyncListenerInstance);
   if (status == SEQ_RETRIEVE_NOT_FOUND) return true;  // gone already
   if (status != SEQ_RETRIEVE_OK) {
-    return failed("could not retrieve stop event. \n",
+    return failed(") - could not retrieve stop event. \n",
                   "DisposeAsyncThread - could not retrieve stop event related to sequence number %d \n");
   }
   if (seqStopEvent == nullptr) {
-    return failed("NULL stop event. \n", "DisposeAsyncThread - NULL stop event related to sequence number %d \n");
+    return failed(") - NULL stop event. \n", "DisposeAsyncThread - NULL stop event related to sequence number %d \n");
   }
   if (seqThreadHandle == nullptr) {  // the line names the instance, which log readers know
-    return failed("NULL asyncListenerInstance. \n",
+    return failed(") - NULL asyncListenerInstance. \n",
                   "DisposeAsyncThread - NULL asyncListenerInstance related to sequence number %d \n");
   }
   if (!platform::setEvent(seqStopEvent)) {
-    return failed("problem setting async listener's stop event. \n",
+    return failed(") - problem setting async listener's stop event. \n",
                   "DisposeAsyncThread - problem setting async listener's stop event \n");
   }
   if (!platform::closeHandle(seqThreadHandle)) {
-    return failed("could not close seqThreadHandle handle. \n",
+    return failed(") - could not close seqThreadHandle handle. \n",
                   "DisposeAsyncThread - could not close seqThreadHandle handle \n");
   }
   if (mTasksSequencer.InsertAsyncListenerInfoBySeqNum(seqNum, nullptr, nullptr) != SEQ_INSERT_OK) {
-    return failed("could not erase AsyncListenerInfo. \n",
+    return failed(") - could not erase AsyncListenerInfo. \n",
                   "DisposeAsyncThread - could not erase AsyncListenerInfo for sequence number %d \n");
   }
-  reportAsyncThread(kInfo, kDispose, seqNum, "stopped async listener. \n",
+  reportAsyncThread(kInfo, kDispose, seqNum, ") - stopped async listener. \n",
                     "DisposeAsyncThread - stopped async listener \n");
   return true;
 }

@@ -69,10 +69,10 @@ struct CallbackForm {
   void (*call)(OpaqueCallback callback, const SequenceAnswer& answer) noexcept;
 };
 
-constexpr const char* kOfIssueCommand = "apiType = BREL_ISSUE_COMMAND. \n";
+constexpr const char* kOfIssueCommand = ") - apiType = BREL_ISSUE_COMMAND. \n";
 constexpr const char* kOfIssueCommandConsole =
     "HandleSequenceResponse - apiType = BREL_ISSUE_COMMAND. Sequence number %d \n";
-constexpr const char* kOfInvokeTask = "apiType = BREL_INVOKE_TASK. \n";
+constexpr const char* kOfInvokeTask = ") - apiType = BREL_INVOKE_TASK. \n";
 constexpr const char* kOfInvokeTaskConsole =
     "HandleSequenceResponse - apiType = BREL_INVOKE_TASK. Sequence number %d \n";
 
@@ -90,7 +90,7 @@ struct InvokeData {
 };
 
 constexpr CallbackForm kIssueAsyncCommandCallback{
-    "firing issueAsyncCommandCallback. \n",
+    ") - firing issueAsyncCommandCallback. \n",
     "HandleSequenceResponse - firing issueAsyncCommandCallback for sequence number %d \n",
     kOfIssueCommand, kOfIssueCommandConsole,
     [](OpaqueCallback callback, const SequenceAnswer& a) noexcept {
@@ -98,7 +98,7 @@ constexpr CallbackForm kIssueAsyncCommandCallback{
     }};
 
 constexpr CallbackForm kIssueStreamCallback{
-    "firing issueStreamCallback. \n",
+    ") - firing issueStreamCallback. \n",
     "HandleSequenceResponse - firing issueStreamCallback for sequence number %d \n",
     kOfIssueCommand, kOfIssueCommandConsole,
     [](OpaqueCallback callback, const SequenceAnswer& a) noexcept {
@@ -106,7 +106,7 @@ constexpr CallbackForm kIssueStreamCallback{
     }};
 
 constexpr CallbackForm kInvokeAsyncTaskCallback{
-    "firing invokeAsyncTaskCallback. \n",
+    ") - firing invokeAsyncTaskCallback. \n",
     "HandleSequenceResponse - firing invokeAsyncTaskCallback for sequence number %d \n",
     kOfInvokeTask, kOfInvokeTaskConsole,
     [](OpaqueCallback callback, const SequenceAnswer& a) noexcept {
@@ -116,7 +116,7 @@ constexpr CallbackForm kInvokeAsyncTaskCallback{
     }};
 
 constexpr CallbackForm kInvokeStreamCallback{
-    "firing invokeStreamCallback. \n",
+    ") - firing invokeStreamCallback. \n",
     "HandleSequenceResponse - firing invokeStreamCallback for sequence number %d \n",
     kOfInvokeTask, kOfInvokeTaskConsole,
     [](OpaqueCallback callback, const SequenceAnswer& a) noexcept {
@@ -192,7 +192,7 @@ bool BrelEngine::HandleSequenceResponse(std::uint32_t seqNum, std::uint32_t erro
   SequenceAnswer answer = ReadAnswer(seqNum, errorCode, buffer);
   if (!findSequence(&answer)) return kFailedAndInitLockKept;
   if (buffer == nullptr && errorCode == 0) {
-    failHandling(answer.coreSeqNum(), "NULL buffer. \n",
+    failHandling(answer.coreSeqNum(), ") - NULL buffer. \n",
                  "HandleSequenceResponse - NULL buffer for sequence number %d \n");
     return kFailedAndInitLockKept;
   }
@@ -201,7 +201,7 @@ bool BrelEngine::HandleSequenceResponse(std::uint32_t seqNum, std::uint32_t erro
   bool ended = false;
   if (!checkSequenceEnd(answer, &ended)) return kFailedAndInitLockKept;
   if (ended && !endSequence(answer.coreSeqNum())) return kFailedAndInitLockKept;
-  reportHandling(kInfo, answer.coreSeqNum(), "sequence response handled successfully. \n",
+  reportHandling(kInfo, answer.coreSeqNum(), ") - sequence response handled successfully. \n",
                  "HandleSequenceResponse - sequence response handled successfully \n");
   mInitLock.leave();
   return true;
@@ -223,14 +223,14 @@ bool BrelEngine::failHandling(std::uint32_t coreSeqNum, const char* text, const 
 
 bool BrelEngine::findSequence(SequenceAnswer* answer) {
   const std::uint32_t coreSeqNum = answer->coreSeqNum();
-  reportHandling(kInfo, coreSeqNum, "getting callbacks. \n",
+  reportHandling(kInfo, coreSeqNum, ") - getting callbacks. \n",
                  "HandleSequenceResponse - getting callbacks for sequence number %d \n");
   if (mTasksSequencer.RetrieveCallbacksBySeqNum(coreSeqNum, &answer->apiType, &answer->commandID, &answer->TUI,
                                                 &answer->callbackFunc, &answer->streamCallbackFunc,
                                                 &answer->isStream) == SEQ_RETRIEVE_OK) {
     return true;
   }
-  return failHandling(coreSeqNum, "could not retrieve data. \n",
+  return failHandling(coreSeqNum, ") - could not retrieve data. \n",
                       "HandleSequenceResponse - could not retrieve data related to sequence number %d \n");
 }
 
@@ -248,7 +248,7 @@ void BrelEngine::takeAnswer(SequenceAnswer* answer, std::uint8_t* buffer, std::u
     }
     answer->record = reinterpret_cast<task*>(clonedBuffer);
     answer->dataSize = clonedBufferSize;
-    reportHandling(kError, answer->coreSeqNum(), "error code signalled. \n",
+    reportHandling(kError, answer->coreSeqNum(), ") - error code signalled. \n",
                    "HandleSequenceResponse - error code signalled for sequence number %d \n");
   } else {
     SetResponseStatus(clonedBuffer, answer->errorCode);
@@ -262,21 +262,21 @@ void BrelEngine::takeAnswer(SequenceAnswer* answer, std::uint8_t* buffer, std::u
 bool BrelEngine::deliver(const SequenceAnswer& answer) {
   const std::uint32_t coreSeqNum = answer.coreSeqNum();
   const std::uint32_t streamEnd = answer.streamEnd();
-  reportHandling(kInfo, coreSeqNum, "firing callback. \n",
+  reportHandling(kInfo, coreSeqNum, ") - firing callback. \n",
                  "HandleSequenceResponse - firing callback for sequence number %d \n");
   switch (answer.seqNumType()) {
     case SEQ_NUM_ACK:
-      reportHandling(kInfo, coreSeqNum, "handling ACK. \n",
+      reportHandling(kInfo, coreSeqNum, ") - handling ACK. \n",
                      "HandleSequenceResponse - handling ACK for sequence number %d \n");
       if (answer.callbackFunc != nullptr) {
         callClient(answer, answer.callbackFunc);
       } else {
-        reportHandling(kWarning, coreSeqNum, "NULL seqCallbackFunc. \n",
+        reportHandling(kWarning, coreSeqNum, ") - NULL seqCallbackFunc. \n",
                        "HandleSequenceResponse - NULL seqCallbackFunc for sequence number %d \n");
       }
       return true;
     case SEQ_NUM_STREAM_MESSAGE:
-      reportHandling(kInfo, coreSeqNum, "handling Stream_MESSAGE. \n",
+      reportHandling(kInfo, coreSeqNum, ") - handling Stream_MESSAGE. \n",
                      "HandleSequenceResponse - handling Stream_MESSAGE for sequence number %d \n");
       mLogger.log(kInfo, kHandle, kLogFlags)
           << "(" << coreSeqNum << ") - streamEnd flag = FALSE (" << streamEnd << "). \n";
@@ -284,7 +284,7 @@ bool BrelEngine::deliver(const SequenceAnswer& answer) {
                   static_cast<int>(streamEnd), static_cast<int>(coreSeqNum));
       break;
     case SEQ_NUM_STREAM_END:
-      reportHandling(kInfo, coreSeqNum, "handling Stream_END. \n",
+      reportHandling(kInfo, coreSeqNum, ") - handling Stream_END. \n",
                      "HandleSequenceResponse - handling Stream_END for sequence number %d \n");
       mLogger.log(kInfo, kHandle, kLogFlags)
           << "(" << coreSeqNum << ") - streamEnd flag = TRUE (" << streamEnd << "). \n";
@@ -301,13 +301,13 @@ bool BrelEngine::deliver(const SequenceAnswer& answer) {
 
   if (!answer.isStream) {
     return failHandling(
-        coreSeqNum, "got stream seqNumType for sequence number which is not a stream. \n",
+        coreSeqNum, ") - got stream seqNumType for sequence number which is not a stream. \n",
         "HandleSequenceResponse - got stream seqNumType for sequence number %d which is not a stream. \n");
   }
   if (answer.streamCallbackFunc != nullptr) {
     callClient(answer, answer.streamCallbackFunc);
   } else {
-    reportHandling(kWarning, coreSeqNum, "NULL streamCallbackFunc. \n",
+    reportHandling(kWarning, coreSeqNum, ") - NULL streamCallbackFunc. \n",
                    "HandleSequenceResponse - NULL streamCallbackFunc for sequence number %d \n");
   }
   return true;
@@ -333,19 +333,19 @@ void BrelEngine::callClient(const SequenceAnswer& answer, OpaqueCallback callbac
 bool BrelEngine::checkSequenceEnd(const SequenceAnswer& answer, bool* ended) {
   const std::uint32_t coreSeqNum = answer.coreSeqNum();
   *ended = false;
-  reportHandling(kInfo, coreSeqNum, "checking sequence end. \n",
+  reportHandling(kInfo, coreSeqNum, ") - checking sequence end. \n",
                  "HandleSequenceResponse - checking sequence end for sequence number %d \n");
   const SeqNumType seqNumType = answer.seqNumType();
   if (seqNumType == SEQ_NUM_ACK && !answer.isStream) {
     *ended = true;
   } else if (seqNumType == SEQ_NUM_ACK) {
     if (mTasksSequencer.InsertAckBySeqNum(coreSeqNum) != SEQ_INSERT_OK) {
-      return failHandling(coreSeqNum, "could not insert ack. \n",
+      return failHandling(coreSeqNum, ") - could not insert ack. \n",
                           "HandleSequenceResponse - could not insert ack related to sequence number %d \n");
     }
   } else if (seqNumType == SEQ_NUM_STREAM_END) {
     if (mTasksSequencer.RetrieveAckBySeqNum(coreSeqNum, ended) != SEQ_RETRIEVE_OK) {
-      return failHandling(coreSeqNum, "could not retrieve ack. \n",
+      return failHandling(coreSeqNum, ") - could not retrieve ack. \n",
                           "HandleSequenceResponse - could not retrieve ack related to sequence number %d \n");
     }
   }
@@ -354,13 +354,13 @@ bool BrelEngine::checkSequenceEnd(const SequenceAnswer& answer, bool* ended) {
 
 /// Sets this thread's own stop event; the thread frees the sequence when it sees that.
 bool BrelEngine::endSequence(std::uint32_t coreSeqNum) {
-  reportHandling(kInfo, coreSeqNum, "running sequence end routine. \n",
+  reportHandling(kInfo, coreSeqNum, ") - running sequence end routine. \n",
                  "HandleSequenceResponse - running sequence end routine for sequence number %d \n");
   if (!DisposeAsyncThread(coreSeqNum)) {
-    return failHandling(coreSeqNum, "could not dispose asyncThread. \n",
+    return failHandling(coreSeqNum, ") - could not dispose asyncThread. \n",
                         "HandleSequenceResponse - could not dispose asyncThread for sequence number %d \n");
   }
-  reportHandling(kInfo, coreSeqNum, "finished sequence end routine. \n",
+  reportHandling(kInfo, coreSeqNum, ") - finished sequence end routine. \n",
                  "HandleSequenceResponse - finished sequence end routine for sequence number %d \n");
   return true;
 }
@@ -378,19 +378,19 @@ std::uint32_t BrelEngine::RetrieveNextAsyncBuffer(std::uint32_t seqNum, std::uin
   bool isStream = false;
   switch (mTasksSequencer.RetrieveNextAsyncBufferBySeqNum(seqNum, &TUI, buffer, bufferSize, &isStream)) {
     case SEQ_RETRIEVE_EMPTY:
-      reportRetrieval(kInfo, "empty asyncBuffersQueue. \n",
+      reportRetrieval(kInfo, ") - empty asyncBuffersQueue. \n",
                       "RetrieveNextAsyncBuffer - empty asyncBuffersQueue related to sequence number %d \n");
       return kNextBufferEmpty;
     case SEQ_RETRIEVE_OK:
       if (*buffer == nullptr) {
-        reportRetrieval(kError, "NULL data. \n",
+        reportRetrieval(kError, ") - NULL data. \n",
                         "RetrieveNextAsyncBuffer - NULL data related to sequence number %d \n");
       }
-      reportRetrieval(kInfo, "retrieved data. \n",
+      reportRetrieval(kInfo, ") - retrieved data. \n",
                       "RetrieveNextAsyncBuffer - retrieved data related to sequence number %d \n");
       return kNextBufferTaken;
     default:
-      reportRetrieval(kError, "could not retrieve data. \n",
+      reportRetrieval(kError, ") - could not retrieve data. \n",
                       "RetrieveNextAsyncBuffer - could not retrieve data related to sequence number %d \n");
       return kNextBufferFailed;
   }
@@ -409,7 +409,7 @@ bool BrelEngine::FreeSequenceElementOnly(std::uint32_t seqNum) {
 
 bool BrelEngine::freeElement(std::uint32_t seqNum, const char* function, const char* consoleFormat) {
   if (mTasksSequencer.FreeSequence(seqNum) == SEQ_FREE_OK) return true;
-  reportAsyncThread(kError, function, seqNum, "could not free sequence number. \n", consoleFormat);
+  reportAsyncThread(kError, function, seqNum, ") - could not free sequence number. \n", consoleFormat);
   return false;
 }
 

@@ -3,6 +3,7 @@
 
 #include "adapter/adapter_test.h"
 #include "platform/platform.h"
+#include "support/platform_calls.h"
 
 namespace kel::test {
 namespace {
@@ -53,6 +54,19 @@ TEST_F(PipeLibrary, IsCheckedAnewAfterTheLastRowButKeepsItsFunctions) {
   EXPECT_EQ(calls(), (std::vector<std::uint32_t>{2, 2, 2, 1}));
   EXPECT_EQ(gL5DispatcherFunctions, functions);
   EXPECT_EQ(Dorv_Connect(0, "127.0.0.1", 1234), DORV_OK);
+}
+
+TEST_F(PipeLibrary, IsLoadedForTheFirstRowAndFreedWithTheLast) {
+  initRow();
+  EXPECT_EQ(CountedLibraryCalls(), (LibraryCalls{1, 0}));
+  initRow();
+  EXPECT_EQ(CountedLibraryCalls(), (LibraryCalls{1, 0}));
+  EXPECT_EQ(Dorv_Finalize(0), DORV_OK);
+  EXPECT_EQ(CountedLibraryCalls(), (LibraryCalls{1, 0}));
+  EXPECT_EQ(Dorv_Finalize(1), DORV_OK);
+  EXPECT_EQ(CountedLibraryCalls(), (LibraryCalls{1, 1}));
+  initRow();
+  EXPECT_EQ(CountedLibraryCalls(), (LibraryCalls{2, 1}));
 }
 
 TEST_F(PipeLibrary, IsNotAskedForItsVersionWithTheValidationOff) {

@@ -304,6 +304,17 @@ TEST_F(ThreadsTest, AGeneralStopEndsAllThreadsAndCallsNobody) {
   EXPECT_EQ(EngineSays([this] { EXPECT_TRUE(inside().shutdown()); }), NotRequired());
 }
 
+// It never looks at how many threads are left ahead of its first sleep.
+TEST_F(ThreadsTest, AGeneralStopSleepsOnceThoughAllThreadsHaveEnded) {
+  open();
+  EngineSays([this] {
+    const AfterSetEvent stopped([this] { waitForThreads(); });
+    const NotedTimes times;
+    EXPECT_TRUE(inside().shutdown());
+    EXPECT_THAT(times.sleeps, ::testing::ElementsAre(100));
+  });
+}
+
 TEST_F(ThreadsTest, AGeneralStopLosesWhatIsQueued) {
   const std::uint32_t seqNum = open();
   EngineSays([&] {
@@ -343,19 +354,74 @@ TEST_F(ThreadsTest, AGeneralStopThatCannotBeTakenBackIsTold) {
   leavesEngines = true;
 }
 
-TEST_F(ThreadsTest, AGeneralStopWaitsForAThreadThatNeverCountsItselfOff) {
+class LostThreadTest : public ThreadsTest {
+ protected:
+  /// A thread that has ended without counting itself off keeps a general stop waiting for good.
+  void expectNoEndOfAGeneralStop() {
+    static std::promise<void> stopped;
+    std::thread([kept = engine] {
+      EngineInside(*kept).shutdown();
+      stopped.set_value();
+    }).detach();
+    EXPECT_EQ(stopped.get_future().wait_for(std::chrono::milliseconds(350)), std::future_status::timeout);
+    EXPECT_EQ(inside().threads(), 1);
+    EXPECT_EQ(platform::waitForOne(inside().generalStopEvent(), 0), platform::kWaitObject);
+    leavesEngines = true;
+  }
+  /// What is printed while an action brings the only thread to its end.
+  template <class Action>
+  std::string printedToTheEnd(Action action) {
+    ::testing::internal::CaptureStdout();
+    action();
+    while (engine.use_count() > usersWithoutThreads) std::this_thread::yield();
+    return ::testing::internal::GetCapturedStdout();
+  }
+  static constexpr std::uint8_t dataOfAnAnswer[] = {1, 2, 3};
+  long usersWithoutThreads = 0;
+};
+
+TEST_F(LostThreadTest, OfASequenceThatIsGone) {
   const std::uint32_t seqNum = open();
-  // Of a sequence that is gone the thread can free nothing.
+  // Of such a sequence the thread can free nothing.
   EngineSays([&] { EXPECT_TRUE(inside().freeElementOnly(seqNum)); });
-  static std::promise<void> stopped;
-  std::thread([kept = engine] {
-    EngineInside(*kept).shutdown();
-    stopped.set_value();
-  }).detach();
-  EXPECT_EQ(stopped.get_future().wait_for(std::chrono::milliseconds(350)), std::future_status::timeout);
-  EXPECT_EQ(inside().threads(), 1);
-  EXPECT_EQ(platform::waitForOne(inside().generalStopEvent(), 0), platform::kWaitObject);
-  leavesEngines = true;
+  expectNoEndOfAGeneralStop();
+}
+
+TEST_F(LostThreadTest, WhoseWaitFailed) {
+  usersWithoutThreads = engine.use_count();
+  sequence_snapshot unused;
+  std::uint32_t seqNum = 0;
+  EXPECT_THAT(
+      printedToTheEnd([&] {
+        ASSERT_EQ(inside().sequencer().AssignSequence(BREL_INVOKE_TASK, 1, &seqNum, kDebugRefTui, &unused.syncDataEvent,
+                                                      &unused.aSyncDataEvent, &unused.stopEvent, nullptr, nullptr,
+                                                      &unused.streamSeqNum, &unused.streamEndSeqNum, true, false),
+                  SEQ_ASSIGN_OK);
+        // No event at all, since the value of a closed one may be another object's by the time of the wait.
+        EXPECT_TRUE(inside().generate(seqNum, nullptr, unused.stopEvent, false));
+      }),
+      ::testing::HasSubstr(" - exiting with code 3. Handle= "));
+  EXPECT_TRUE(isOpen(seqNum));
+  expectNoEndOfAGeneralStop();
+}
+
+TEST_F(LostThreadTest, ThatFoundItsEngineGone) {
+  start();  // so that the table of engines lives on
+  const std::uint32_t seqNum = open();
+  usersWithoutThreads = 1;
+  EXPECT_THAT(printedToTheEnd([&] {
+                RemoveBrelInst(handle);
+                sequence_snapshot unused;
+                EXPECT_EQ(inside().sequencer().InsertAsyncDataBySeqNum(
+                              seqNum, dataOfAnAnswer, sizeof dataOfAnAnswer, &unused.syncDataEvent,
+                              &unused.aSyncDataEvent, &unused.asyncListenerInstance, &unused.isAsync, &unused.isStream),
+                          SEQ_INSERT_OK);
+                platform::setEvent(unused.aSyncDataEvent);
+              }),
+              ::testing::HasSubstr(" - exiting with code 4 - mProcessDataFunc() returned false. Handle= "));
+  EXPECT_TRUE(isOpen(seqNum));
+  EXPECT_THAT(gCalls.waitFor(0), IsEmpty());
+  expectNoEndOfAGeneralStop();
 }
 
 }  // namespace

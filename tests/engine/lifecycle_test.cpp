@@ -6,9 +6,16 @@
 #include "engine/IncomingData.h"
 #include "engine/engine_test.h"
 #include "platform/platform.h"
+#include "support/private_member.h"
 #include "support/process_resources.h"
 
 namespace kel::test {
+
+struct VersionsVectorsPathOf {
+  friend auto memberOf(VersionsVectorsPathOf);
+};
+template struct OpenMember<VersionsVectorsPathOf, &BrelEngine::mVersionsVectorsPath>;
+
 namespace {
 
 Noted<std::uint32_t> gBroadcasts;
@@ -216,6 +223,18 @@ TEST_F(LifecycleTest, VersionControlThatPassesIsTold) {
 TEST_F(LifecycleTest, VersionControlIsAskedForNothingUnlessActivated) {
   EXPECT_EQ(initOf(nullptr, false, "some folder"), kStatusOk);
   EXPECT_EQ(Requests(), 0u);
+}
+
+TEST_F(LifecycleTest, APathOfVersionsVectorsIsKeptOnlyWithVersionControl) {
+  const auto keptPath = [](bool versionControl) {
+    std::uint32_t handle = kNoBrelHandle;
+    const auto engine = AddBrelInst(&handle);
+    EXPECT_EQ(engine->init(nullptr, versionControl, "some folder"), kStatusOk);
+    const char* const path = (*engine).*memberOf(VersionsVectorsPathOf{});
+    return path != nullptr ? std::string(path) : "none";
+  };
+  EXPECT_EQ(keptPath(false), "none");
+  EXPECT_EQ(keptPath(true), "some folder");
 }
 
 TEST_F(LifecycleTest, TheTableOfTheCallerOverridesThatOfTheSettings) {

@@ -97,6 +97,20 @@ TEST_F(ConnectionTest, AFreedRowKeepsItsHandleWhichAConnectionOfZeroThenReaches)
   EXPECT_EQ(SendValues(second, {1, 2, 3}).payload, Bytes({1, 2, 3}));
 }
 
+// The row that is found is the first free one, whose handle is the zero of the beginning; the row that is cleared is
+// that of the engine.
+TEST_F(ConnectionTest, ADisconnectOfZeroClosesTheFirstConnection) {
+  const std::uint64_t first = connect();
+  const std::uint64_t second = connect();
+  EXPECT_EQ(KEL_Disconnect(0), KEL_OK);
+  EXPECT_EQ(OpenConnections(), std::vector<std::uint64_t>{second});
+  EXPECT_EQ(SendValues(first, {}).result, KEL_E_CONNECTION);  // unknown, not just without an engine
+  EXPECT_EQ(KEL_Disconnect(first), KEL_E_CONNECTION);
+  EXPECT_EQ(SendValues(second, {1, 2, 3}).payload, Bytes({1, 2, 3}));
+  // Its row is the first free one now.
+  EXPECT_EQ(KEL_Disconnect(0), KEL_E_CONNECTION);
+}
+
 TEST_F(ConnectionTest, TheIgnoredArgumentsHaveNoEffect) {
   std::uint64_t conns[4] = {};
   EXPECT_EQ(KEL_ConnectEx(nullptr, 0, 0, nullptr, 0, &conns[0]), KEL_OK);

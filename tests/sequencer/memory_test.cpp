@@ -4,6 +4,7 @@
 
 #include "sequencer/sequencer_test.h"
 #include "support/failing_heap.h"
+#include "support/process_resources.h"
 
 namespace kel::test {
 namespace {
@@ -41,6 +42,21 @@ TEST_F(SequencerMemory, AnOpeningThatFindsNoneFailsAndLosesNoMoreThanItsNumber) 
   EXPECT_GT(numbersLeft(), 50u);
 }
 
+// The record of a sequence is made ahead of the look for a number.
+TEST_F(SequencerMemory, ARefusedOpeningKeepsItsRecord) {
+  assignAll();
+  EXPECT_EQ(
+      [this] {
+        const FailingHeap heap;
+        return assign().status;
+      }(),
+      SEQ_ASSIGN_FAILED);
+  const auto before = HeapBytes();
+  if (!before) GTEST_SKIP() << "the heap is not counted on this system";
+  for (int i = 0; i < 1000; ++i) ASSERT_EQ(assign().status, SEQ_ASSIGN_NO_FREE_NUMBER);
+  EXPECT_GE(*HeapBytes(), *before + 1000 * sizeof(sequence_element));
+}
+
 TEST_F(SequencerMemory, AnAnswerThatFindsNoneIsNotFiledAndTheSequenceStaysAsItWas) {
   const Opened opened = assign();
   insertData(opened.seqNum, "first");
@@ -68,7 +84,8 @@ TEST_F(SequencerMemory, AnAnswerThatFindsNoneIsNotQueued) {
   EXPECT_EQ(retrieveNext(opened.seqNum).status, SEQ_RETRIEVE_EMPTY);
 }
 
-// The queue grows by one object for each 32 entries or so. Its own lock stays with the thread that met the end of memory.
+// The queue grows by one object for each 32 entries or so. Its own lock stays with the thread that met the end of
+// memory.
 TEST_F(SequencerMemory, AQueueThatCannotGrowKeepsItsOwnLockAndNotTheTables) {
   const Opened opened = assign();
   std::uint32_t queued = 0;

@@ -146,6 +146,25 @@ TEST_F(SequencerMutex, FailsAnOperationWhoseWorkIsDoneIfItCannotBeGivenBack) {
   platform::closeHandle(unreleasable);
 }
 
+TEST_F(SequencerMutex, IsWaitedForAMinuteAndForTheNextBufferFiveSeconds) {
+  const auto waitsOf = [](const std::function<void()>& operation) {
+    const NotedTimes times;
+    operation();
+    return times.waits;
+  };
+  const std::vector<std::uint32_t> aMinute{60000};
+  EXPECT_EQ(waitsOf([] { BrelTasksSequencer(); }).front(), 60000u);
+  EXPECT_EQ(waitsOf([&] { assign(); }), aMinute);
+  EXPECT_EQ(waitsOf([&] { insertData(0, "filed"); }), aMinute);
+  EXPECT_EQ(waitsOf([&] { insertAsyncData(0, "queued"); }), aMinute);
+  EXPECT_EQ(waitsOf([&] { sequencer->InsertAckBySeqNum(0); }), aMinute);
+  EXPECT_EQ(waitsOf([&] { sequencer->InsertAsyncListenerInfoBySeqNum(0, nullptr, kListener); }), aMinute);
+  EXPECT_EQ(waitsOf([&] { retrieve(0); }), aMinute);
+  EXPECT_EQ(waitsOf([&] { retrieveNext(0); }), (std::vector<std::uint32_t>{60000, 5000}));
+  EXPECT_EQ(waitsOf([&] { sequencer->FreeSequence(0); }), aMinute);
+  EXPECT_EQ(waitsOf([&] { sequencer.reset(); }), std::vector<std::uint32_t>(1 + kSequenceNumbers, 60000));
+}
+
 TEST_F(SequencerMutex, MayBeTakenAgainByItsOwner) {
   ASSERT_EQ(platform::waitForOne(mutex(), 0), platform::kWaitObject);
   const Opened opened = assign();

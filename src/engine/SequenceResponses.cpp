@@ -179,7 +179,7 @@ void BuildErrorResponse(std::uint32_t TUI, std::uint32_t errorCode, std::uint8_t
 // ---------------------------------------------------------------------------------------------------------------------
 
 bool BrelEngine::HandleSequenceResponse(std::uint32_t seqNum, std::uint32_t errorCode, std::uint8_t* buffer,
-                                        std::uint32_t bufferSize) try {
+                                        std::uint32_t bufferSize) {
   // A failure leaves mInitLock with this thread for good: this engine then delivers no answer, broadcast or alert any
   // more, and Finalize() on another thread waits for ever. The ways out that leave the lock say so one by one.
   constexpr bool kFailedAndInitLockKept = false;
@@ -205,10 +205,6 @@ bool BrelEngine::HandleSequenceResponse(std::uint32_t seqNum, std::uint32_t erro
                  "HandleSequenceResponse - sequence response handled successfully \n");
   mInitLock.leave();
   return true;
-} catch (const std::bad_alloc&) {
-  // Of an answer that is lost for want of memory, ahead of the client's callback. No refusal, so the lock is left.
-  mInitLock.leave();
-  throw;
 }
 
 void BrelEngine::reportHandling(std::uint32_t level, std::uint32_t coreSeqNum, const char* text,

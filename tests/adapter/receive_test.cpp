@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "adapter/adapter_test.h"
+#include "support/failing_heap.h"
 
 namespace kel::test {
 namespace {
@@ -92,6 +93,18 @@ TEST_F(Receiving, TakesResponsesOfEverySizeWhole) {
         Engine::records()[i].bytes,
         Bytes(Wire().u32(0xB8241).u32(0).u32(0).u32(static_cast<std::uint32_t>(sizes[i])).bytes(Pattern(sizes[i]))));
   }
+}
+
+TEST_F(Receiving, DropsALargeResponseForWhichThereIsNoMemory) {
+  connectRow();
+  const Bytes body = Body(0, 0xB8241, 0, 0, Pattern(10000));
+  {
+    const FailingHeap heap;
+    handle(body.data(), static_cast<std::uint32_t>(body.size()));
+  }
+  EXPECT_THAT(Engine::records(), IsEmpty());
+  handle(body);
+  EXPECT_THAT(Engine::records(), SizeIs(1));
 }
 
 TEST_F(Receiving, HandsUpOnlyTheRecordOfALongerBody) {

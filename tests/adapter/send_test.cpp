@@ -1,5 +1,6 @@
 // Task records on their way to L4msgProxy.
 #include "adapter/adapter_test.h"
+#include "support/failing_heap.h"
 
 namespace kel::test {
 namespace {
@@ -123,6 +124,19 @@ TEST_F(SendPath, CarriesPayloadsOfEverySizeWhole) {
                               .bytes(payload)))
         << size;
   }
+}
+
+TEST_F(SendPath, RefusesALargeRecordForWhichThereIsNoMemory) {
+  const Bytes record = Record(kDebugRef, 0, 0, Pattern(10000));
+  const std::uint64_t sent = messagesSent();
+  std::uint32_t status = DORV_OK;
+  {
+    const FailingHeap heap;
+    status = send(record);
+  }
+  EXPECT_EQ(status, DORV_FAILED);
+  EXPECT_EQ(messagesSent(), sent);
+  EXPECT_EQ(send(record), DORV_OK);
 }
 
 TEST_F(SendPath, SendsTheLowSixteenBitsOfALargeSize) {

@@ -166,15 +166,17 @@ TEST_F(RowReader, RefusesOtherWordsOf100Bytes) {
 }
 
 TEST_F(RowReader, RefusesADecimalTUIThatIsNoNumber) {
-  for (const char* number : {"x", "", "-", "#1"}) {
+  for (const char* number : {"x", "", "-", "+", "--1", "#1", ":"}) {
     expectFailure("A,  0, 0, KEL_TRACE, 1, REF, " + std::string(number) + ", 0x1\n", "decimal TUI");
   }
+  expectFailure("A,  0, 0, KEL_TRACE, 1, REF, -", "decimal TUI");
 }
 
 TEST_F(RowReader, ReadsTheDecimalTUIAsFarAsItIsANumber) {
   EXPECT_EQ(read("A,  0, 0, KEL_TRACE, 1, REF, 12x, 0x1\n").decimalTUI, 12U);
   EXPECT_EQ(read("A,  0, 0, KEL_TRACE, 1, REF, 0x12, 0x1\n").decimalTUI, 0U);
   EXPECT_EQ(read("A,  0, 0, KEL_TRACE, 1, REF,\t 0012, 0x1\n").decimalTUI, 12U);
+  EXPECT_EQ(read("A,  0, 0, KEL_TRACE, 1, REF, +12, 0x1\n").decimalTUI, 12U);
 }
 
 TEST_F(RowReader, RefusesARowWithTooFewCommasAtTheFieldThatIsMissing) {

@@ -182,7 +182,8 @@ TEST_F(AllocationTest, AConnectionThatFindsNoMemoryIsRefused) {
     Status status = 4711;
     {
       const FailingHeap heap(objects + 40);  // the engine can be built
-      EXPECT_NO_THROW(status = BrelInit(&handle, nullptr, 0, nullptr, [](auto...) {}, nullptr));
+      EXPECT_NO_THROW(status = BrelInit(
+                          &handle, nullptr, 0, nullptr, [](auto...) {}, nullptr));
       failed = heap.failed();
     }
     if (status == kStatusOk) {
@@ -246,6 +247,38 @@ TEST_F(AllocationTest, ARecordThatFindsNoMemoryIsDropped) {
   }
   EXPECT_EQ(come(kBroadcast, 2), 1u);
   EXPECT_THAT(broadcasts.waitFor(1), ::testing::ElementsAre(2u));
+}
+
+TEST_F(AllocationTest, AnAlertThatFindsNoMemoryIsRefused) {
+  static Noted<Status> alerts;
+  const std::uint32_t handle = start(nullptr, [](Status status) { alerts.add(status); });
+  std::uint32_t taken = 4711;
+  {
+    const FailingHeap heap;
+    EXPECT_NO_THROW(taken = BrelEngineAlertsCallback(BrelGetDorvHandle(handle), 1));
+  }
+  EXPECT_EQ(taken, 0u);
+  EXPECT_EQ(BrelEngineAlertsCallback(BrelGetDorvHandle(handle), 3), 1u);
+  EXPECT_THAT(alerts.waitFor(1), ::testing::ElementsAre(17u));
+}
+
+TEST_F(AllocationTest, ABroadcastThatFindsNoMemoryForTheClientsBlocksIsDropped) {
+  static Noted<std::uint32_t> broadcasts;
+  const std::uint32_t handle = start([](char* name, std::uint32_t, void* payload, std::uint32_t, std::uint32_t seqTUI) {
+    std::free(name);
+    std::free(payload);
+    broadcasts.add(seqTUI);
+  });
+  const auto come = [&](std::uint32_t seqTUI, int objects) {
+    const auto record = Record(5u << 12, 0, seqTUI, "text");
+    const FailingHeap heap(objects);
+    EXPECT_NO_THROW(ProcessBroadcastData(handle, record.data(), static_cast<std::uint32_t>(record.size())));
+    return heap.failed();
+  };
+  EXPECT_TRUE(come(1, 0));  // for the payload
+  EXPECT_TRUE(come(2, 1));  // for the name
+  EXPECT_FALSE(come(3, 1000));
+  EXPECT_THAT(broadcasts.waitFor(1), ::testing::ElementsAre(3u));
 }
 
 }  // namespace

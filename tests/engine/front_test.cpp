@@ -61,6 +61,13 @@ TEST_F(LookUpTest, ANameGivesItsTui) {
   EXPECT_EQ(tui, 614400u);
 }
 
+TEST_F(LookUpTest, NoNameIsOneThatIsUnknown) {
+  const std::uint32_t handle = start();
+  std::uint32_t tui = 4711;
+  EXPECT_EQ(BrelFindTuiByName(handle, nullptr, &tui), 2u);
+  EXPECT_EQ(tui, 0u);
+}
+
 TEST_F(LookUpTest, AnUnknownNameIsASuccessWithTuiZeroAndALineInTheLog) {
   const std::uint32_t handle = start();
   engineLog.fresh();

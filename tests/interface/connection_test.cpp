@@ -111,6 +111,12 @@ TEST_F(ConnectionTest, ADisconnectOfZeroClosesTheFirstConnection) {
   EXPECT_EQ(KEL_Disconnect(0), KEL_E_CONNECTION);
 }
 
+TEST_F(ConnectionTest, AConnectionWhoseValueNobodyGetsIsNotMade) {
+  EXPECT_EQ(KEL_Connect(nullptr, nullptr, nullptr), KEL_E_CONNECTION);
+  EXPECT_EQ(KEL_ConnectEx(nullptr, 0, 0, nullptr, 0, nullptr), KEL_E_CONNECTION);
+  EXPECT_TRUE(OpenConnections().empty());
+}
+
 TEST_F(ConnectionTest, TheIgnoredArgumentsHaveNoEffect) {
   std::uint64_t conns[4] = {};
   EXPECT_EQ(KEL_ConnectEx(nullptr, 0, 0, nullptr, 0, &conns[0]), KEL_OK);

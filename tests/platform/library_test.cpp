@@ -37,6 +37,8 @@ TEST(Library, AMissingSymbolIsError127) {
   EXPECT_TRUE(freeLibrary(library));
 }
 
+TEST(Library, NothingHasNoSymbols) { EXPECT_EQ(findSymbol(nullptr, "NoSuchSymbol"), nullptr); }
+
 TEST(Library, NothingCannotBeFreed) { EXPECT_FALSE(freeLibrary(nullptr)); }
 
 TEST(Error, EachThreadHasItsOwn) {

@@ -1,4 +1,4 @@
-// A table that comes from a pipe.
+// Tables whose length cannot be told.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -18,6 +18,15 @@ TEST_F(TaskList, IsNotReadFromAPipe) {
                   {"error", "ReadTUIs", "The KEL_ALLTASKS.csv TUIs file is EMPTY. Using defaults. \n"}});
   EXPECT_EQ(tuiOf("TASK_ID_TRACE_ADAPTER"), 614400U);
   close(bothEnds);
+}
+
+TEST_F(TaskList, BeyondTwoGibibytesCountsAsEmptyWhereItsBytesAreAskedFor) {
+  mDirectory.write("table.csv", "");
+  std::filesystem::resize_file("table.csv", std::uintmax_t{1} << 31);  // takes no room on the disk
+  const char *name = nullptr, *buffer = "before";
+  std::uint32_t length = 0;
+  EXPECT_FALSE(printed([&] { return mList.RetrieveRawTUIsList(&name, &buffer, &length); }));
+  EXPECT_EQ(buffer, nullptr);
 }
 
 }  // namespace

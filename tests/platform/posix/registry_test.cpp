@@ -25,6 +25,7 @@ class Registry : public testing::Test {
                                       "[Software\\Brel\\ALogger]\n"
                                       "Info=1\n"
                                       "Warn = 0x1F\n"
+                                      "Large=0XfF\n"
                                       "Err=\n"
                                       "Most=4294967295\n"
                                       "TooMuch=4294967296\n"
@@ -47,6 +48,8 @@ TEST_F(Registry, NumbersAreDecimalOrHexadecimal) {
   EXPECT_EQ(number, 1U);
   EXPECT_TRUE(registryNumber(kRoot, kKey, "Warn", &number));
   EXPECT_EQ(number, 0x1FU);
+  EXPECT_TRUE(registryNumber(kRoot, kKey, "Large", &number));
+  EXPECT_EQ(number, 0xFFU);
   EXPECT_TRUE(registryNumber(kRoot, kKey, "Most", &number));
   EXPECT_EQ(number, 0xFFFFFFFFU);
 }

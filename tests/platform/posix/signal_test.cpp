@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 
@@ -55,6 +56,27 @@ TEST(Signal, OneThatIsSentToTheProcessWaitsForAThreadOfTheClients) {
   thread.join();
   EXPECT_EQ(gHandledBy, 0);
   pthread_sigmask(SIG_UNBLOCK, &usr1, nullptr);
+  EXPECT_EQ(gHandledBy, gettid());
+}
+
+TEST(Signal, ASleepThatOneInterruptsLastsItsWholeTime) {
+  struct sigaction handling = {};
+  handling.sa_handler = [](int) { gHandledBy = gettid(); };
+  ASSERT_EQ(sigaction(SIGUSR1, &handling, nullptr), 0);
+
+  std::atomic<bool> awake = false;
+  Background sender([&awake, sleeper = pthread_self()] {
+    while (!awake) {
+      pthread_kill(sleeper, SIGUSR1);
+      sleepFor(1);
+    }
+  });
+  const auto begin = std::chrono::steady_clock::now();
+  sleepFor(50);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(50));
+  while (gHandledBy == 0) sleepFor(1);
+  awake = true;
+  sender.join();
   EXPECT_EQ(gHandledBy, gettid());
 }
 

@@ -1,4 +1,4 @@
-// A disconnect that fails. The exports are linked in, so that the engine behind them can be made to fail.
+// The exports linked in, so that the test can be their loader, and can have the engine behind them fail.
 #include <stdexcept>
 
 #include "engine/DorvBinding.h"
@@ -15,9 +15,9 @@ struct Loaded {
   ~Loaded() { DllMain(nullptr, 0, nullptr); }
 };
 
-class FailedDisconnectTest : private Loaded, public ClientTest {};
+class LinkedTest : private Loaded, public ClientTest {};
 
-TEST_F(FailedDisconnectTest, KeepsTheConnectionForASecondOne) {
+TEST_F(LinkedTest, ADisconnectThatFailedKeepsTheConnectionForASecondOne) {
   const std::uint64_t conn = connect();
   gDorv.Disconnect = [](std::uint32_t) -> std::uint32_t { throw std::runtime_error("of the adapter"); };
   EXPECT_EQ(KEL_Disconnect(conn), KEL_E_CONNECTION);
@@ -25,6 +25,12 @@ TEST_F(FailedDisconnectTest, KeepsTheConnectionForASecondOne) {
   EXPECT_EQ(KEL_Disconnect(conn), KEL_OK);
   EXPECT_EQ(KEL_Disconnect(conn), KEL_E_CONNECTION);
   EXPECT_TRUE(OpenConnections().empty());
+}
+
+TEST_F(LinkedTest, ThreadsThatComeAndGoAreNoMatterOfTheEntryPoint) {
+  const std::uint64_t conn = connect();
+  for (const std::uint32_t reason : {2u, 3u}) EXPECT_EQ(DllMain(nullptr, reason, nullptr), 1);
+  EXPECT_EQ(SendValues(conn, {1, 2, 3}).payload, Bytes({1, 2, 3}));
 }
 
 }  // namespace

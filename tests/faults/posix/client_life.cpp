@@ -167,7 +167,10 @@ void FirstLife(std::uint32_t messages) {
 bool SecondLife() {
   std::uint64_t conn = 0;
   return Step("second-connect", [&] { return KEL_Connect(nullptr, TakeBroadcast, &conn); }) == KEL_OK &&
-         Step("second-task", [&] { return SendAndWait(conn, kVal, {10, 11, 12}); }) == KEL_OK &&
+         Step("second-task",
+              [&] {
+                return SendAndWait(conn, kVal, {10, 11, 12});
+              }) == KEL_OK &&
          Step("second-disconnect", [&] { return KEL_Disconnect(conn); }) == KEL_OK;
 }
 

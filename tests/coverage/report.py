@@ -90,8 +90,9 @@ def reasons():
     known = {}
     for row in (pathlib.Path(__file__).parent / "unreachable.txt").read_text().splitlines():
         if row and not row.startswith("#"):
-            file, text, reason = (part.strip() for part in row.split(" | "))
-            known[file, text] = reason
+            file, rest = row.split(" | ", 1)
+            text, reason = rest.rsplit(" | ", 1)  # a line of the source may hold that mark itself
+            known[file.strip(), text.strip()] = reason.strip()
     return known
 
 

@@ -30,7 +30,8 @@
  *  5. Threads. Every function may be called from any thread. KEL_Connect, KEL_ConnectEx, KEL_Disconnect, the four
  *     KEL_SendReceive* functions and KEL_ValidateVersion run one at a time in the whole process, over all connections:
  *     a call that waits for its answer keeps the others waiting for as long, which is RxWaitTimeout at most (10000 ms
- *     unless Brel.ini says otherwise). The other functions take no lock and do not block.
+ *     unless Brel.ini says otherwise). The other functions take no lock and do not block. A call under this rule may need
+     the system's loader: a library's constructor or destructor, or a DllMain, must not make one.
  *  6. Callbacks run on threads of the library, one at a time per connection. The pointers that they get are told with
  *     each type. A callback may call any function here; a call under rule 5 waits until that of another thread has
  *     ended. KEL_Disconnect waits for its connection's running callback. It therefore never returns if that callback

@@ -173,7 +173,7 @@ bool BrelEngine::HandleAlertResponse(const std::uint8_t* buffer, std::uint32_t /
     return true;
   }
   report(kInfo, kHandle, "Invoking Alerts callback \n");
-  mAlertsCallback(status);
+  [&]() noexcept { mAlertsCallback(status); }();  // an exception of the client's ends the program
   report(kInfo, kHandle, "Alerts callback returned \n");
   return true;
 }

@@ -82,10 +82,14 @@ std::uint32_t AsyncListener::listen(const AsyncThreadArguments& arguments) {
   const std::uint32_t currentSeqNum = arguments.seqNum;
   const std::uint32_t waitLimit = arguments.isStream ? platform::kInfinite : mWaitTimeout.load();
   std::uint32_t asyncDataBuffersDeAllocCount = 0;
+  bool filed = arguments.filing == nullptr;
   for (;;) {
     std::uint32_t exitCode = kExitEnd;
     const std::uint32_t ended = platform::waitForAny(3, mEvents, waitLimit);
-    if ((ended == 0 || ended == platform::kWaitTimeout) && !awaitFiling(arguments)) return kExitEnd;
+    if (!filed && (ended == 0 || ended == platform::kWaitTimeout)) {
+      filed = awaitFiling(*arguments.filing);
+      if (!filed) return kExitEnd;
+    }
     switch (ended) {
       case 0:
         reportThread(kInfo, currentSeqNum, ") - data event received. queueRes = ", kNextBufferTaken, " \n");
@@ -117,9 +121,7 @@ std::uint32_t AsyncListener::listen(const AsyncThreadArguments& arguments) {
   }
 }
 
-bool AsyncListener::awaitFiling(const AsyncThreadArguments& arguments) {
-  if (arguments.filing == nullptr) return true;
-  AsyncThreadFiling& filing = *arguments.filing;
+bool AsyncListener::awaitFiling(AsyncThreadFiling& filing) {
   const platform::InSection settled(filing.lock);
   return filing.filed;
 }

@@ -99,7 +99,7 @@ class AsyncListener {
   static std::uint32_t listenerThreadFunc(void* argument);
   std::uint32_t listen(const AsyncThreadArguments& arguments);
   /// Waits until the thread is filed or given up. Whether it was filed.
-  static bool awaitFiling(const AsyncThreadArguments& arguments);
+  static bool awaitFiling(AsyncThreadFiling& filing);
   /// Hands on one answer, or the lack of one. False if the engine is gone.
   bool deliver(std::uint32_t seqNum, std::uint32_t errorCode, std::uint8_t* buffer, std::uint32_t size);
   /// Hands on all that is queued. True to wait for more; false to end the thread with `*exitCode`.

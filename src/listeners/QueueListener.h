@@ -60,7 +60,9 @@ class QueueListener {
   /// Stops the thread and waits for its end, however long that takes, then closes all handles.
   ListenerResult stopListen();
   /// Tells the thread to stop and does not wait. Nothing happens if none runs.
-  void tellToStop() { platform::setEvent(mStopWaitEvent); }
+  void tellToStop() {
+    if (const platform::Handle event = mStopWaitEvent) platform::setEvent(event);
+  }
   /// Queues a copy of the buffer and wakes the thread.
   ListenerResult recvData(const void* buffer, std::uint32_t bufferSize);
   /// Closes what is open; safe to repeat.

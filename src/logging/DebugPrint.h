@@ -70,6 +70,7 @@ template <class... Pieces>
 void ReportTwice(ALogger& logger, const DebugPrint& debugPrint, std::uint32_t level, const char* function,
                  const Pieces&... pieces) {
   (logger.log(level, function, kLogFlags) << ... << pieces);
+  if (!debugPrint.isOn()) return;
   debugPrint(console::kLineFormat<decltype(console::argument(pieces))...>.text, function, console::argument(pieces)...);
 }
 

@@ -254,7 +254,7 @@ TEST_F(AllocationTest, AnAlertThatFindsNoMemoryIsRefused) {
   const std::uint32_t handle = start(nullptr, [](Status status) { alerts.add(status); });
   std::uint32_t taken = 4711;
   {
-    const FailingHeap heap;
+    const FailingHeap heap(0);
     EXPECT_NO_THROW(taken = BrelEngineAlertsCallback(BrelGetDorvHandle(handle), 1));
   }
   EXPECT_EQ(taken, 0u);

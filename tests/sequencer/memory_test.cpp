@@ -47,7 +47,7 @@ TEST_F(SequencerMemory, ARefusedOpeningKeepsItsRecord) {
   assignAll();
   EXPECT_EQ(
       [this] {
-        const FailingHeap heap;
+        const FailingHeap heap(0);
         return assign().status;
       }(),
       SEQ_ASSIGN_FAILED);

@@ -16,8 +16,9 @@ constexpr const char* kStreamer = "TASK_ID_APPLICATION_DEBUG_STREAMER";
 /// How long a call that must not return is watched.
 constexpr auto kWhile = std::chrono::milliseconds(250);
 
-/// What the client does in its next callback, on the library's thread.
-std::function<void()> gInCallback;
+/// What the client does in its next callback, on the library's thread. Never destroyed: some of these threads are still
+/// in their callback when the process ends.
+std::function<void()>& gInCallback = *new std::function<void()>;
 
 void OnAnswer(std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t, void*, std::uint32_t, std::uint32_t) {
   if (const auto action = std::exchange(gInCallback, nullptr)) action();

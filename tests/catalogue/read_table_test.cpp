@@ -269,7 +269,7 @@ TEST_F(TaskList, CopiesTheFilesName) {
 
 TEST_F(TaskList, KeepsItsFilesNameIfThereIsNoMemoryForAnother) {
   {
-    const FailingHeap heap;
+    const FailingHeap heap(0);
     EXPECT_THROW(mList.SetTUIsFile(&mLogger, "other.csv"), std::bad_alloc);
   }
   ASSERT_TRUE(readTable(kThree + "\n"));

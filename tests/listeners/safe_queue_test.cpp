@@ -150,7 +150,7 @@ TEST(SafeQueue, KeepsItsLockWhenItCannotGrow) {
   static SafeQueue& queue = *new SafeQueue;
   bool thrown = false;
   for (int i = 0; i < 1000 && !thrown; ++i) {
-    const FailingHeap heap;
+    const FailingHeap heap(0);
     try {
       queue.insert(nullptr, 0);
     } catch (const std::bad_alloc&) {

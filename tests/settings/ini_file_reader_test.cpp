@@ -44,7 +44,7 @@ class Reader : public testing::Test {
 TEST_F(Reader, KeepsItsFileIfThereIsNoMemoryForAnother) {
   read("Key=20\n");
   {
-    const FailingHeap heap;
+    const FailingHeap heap(0);
     EXPECT_THROW(mReader.SetIniFileName("other.ini"), std::bad_alloc);
   }
   EXPECT_EQ(mReader.ReadIntValue("Section", "Key", 0), 20U);
@@ -53,7 +53,7 @@ TEST_F(Reader, KeepsItsFileIfThereIsNoMemoryForAnother) {
 // Whether a file takes memory to read is the platform's affair.
 TEST_F(Reader, KeepsNoBlockOfATextThatThereIsNoMemoryToRead) {
   read("Key=" + std::string(500, 'k') + "\n");
-  const FailingHeap heap;
+  const FailingHeap heap(1);  // behind the block itself
   try {
     std::free(mReader.ReadStringValue("Section", "Key", "default"));
   } catch (const std::bad_alloc&) {

@@ -34,8 +34,9 @@ using Counter = std::atomic<std::int64_t>;
 constexpr std::uint32_t kLinks = KEL_MAX_CONNECTIONS;
 constexpr std::uint32_t kThreads = 16;
 
-// A synchronous task without an answer holds up all calls until its time-out, so that is short.
-constexpr char kSettings[] = "RxWaitTimeout=30\n";
+// A synchronous task without an answer holds up all calls until its time-out, so that is short, but not so short that a
+// busy machine brings an answer behind it, when its number may be another task's.
+constexpr char kSettings[] = "RxWaitTimeout=500\n";
 
 constexpr char kScenario[] = R"({
   "rules": [

@@ -3,6 +3,7 @@
 
 #include "adapter/adapter_test.h"
 #include "platform/platform.h"
+#include "support/left_thread.h"
 #include "support/platform_calls.h"
 
 namespace kel::test {
@@ -118,11 +119,11 @@ TEST(RefusedPipeLibrary, BlocksEveryOtherThreadForGood) {
 
   static const platform::Handle begun = platform::createEvent(false, false);
   static const platform::Handle ended = platform::createEvent(false, false);
-  std::thread([] {
+  LeaveToItself([] {
     platform::setEvent(begun);
     Dorv_Init(Engine::onRecord, Engine::onAlert);
     platform::setEvent(ended);
-  }).detach();
+  });
   EXPECT_EQ(platform::waitForOne(begun, platform::kInfinite), platform::kWaitObject);
   EXPECT_EQ(platform::waitForOne(ended, 200), platform::kWaitTimeout);
   // This thread goes through all the same, which lets nobody else in.

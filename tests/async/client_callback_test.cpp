@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "interface/client.h"
+#include "support/left_thread.h"
 
 namespace kel::test {
 namespace {
@@ -202,7 +203,7 @@ template <class Action>
 auto OnLeftThread(Action action) -> std::future<decltype(action())> {
   std::packaged_task<decltype(action())()> task(std::move(action));
   auto result = task.get_future();
-  std::thread(std::move(task)).detach();
+  LeaveToItself(std::move(task));
   return result;
 }
 

@@ -4,6 +4,7 @@
 
 #include "async/async_test.h"
 #include "async/said.h"
+#include "support/left_thread.h"
 
 namespace kel::test {
 namespace {
@@ -59,10 +60,10 @@ class KeptLockTest : public AsyncTest {
     BrelEngineAlertsCallback(BrelGetDorvHandle(handle), 3);
     EXPECT_TRUE(Deliver(handle, kDebugRefTui, other, "answer"));
     static std::promise<void> finalized;
-    std::thread([kept = handle] {
+    LeaveToItself([kept = handle] {
       BrelFinalize(kept);
       finalized.set_value();
-    }).detach();
+    });
     EXPECT_EQ(finalized.get_future().wait_for(kWhile), std::future_status::timeout);
     EXPECT_EQ(gBroadcasts, 0u);
     EXPECT_EQ(gAlerts, 0u);

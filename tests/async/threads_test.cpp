@@ -4,6 +4,7 @@
 
 #include "async/async_test.h"
 #include "async/said.h"
+#include "support/left_thread.h"
 #include "support/platform_calls.h"
 #include "support/process_resources.h"
 
@@ -359,10 +360,10 @@ class LostThreadTest : public ThreadsTest {
   /// A thread that has ended without counting itself off keeps a general stop waiting for good.
   void expectNoEndOfAGeneralStop() {
     static std::promise<void> stopped;
-    std::thread([kept = engine] {
+    LeaveToItself([kept = engine] {
       EngineInside(*kept).shutdown();
       stopped.set_value();
-    }).detach();
+    });
     EXPECT_EQ(stopped.get_future().wait_for(std::chrono::milliseconds(350)), std::future_status::timeout);
     EXPECT_EQ(inside().threads(), 1);
     EXPECT_EQ(platform::waitForOne(inside().generalStopEvent(), 0), platform::kWaitObject);

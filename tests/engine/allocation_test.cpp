@@ -8,6 +8,7 @@
 #include "engine/SequenceResponses.h"
 #include "engine/engine_test.h"
 #include "support/failing_heap.h"
+#include "support/left_thread.h"
 
 namespace kel::test {
 namespace {
@@ -37,10 +38,10 @@ TEST_F(AllocationTest, AnEngineThatCannotBeBuiltStaysCountedAndTheTableLocked) {
   std::async(std::launch::async, [] { EXPECT_EQ(GetBrelInst(16), nullptr); }).get();
   static std::promise<void> looked;
   std::future<void> seen = looked.get_future();
-  std::thread([] {
+  LeaveToItself([] {
     GetBrelInst(0);
     looked.set_value();
-  }).detach();
+  });
   EXPECT_EQ(seen.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
 
   // This thread has the lock, and room for one engine less.

@@ -12,6 +12,7 @@
 #include "adapter/SluiceHub.h"
 #include "hostile/hostile_pipe.h"
 #include "logging/Trace.h"
+#include "support/left_thread.h"
 
 namespace {
 
@@ -206,12 +207,12 @@ void Start(Work work) {
     const std::lock_guard lock(gThreads.mutex);
     ++gThreads.running;
   }
-  std::thread([work] {
+  kel::test::LeaveToItself([work] {
     work();
     const std::lock_guard lock(gThreads.mutex);
     --gThreads.running;
     gThreads.changed.notify_all();
-  }).detach();
+  });
 }
 
 /// Deliveries that this side's call waits for; they come on a thread of the library as all do.

@@ -10,9 +10,9 @@
 #include <cstdlib>
 #include <future>
 #include <memory>
-#include <thread>
 
 #include "hostile/hostile_pipe.h"
+#include "support/left_thread.h"
 #include "support/registry_settings.h"
 #include "support/scratch_directory.h"
 
@@ -28,10 +28,10 @@ template <class Call>
 bool Returns(Call call) {
   auto returned = std::make_shared<std::promise<void>>();
   std::future<void> future = returned->get_future();
-  std::thread([call, returned] {
+  LeaveToItself([call, returned] {
     call();
     returned->set_value();
-  }).detach();
+  });
   return future.wait_for(std::chrono::milliseconds(kLong)) == std::future_status::ready;
 }
 

@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "interface/client.h"
+#include "support/left_thread.h"
 
 namespace kel::test {
 namespace {
@@ -53,7 +54,7 @@ TEST_F(VersionCheckTest, ThatRefusesKeepsOtherThreadsFromConnectingForGood) {
   SluiceHubSim_KeepTraces(0xFFFFFFFF);
   static Blocked blocked;
   std::future<std::uint32_t> result = blocked.result.get_future();
-  std::thread([] { blocked.result.set_value(KEL_Connect(nullptr, nullptr, &blocked.conn)); }).detach();
+  LeaveToItself([] { blocked.result.set_value(KEL_Connect(nullptr, nullptr, &blocked.conn)); });
   while (SluiceHubSim_TraceCount() == 0) std::this_thread::yield();
   EXPECT_EQ(result.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
   EXPECT_TRUE(OpenConnections().empty());

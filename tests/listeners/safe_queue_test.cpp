@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "support/failing_heap.h"
+#include "support/left_thread.h"
 
 namespace kel::test {
 namespace {
@@ -161,11 +162,11 @@ TEST(SafeQueue, KeepsItsLockWhenItCannotGrow) {
 
   static const platform::Handle begun = platform::createEvent(false, false);
   static const platform::Handle ended = platform::createEvent(false, false);
-  std::thread([] {
+  LeaveToItself([] {
     platform::setEvent(begun);
     queue.insert(nullptr, 0);
     platform::setEvent(ended);
-  }).detach();
+  });
   platform::waitForOne(begun, platform::kInfinite);
   EXPECT_EQ(platform::waitForOne(ended, 100), platform::kWaitTimeout);
   // The thread that has it goes through.

@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "platform/background.h"
+#include "support/left_thread.h"
 
 namespace kel::platform {
 namespace {
@@ -160,10 +161,10 @@ TEST(CriticalSection, OneLeftBehindByAThreadThatEndedStaysTaken) {
   static const Handle entered = createEvent(true, false);
   section.init();
   std::thread([]() NO_THREAD_SAFETY_ANALYSIS { section.enter(); }).join();
-  std::thread([] {
+  test::LeaveToItself([] {
     const InSection inside(section);
     setEvent(entered);
-  }).detach();
+  });
   EXPECT_EQ(waitForOne(entered, kShort), kWaitTimeout);
 }
 

@@ -173,10 +173,7 @@ class ModelTest : public AsyncTest, public ::testing::WithParamInterface<int> {
                               : Call{Of::kTask, 2, commandID, sequence.seqNum, 0, 0, data, 0, 0});
     }
     {
-      // As on the sequence's own thread, which frees nothing before it is back. The locks are taken in the engine's
-      // order.
-      const platform::InSection inLock(inside().initLock());
-      const HeldSequences held(inside());
+      const InPlaceOfThread inPlace(inside());
       EXPECT_EQ(ProcessSequenceData(handle, sequence.seqNum, 2, nullptr, 0), 1u);
     }
     freed(commandID);

@@ -325,7 +325,10 @@ TEST_F(QueueTest, AnEngineIsFoundByItsHandle) {
     EXPECT_EQ(RetrieveNextAsyncBufferByHandle(handle, nullptr, seqNum, &mBuffer, &mSize), 0u);
     std::free(mBuffer);
     EXPECT_EQ(RetrieveNextAsyncBufferByHandle(handle, nullptr, seqNum, &mBuffer, &mSize), 2u);
-    EXPECT_EQ(ProcessSequenceData(handle, seqNum, 2, nullptr, 0), 1u);
+    {
+      const InPlaceOfThread inPlace(inside());
+      EXPECT_EQ(ProcessSequenceData(handle, seqNum, 2, nullptr, 0), 1u);
+    }
     waitForThreads();
     EXPECT_FALSE(FreeSequenceByHandle(handle, seqNum));
   });

@@ -4,6 +4,7 @@
 #include <new>
 #include <thread>
 
+#include "async/engine_inside.h"
 #include "engine/IncomingData.h"
 #include "engine/SequenceResponses.h"
 #include "engine/engine_test.h"
@@ -210,6 +211,7 @@ TEST_F(AllocationTest, AConnectionWhoseClientWasToldOfALackWithoutMemoryCanBeClo
                                 [](std::uint32_t errorCode, auto...) { told.add(errorCode); }, nullptr),
             kStatusOk);
   {
+    const InPlaceOfThread inPlace(EngineInside(*GetBrelInst(handle)));
     const FailingHeap heap(0);
     EXPECT_EQ(ProcessSequenceData(handle, seqNum, kErrorCodeTimeout, nullptr, 0), 1u);
     EXPECT_TRUE(heap.failed());

@@ -8,6 +8,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -94,10 +95,38 @@ KeptBlocks gBlocks;
 // Asynchronous calls
 // ---------------------------------------------------------------------------------------------------------------------
 
+/// A std::shared_mutex, but for mingw's, which now and then lets in readers beside a writer.
+class SharedMutex {
+ public:
+  void lock() { enter([this] { return mInside == 0; }, kWriter); }
+  void unlock() { leave(kWriter); }
+  void lock_shared() { enter([this] { return mInside >= 0; }, kReader); }
+  void unlock_shared() { leave(kReader); }
+
+ private:
+  static constexpr int kWriter = -1, kReader = 1;
+
+  template <class Ready>
+  void enter(Ready ready, int who) {
+    std::unique_lock lock(mMutex);
+    mChanged.wait(lock, ready);
+    mInside += who;
+  }
+  void leave(int who) {
+    const std::lock_guard lock(mMutex);
+    mInside -= who;
+    mChanged.notify_all();
+  }
+
+  std::mutex mMutex;
+  std::condition_variable mChanged;
+  int mInside = 0;  ///< readers, or -1 for a writer
+};
+
 /// A connection and what is under way on it. Calls share its lock, so that a connection is not closed between being
 /// looked up and being used: which call was on which connection would not be known otherwise.
 struct Link {
-  std::shared_mutex lock;
+  SharedMutex lock;
   std::uint64_t conn = 0;
   std::atomic<bool> open{false};
   std::atomic<std::int32_t> underWay{0};

@@ -105,7 +105,8 @@ bool resetEvent(Handle event);
 /// already, and each such wait needs one releaseMutex(). Null on failure.
 Handle createMutex(bool owned);
 
-/// False, and nothing changed, if this thread is not the owner.
+/// False, and nothing changed, if this thread is not the owner. Of several who want the mutex any may be the next; but
+/// nobody who waits is passed over again and again.
 bool releaseMutex(Handle mutex);
 
 /// A thread's work. Its result is the thread's exit code, which nobody reads.

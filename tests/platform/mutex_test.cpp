@@ -11,6 +11,7 @@ namespace kel::platform {
 namespace {
 
 using testing::Each;
+using testing::Lt;
 
 constexpr std::uint32_t kNotOwner = 288;
 
@@ -65,7 +66,7 @@ TEST(Mutex, AFreeMutexCannotBeReleased) {
   EXPECT_EQ(lastError(), kNotOwner);
 }
 
-TEST(Mutex, AReleaseMakesTheFirstWaiterTheOwner) {
+TEST(Mutex, EachWaiterBecomesTheOwnerInTheEnd) {
   const Owned mutex(createMutex(true));
   Waiters waiters(3, [&] {
     const std::uint32_t result = waitForOne(mutex, kLong);
@@ -74,6 +75,47 @@ TEST(Mutex, AReleaseMakesTheFirstWaiterTheOwner) {
   });
   EXPECT_TRUE(releaseMutex(mutex));
   EXPECT_THAT(waiters.results(), Each(kWaitObject));
+}
+
+TEST(Mutex, AWaiterIsNotPassedOverForEver) {
+  constexpr int kRounds = 500;
+  const Owned mutex(createMutex(true));
+  std::atomic<bool> served = false;
+  Waiters waiter(1, [&] {
+    const std::uint32_t result = waitForOne(mutex, kLong);
+    served = true;
+    EXPECT_TRUE(releaseMutex(mutex));
+    return result;
+  });
+  int round = 0;
+  while (!served && round < kRounds) {
+    EXPECT_TRUE(releaseMutex(mutex));
+    ASSERT_EQ(waitForOne(mutex, kLong), kWaitObject);
+    sleepFor(5);  // long enough for the waiter to come, and to find the mutex taken
+    ++round;
+  }
+  EXPECT_LT(round, kRounds);
+  EXPECT_TRUE(releaseMutex(mutex));
+  EXPECT_THAT(waiter.results(), Each(kWaitObject));
+}
+
+// The first waiter comes for the free mutex no sooner than it runs; if it has something else by then, the second must.
+TEST(Mutex, AWaiterThatIsServedOtherwiseLeavesTheMutexToTheNext) {
+  for (int i = 0; i < 5; ++i) {
+    const Owned mutex(createMutex(true));
+    const Owned event(createEvent(false, false));
+    const std::array<Handle, 2> objects{event, mutex};
+    Waiters waiters(2, [&] {
+      const std::uint32_t result = waitForAny(2, objects.data(), kLong);
+      if (result == kWaitObject + 1) {
+        EXPECT_TRUE(releaseMutex(mutex));
+      }
+      return result;
+    });
+    EXPECT_TRUE(releaseMutex(mutex));
+    setEvent(event);
+    EXPECT_THAT(waiters.results(), Each(Lt(2U)));
+  }
 }
 
 TEST(Mutex, TheEndOfItsOwnerIsReportedOnceToTheNext) {

@@ -130,11 +130,14 @@ void enqueue(WaitLink& link) {
   ++object.references;
 }
 
-void dequeue(Waiter& waiter) {
+void dequeue(Waiter& waiter, Operation& operation) {
   for (WaitLink* link = waiter.links; link != waiter.links + waiter.count; ++link) {
     Object& object = *link->object;
     (link->previous ? link->previous->next : object.firstWaiting) = link->next;
     (link->next ? link->next->previous : object.lastWaiting) = link->previous;
+    if (object.kind == Kind::mutex && object.signalled && object.firstWaiting) {
+      operation.invite(*object.firstWaiting->waiter);
+    }
     drop(object);
   }
 }
@@ -143,8 +146,12 @@ void signal(Object& object, Operation& operation) {
   object.signalled = true;
   while (object.signalled && object.firstWaiting) {
     Waiter& waiter = *object.firstWaiting->waiter;
+    if (object.kind == Kind::mutex && waiter.inVain < kMostInVain) {
+      operation.invite(waiter);
+      return;
+    }
     waiter.result = take(object, waiter.thread) + static_cast<std::uint32_t>(object.firstWaiting - waiter.links);
-    dequeue(waiter);
+    dequeue(waiter, operation);
     operation.wakeLater(waiter);
   }
 }

@@ -12,6 +12,11 @@
 // Whoever signals an object hands it over to the first in the queue: under the lock it takes the object for the waiter,
 // takes the waiter off all queues and fixes its result. Only behind the lock is the word set, which wakes the sleeper.
 // Nothing that happens in between can change the outcome: neither a reset, nor a time-out, nor a close.
+//
+// A mutex is not handed over when it is released, but left free, and the first in its queue is invited to come for it.
+// Until that thread runs, whoever passes by may take and release the mutex as often as he likes; were it handed over,
+// everybody would stand behind a thread that is not even awake, and behind the next one after it. A waiter who came in
+// vain keeps its place, and after kMostInVain times the next release does hand the mutex over to it.
 #pragma once
 
 #include "platform/platform.h"
@@ -31,14 +36,26 @@ struct WaitLink {
   WaitLink* next;
 };
 
+// What the word says that a waiter sleeps on.
+inline constexpr std::uint32_t kAsleep = 0;
+/// A mutex that it waits for was left free. Set under gLock.
+inline constexpr std::uint32_t kInvited = 1;
+/// Its result is fixed. Set without gLock, and the last that is done to a Waiter from outside.
+inline constexpr std::uint32_t kReleased = 2;
+
+/// How often a waiter may come for a mutex and find it taken again. Each time costs it no more than one hold of the
+/// mutex and one turn of the processor, so that the shortest wait of the library, 5 seconds, is far away.
+inline constexpr std::uint32_t kMostInVain = 2;
+
 /// One wait, on the stack of the thread that waits.
 struct Waiter {
   Thread& thread;
   WaitLink* const links;
   const std::uint32_t count;
   std::uint32_t result = kWaitTimeout;  ///< another one from the moment when an object is handed over
+  std::uint32_t inVain = 0;             ///< times that it came for a mutex
   Waiter* nextToWake = nullptr;
-  std::atomic<std::uint32_t> woken = 0;  ///< set without gLock, and the last that is done to a Waiter from outside
+  std::atomic<std::uint32_t> word = kAsleep;
 };
 
 enum class Kind : std::uint8_t { event, mutex, thread };
@@ -98,17 +115,18 @@ std::size_t openHandles();
 
 extern constinit FutexLock gLock;
 
-/// One operation: holds gLock, and behind it wakes those whom the operation released.
+/// One operation: holds gLock, and behind it wakes those whom the operation released or invited.
 class SCOPED_CAPABILITY Operation {
  public:
   Operation() ACQUIRE(gLock) { gLock.lock(); }
   ~Operation() RELEASE() {
     gLock.unlock();
+    if (mInvited != nullptr) wakeOne(*mInvited);
     // A woken thread may leave the frame that its Waiter lies in, so what is next comes first.
     while (Waiter* const waiter = mFirst) {
       mFirst = waiter->nextToWake;
-      waiter->woken.store(1, std::memory_order_release);
-      wakeOne(waiter->woken);
+      waiter->word.store(kReleased, std::memory_order_release);
+      wakeOne(waiter->word);
     }
   }
   Operation(const Operation&) = delete;
@@ -119,7 +137,17 @@ class SCOPED_CAPABILITY Operation {
     mEnd = &waiter.nextToWake;
   }
 
+  /// Has the waiter come for a mutex. Another operation may release it meanwhile, so that behind the lock nothing but
+  /// the address of its word is used. It is rare that there are two of them; then the first is woken at once.
+  void invite(Waiter& waiter) REQUIRES(gLock) {
+    if (waiter.word.load(std::memory_order_relaxed) != kAsleep) return;
+    waiter.word.store(kInvited, std::memory_order_release);
+    if (mInvited != nullptr) wakeOne(*mInvited);
+    mInvited = &waiter.word;
+  }
+
  private:
+  const std::atomic<std::uint32_t>* mInvited = nullptr;
   Waiter* mFirst = nullptr;
   Waiter** mEnd = &mFirst;
 };
@@ -141,9 +169,10 @@ inline bool isOpenTo(const Object& object, const Thread& thread) REQUIRES(gLock)
 std::uint32_t take(Object& object, Thread& thread) REQUIRES(gLock);
 
 void enqueue(WaitLink& link) REQUIRES(gLock);
-/// Takes a waiter off all its queues.
-void dequeue(Waiter& waiter) REQUIRES(gLock);
-/// Signals an object and hands it over to as many as it lets through. The caller holds a reference.
+/// Takes a waiter off all its queues. A mutex that it was invited for is offered to the next one.
+void dequeue(Waiter& waiter, Operation& operation) REQUIRES(gLock);
+/// Signals an object and hands it over to as many as it lets through, or has the first one come for a mutex. The caller
+/// holds a reference.
 void signal(Object& object, Operation& operation) REQUIRES(gLock);
 /// Gives up all mutexes of a thread that ends.
 void abandonMutexes(Thread& thread, Operation& operation) REQUIRES(gLock);

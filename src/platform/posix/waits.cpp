@@ -24,11 +24,46 @@ timespec after(std::uint32_t milliseconds) {
 }
 
 /// False if the deadline passed first.
-bool sleepUntilWoken(const Waiter& waiter, const timespec* deadline) {
-  while (waiter.woken.load(std::memory_order_acquire) == 0) {
-    if (!sleepWhile(waiter.woken, 0, deadline)) return false;
+bool sleepUntilCalled(const Waiter& waiter, const timespec* deadline) {
+  while (waiter.word.load(std::memory_order_acquire) == kAsleep) {
+    if (!sleepWhile(waiter.word, kAsleep, deadline)) return false;
   }
   return true;
+}
+
+// Whoever fixed the result has yet to touch the waiter's frame.
+void awaitRelease(const Waiter& waiter) {
+  std::uint32_t word;
+  while ((word = waiter.word.load(std::memory_order_acquire)) != kReleased) sleepWhile(waiter.word, word, nullptr);
+}
+
+/// Takes the first object that is open to the waiter. False if none is.
+bool takeFirstOpen(Waiter& waiter) REQUIRES(gLock) {
+  for (std::uint32_t i = 0; i < waiter.count; ++i) {
+    Object& object = *waiter.links[i].object;
+    if (!isOpenTo(object, waiter.thread)) continue;
+    waiter.result = take(object, waiter.thread) + i;
+    return true;
+  }
+  return false;
+}
+
+/// Sleeps until the waiter has its result or the deadline passes.
+void sleepInQueues(Waiter& waiter, const timespec* deadline) {
+  for (;;) {
+    const bool inTime = sleepUntilCalled(waiter, deadline);
+    {
+      Operation operation;
+      if (waiter.result == kWaitTimeout) {
+        waiter.word.store(kAsleep, std::memory_order_relaxed);
+        // Also behind the deadline: an invitation that came before is not lost.
+        if (takeFirstOpen(waiter) || !inTime) return dequeue(waiter, operation);
+        ++waiter.inVain;
+        continue;
+      }
+    }
+    return awaitRelease(waiter);
+  }
 }
 
 }  // namespace
@@ -49,26 +84,12 @@ std::uint32_t waitForAny(std::uint32_t count, const Handle* objects, std::uint32
       if (!links[i].object) return kWaitFailed;
       if (links[i].object->kind == Kind::mutex && !watch.begin()) return kWaitFailed;
     }
-    for (std::uint32_t i = 0; i < count; ++i) {
-      if (isOpenTo(*links[i].object, waiter.thread)) return take(*links[i].object, waiter.thread) + i;
-    }
-    if (milliseconds == 0) return kWaitTimeout;
+    if (takeFirstOpen(waiter) || milliseconds == 0) return waiter.result;
     for (std::uint32_t i = 0; i < count; ++i) enqueue(links[i]);
   }
-
   timespec deadline;
   if (milliseconds != kInfinite) deadline = after(milliseconds);
-  if (!sleepUntilWoken(waiter, milliseconds == kInfinite ? nullptr : &deadline)) {
-    {
-      const Operation operation;
-      if (waiter.result == kWaitTimeout) {
-        dequeue(waiter);
-        return kWaitTimeout;
-      }
-    }
-    // A signal came in before the time-out was acted on. It counts, and its sender has yet to touch this frame.
-    sleepUntilWoken(waiter, nullptr);
-  }
+  sleepInQueues(waiter, milliseconds == kInfinite ? nullptr : &deadline);
   return waiter.result;
 }
 

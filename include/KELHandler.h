@@ -32,8 +32,9 @@
  *     a call that waits for its answer keeps the others waiting for as long, which is RxWaitTimeout at most (10000 ms
  *     unless Brel.ini says otherwise). The other functions take no lock and do not block. A call under this rule may need
      the system's loader: a library's constructor or destructor, or a DllMain, must not make one.
- *  6. Callbacks run on threads of the library, one at a time per connection. The pointers that they get are told with
- *     each type. A callback may call any function here; a call under rule 5 waits until that of another thread has
+ *  6. Callbacks run on threads of the library, one at a time per connection. Callbacks of different tasks may run on the
+ *     same system thread, one after the other: what one leaves in thread-local data, or changes of its thread's locale,
+ *     floating-point mode or processors, the next one finds. The pointers that callbacks get are told with each type. A callback may call any function here; a call under rule 5 waits until that of another thread has
  *     ended. KEL_Disconnect waits for its connection's running callback. It therefore never returns if that callback
  *     itself calls it, nor if that callback meanwhile makes another call under rule 5; and from then on no call under
  *     rule 5 returns at all. A C++ exception that leaves a callback ends the program.

@@ -104,7 +104,10 @@ void RemoveBrelInst(std::uint32_t handle) NO_THREAD_SAFETY_ANALYSIS {
   gBrelInstances[handle].dorvHandle = kNoDorvHandle;
   --gBrelInstCount;
   gBrelInstLock.leave();
-  if (gBrelInstCount == 0) gBrelInstLock.destroy();
+  if (gBrelInstCount == 0) {
+    gBrelInstLock.destroy();
+    platform::releaseThreads();
+  }
 }
 
 std::uint32_t BrelGetDorvHandle(std::uint32_t handle) NO_THREAD_SAFETY_ANALYSIS {

@@ -116,7 +116,13 @@ using ThreadFunction = std::uint32_t (*)(void* argument);
 /// on. Null on failure, and then the argument was not touched. The module that this code lies in stays mapped until the
 /// thread is gone, waited for or not. Where there are signals that are sent to a process, the thread blocks them all,
 /// so that a client's handlers run on the client's own threads.
+/// Threads one after the other may run on the same thread of the system's. To everything here they are different ones:
+/// what one has left taken stays taken, and what it has changed of its signals or its name is put back.
 Handle createThread(ThreadFunction function, void* argument, std::uint32_t* threadId);
+
+/// Has threads of the system's that are kept for later ones end, and keeps none until the next createThread(). It does
+/// not wait for them. Without it such a thread ends after a second without work.
+void releaseThreads();
 
 /// THREAD_PRIORITY_HIGHEST.
 inline constexpr int kPriorityHighest = 2;

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -52,8 +53,16 @@ void Ignore(char* name, std::uint32_t, void* payload, std::uint32_t, std::uint32
   std::free(payload);
 }
 
-/// A whole client's life: connects, with a thread for broadcasts, sends a task, disconnects.
-void Use(const LoadedLibrary& library) {
+std::atomic<int> gAnswers{0};
+
+void CountAnswer(std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t, void*, std::uint32_t, std::uint32_t) {
+  ++gAnswers;
+  gAnswers.notify_one();
+}
+
+/// A whole client's life: connects, with a thread for broadcasts, sends a task and so many asynchronous ones,
+/// disconnects.
+void Use(const LoadedLibrary& library, int asynchronous = 0) {
   const auto init = library.find<decltype(KEL_Init)>("KEL_Init");
   const auto connect = library.find<decltype(KEL_Connect)>("KEL_Connect");
   const auto send = library.find<decltype(KEL_SendReceiveKEL)>("KEL_SendReceiveKEL");
@@ -72,6 +81,15 @@ void Use(const LoadedLibrary& library) {
   EXPECT_EQ(size, sizeof values);
   EXPECT_EQ(std::memcmp(answer, values.data(), sizeof values), 0);
   std::free(answer);
+  const auto sendAsync = library.find<decltype(KEL_SendReceiveAsyncKEL)>("KEL_SendReceiveAsyncKEL");
+  gAnswers = 0;
+  for (int i = 0; i < asynchronous; ++i) {
+    std::uint32_t seqNum = 0;
+    EXPECT_EQ(sendAsync(conn, "TASK_ID_APPLICATION_DEBUG_VAL", 0, values.data(), sizeof values, &seqNum, CountAnswer,
+                        nullptr),
+              KEL_OK);
+  }
+  for (int seen = gAnswers; seen < asynchronous; seen = gAnswers) gAnswers.wait(seen);
   EXPECT_EQ(disconnect(conn), KEL_OK);
   EXPECT_EQ(finalize(), 0U);
 }
@@ -109,6 +127,27 @@ TEST_F(Reload, LeavesNothingThatKeepsItInTheProcess) {
     std::thread([&library] { Use(library); }).join();
     EXPECT_TRUE(library.unload());
     EXPECT_TRUE(LeavesProcess()) << "round " << round;
+  }
+}
+
+// Threads of the library are still on their way out, each at another point of it, when the client lets go.
+TEST_F(Reload, WorksAThousandTimes) {
+  for (int round = 0; round < 1000; ++round) {
+    LoadedLibrary library;
+    ASSERT_TRUE(library.isLoaded());
+    Use(library);
+    ASSERT_TRUE(library.unload());
+  }
+  EXPECT_TRUE(LeavesProcess());
+}
+
+TEST_F(Reload, LeavesNoThreadOfATaskBehind) {
+  for (int round = 0; round < 20; ++round) {
+    LoadedLibrary library;
+    ASSERT_TRUE(library.isLoaded());
+    Use(library, 64);
+    ASSERT_TRUE(library.unload());
+    ASSERT_TRUE(LeavesProcess()) << "round " << round;
   }
 }
 

@@ -1,17 +1,17 @@
 // Critical sections as a futex lock with an owner and a count.
 #include "platform/platform.h"
-#include "platform/posix/futex.h"
+#include "platform/posix/kernel_objects.h"
 
 namespace kel::platform {
 namespace {
 
-// A number that no other thread of the process ever has. The system's thread numbers come round again, and the newcomer
-// would walk into a section that an ended thread has left taken.
+// The system's thread numbers come round again, and the newcomer would walk into a section that an ended thread has
+// left taken. So would the next one on a thread of the system's, if the number were that one's.
 std::uint64_t ownNumber() {
   static constinit std::atomic<std::uint64_t> last = 0;
-  thread_local constinit std::uint64_t number = 0;
-  if (number == 0) number = last.fetch_add(1, std::memory_order_relaxed) + 1;
-  return number;
+  posix::Thread& self = posix::currentThread();
+  if (self.number == 0) self.number = last.fetch_add(1, std::memory_order_relaxed) + 1;
+  return self.number;
 }
 
 }  // namespace

@@ -17,6 +17,19 @@ namespace kel::platform::posix {
 
 static_assert(sizeof(std::atomic<std::uint32_t>) == sizeof(std::uint32_t), "the kernel reads the word itself");
 
+/// That time from now, on the monotonic clock.
+inline timespec after(std::uint32_t milliseconds) {
+  timespec time;
+  clock_gettime(CLOCK_MONOTONIC, &time);
+  time.tv_sec += milliseconds / 1000;
+  time.tv_nsec += static_cast<long>(milliseconds % 1000) * 1'000'000;
+  if (time.tv_nsec >= 1'000'000'000) {
+    ++time.tv_sec;
+    time.tv_nsec -= 1'000'000'000;
+  }
+  return time;
+}
+
 /// Sleeps while `word` holds `expected`, at most until `deadline` on the monotonic clock (null: for good). May return
 /// early. False only if the deadline has passed.
 inline bool sleepWhile(const std::atomic<std::uint32_t>& word, std::uint32_t expected, const timespec* deadline) {

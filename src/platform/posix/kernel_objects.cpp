@@ -14,6 +14,8 @@ namespace posix {
 // down.
 constinit FutexLock gLock;
 
+thread_local constinit Thread tThread;
+
 namespace {
 
 constexpr unsigned kSlotBits = 24;  // of a handle's value; the generation lies above
@@ -161,11 +163,6 @@ void abandonMutexes(Thread& thread, Operation& operation) {
     thread.firstOwned->abandoned = true;
     disown(*thread.firstOwned, operation);
   }
-}
-
-Thread& currentThread() {
-  thread_local constinit Thread thread;
-  return thread;
 }
 
 namespace {

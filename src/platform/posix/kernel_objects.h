@@ -88,10 +88,13 @@ struct Object {
 /// or end, so that to have it takes no memory.
 struct Thread {
   Object* firstOwned = nullptr;
-  bool isWatched = false;  ///< its end will give up the mutexes that it then owns; the thread's own to read and write
+  std::uint64_t number = 0;  ///< that no other thread of the process ever has; 0 until it is needed. The thread's own
+  bool isWatched = false;    ///< its end will give up the mutexes that it then owns; the thread's own to read and write
 };
 
-Thread& currentThread();
+extern thread_local constinit Thread tThread;
+
+inline Thread& currentThread() { return tThread; }
 
 /// Stands around each operation by which its thread may come to own a mutex, or to own none any more. While a thread
 /// owns one its end is watched, and at no other time: so a thread that has used this library and lives on neither keeps

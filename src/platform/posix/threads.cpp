@@ -2,8 +2,10 @@
 #include <dlfcn.h>
 #include <link.h>
 #include <pthread.h>
+#include <sys/prctl.h>
 
 #include <csignal>
+#include <utility>
 
 #include "platform/posix/errors.h"
 #include "platform/posix/kernel_objects.h"
@@ -43,33 +45,86 @@ bool holdModule(void** module) {
   return *module != nullptr;
 }
 
-// ---- Their life ----
+// ---- Where they wait for the next one ----
+//
+// To start a thread of the system's takes longer than most threads of the library live. So one that has come to the end
+// of its function serves the next function that is started, as another thread: it has a number of its own, owns
+// nothing, and has its signals and its name put back. One that is ended by pthread_exit() is gone.
 
-/// A thread from here to its end, also if its function ends it by pthread_exit().
-class Life {
- public:
-  explicit Life(Object& object) : mObject(object) {}
-  ~Life() {
-    // If this fails for want of memory the library stays loaded, and that is all.
-    if (mObject.module) pthread_setspecific(gHeldModule, mObject.module);
-    Operation operation;
-    abandonMutexes(currentThread(), operation);
-    signal(mObject, operation);
-    drop(mObject);
-  }
-  Life(const Life&) = delete;
-  Life& operator=(const Life&) = delete;
+/// As many as one connection can use at once. More would lie idle as a rule.
+constexpr std::uint32_t kMostParked = 64;
 
- private:
-  Object& mObject;
+/// After so many milliseconds without work a thread ends. It also keeps the library mapped; so this is how long a
+/// client that unloads the library with a connection open still has it.
+constexpr std::uint32_t kIdleTime = 1000;
+
+/// A thread of the system's that waits for work, on its own stack.
+struct Parked {
+  Object* work = nullptr;  ///< null: end
+  Parked* next = nullptr;
+  std::atomic<std::uint32_t> called = 0;  ///< set without gLock, and the last that is done to it from outside
 };
 
-void* run(void* argument) {
-  Object& object = *static_cast<Object*>(argument);
-  const Life life(object);
-  object.function(object.argument);
-  return nullptr;
+constinit Parked* gParked GUARDED_BY(gLock) = nullptr;  // the one that came last first: its memory is still at hand
+constinit std::uint32_t gParkedCount GUARDED_BY(gLock) = 0;
+constinit bool gKeepsThreads GUARDED_BY(gLock) = false;
+
+bool park(Parked& place) REQUIRES(gLock) {
+  if (!gKeepsThreads || gParkedCount == kMostParked) return false;
+  place.next = gParked;
+  gParked = &place;
+  ++gParkedCount;
+  return true;
 }
+
+Parked* takeParked() REQUIRES(gLock) {
+  Parked* const place = gParked;
+  if (place == nullptr) return nullptr;
+  gParked = place->next;
+  --gParkedCount;
+  return place;
+}
+
+/// False if it was taken already.
+bool leave(const Parked& place) REQUIRES(gLock) {
+  for (Parked** link = &gParked; *link != nullptr; link = &(*link)->next) {
+    if (*link != &place) continue;
+    *link = place.next;
+    --gParkedCount;
+    return true;
+  }
+  return false;
+}
+
+void call(Parked& place) {
+  place.called.store(1, std::memory_order_release);
+  wakeOne(place.called);
+}
+
+/// False if the thread is to end.
+bool awaitWork(Parked& place) {
+  const timespec deadline = after(kIdleTime);
+  while (place.called.load(std::memory_order_acquire) == 0) {
+    if (sleepWhile(place.called, 0, &deadline)) continue;
+    const Operation operation;
+    if (leave(place)) return false;
+    break;
+  }
+  // Who took it in that very moment has yet to call it.
+  while (place.called.load(std::memory_order_acquire) == 0) sleepWhile(place.called, 0, nullptr);
+  return place.work != nullptr;
+}
+
+// In a copy of the process there is but the thread that made it. The lock may be another's for ever there, and nobody
+// else runs yet.
+void forgetParked() NO_THREAD_SAFETY_ANALYSIS {
+  gParked = nullptr;
+  gParkedCount = 0;
+}
+
+[[gnu::constructor(101)]] void watchForks() { pthread_atfork(nullptr, nullptr, forgetParked); }
+
+// ---- Their life ----
 
 /// All signals except those that report a fault of the thread itself.
 sigset_t signalsOfOthers() {
@@ -77,6 +132,66 @@ sigset_t signalsOfOthers() {
   sigfillset(&signals);
   for (const int fault : {SIGBUS, SIGFPE, SIGILL, SIGSEGV, SIGSYS, SIGTRAP}) sigdelset(&signals, fault);
   return signals;
+}
+
+/// What a callback may change of its thread, and the next one shall not find changed.
+class Appearance {
+ public:
+  Appearance() { prctl(PR_GET_NAME, mName); }
+  void putBack() const {
+    pthread_sigmask(SIG_SETMASK, &mSignals, nullptr);
+    prctl(PR_SET_NAME, mName);
+  }
+
+ private:
+  const sigset_t mSignals = signalsOfOthers();
+  char mName[16] = {};  // as long as the system has them
+};
+
+/// A thread from here to its end, also if its function ends it by pthread_exit().
+class Life {
+ public:
+  Life(Object& object, Parked& place) : mObject(object), mPlace(place) {}
+  ~Life() {
+    Thread& self = currentThread();
+    const EndWatch watch(self);
+    Operation operation;
+    abandonMutexes(self, operation);
+    signal(mObject, operation);
+    drop(mObject);
+    if (mCameToItsEnd && park(mPlace)) {
+      self.number = 0;
+    } else {
+      mPlace.work = nullptr;
+      mPlace.called.store(1, std::memory_order_relaxed);
+    }
+  }
+  Life(const Life&) = delete;
+  Life& operator=(const Life&) = delete;
+
+  void run(const Appearance& appearance) {
+    mObject.function(mObject.argument);
+    appearance.putBack();
+    mPlace.called.store(0, std::memory_order_relaxed);
+    mCameToItsEnd = true;
+  }
+
+ private:
+  Object& mObject;
+  Parked& mPlace;
+  bool mCameToItsEnd = false;
+};
+
+void* run(void* argument) {
+  const Appearance appearance;
+  Parked place;
+  place.work = static_cast<Object*>(argument);
+  // If this fails for want of memory the library stays loaded, and that is all.
+  if (place.work->module) pthread_setspecific(gHeldModule, place.work->module);
+  do {
+    Life(*place.work, place).run(appearance);
+  } while (awaitWork(place));
+  return nullptr;
 }
 
 // Signals are blocked here, for the new thread to inherit: one that is sent to the process then runs its handler on a
@@ -95,16 +210,11 @@ bool startDetached(Object& object) {
   return started;
 }
 
-/// A thread's object, with a reference for the handle and one for the running thread.
-Object* newThread(ThreadFunction function, void* argument) {
-  const Operation operation;
-  Object* const thread = newObject(Kind::thread);
-  if (!thread) return nullptr;
-  thread->manualReset = true;
-  thread->function = function;
-  thread->argument = argument;
-  ++thread->references;
-  return thread;
+bool startHoldingModule(Object& object) {
+  if (!holdModule(&object.module)) return false;
+  if (startDetached(object)) return true;
+  if (object.module) dlclose(object.module);
+  return false;
 }
 
 }  // namespace
@@ -112,21 +222,44 @@ Object* newThread(ThreadFunction function, void* argument) {
 Handle createThread(ThreadFunction function, void* argument, std::uint32_t* threadId) {
   static constinit std::atomic<std::uint32_t> lastId = 0;
 
-  Object* const thread = newThread(function, argument);
-  if (!thread) return nullptr;
-  const Handle handle = handleOf(*thread);
-  void* module = nullptr;
-  if (holdModule(&module)) {
-    thread->module = module;
-    *threadId = lastId.fetch_add(1, std::memory_order_relaxed) + 1;
-    if (startDetached(*thread)) return handle;
-    if (module) dlclose(module);
+  Object* thread = nullptr;
+  Parked* parked = nullptr;
+  {
+    const Operation operation;
+    thread = newObject(Kind::thread);
+    if (!thread) return nullptr;
+    thread->manualReset = true;
+    thread->function = function;
+    thread->argument = argument;
+    ++thread->references;  // one for the handle and one for the running thread
+    gKeepsThreads = true;
+    parked = takeParked();
+    if (parked) parked->work = thread;
   }
+  const Handle handle = handleOf(*thread);
+  *threadId = lastId.fetch_add(1, std::memory_order_relaxed) + 1;
+  if (parked) {
+    call(*parked);
+    return handle;
+  }
+  if (startHoldingModule(*thread)) return handle;
   const Operation operation;
   drop(*thread);
   close(handle);
   fail(kOutOfMemory);
   return nullptr;
+}
+
+void releaseThreads() {
+  Parked* parked = nullptr;
+  {
+    const Operation operation;
+    gKeepsThreads = false;
+    parked = std::exchange(gParked, nullptr);
+    gParkedCount = 0;
+    for (Parked* place = parked; place != nullptr; place = place->next) place->work = nullptr;
+  }
+  while (parked != nullptr) call(*std::exchange(parked, parked->next));
 }
 
 // There is nothing to raise: an ordinary user may not, and for a user who may, each signal would have the woken thread

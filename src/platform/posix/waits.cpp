@@ -11,18 +11,6 @@ using namespace posix;
 
 namespace {
 
-timespec after(std::uint32_t milliseconds) {
-  timespec time;
-  clock_gettime(CLOCK_MONOTONIC, &time);
-  time.tv_sec += milliseconds / 1000;
-  time.tv_nsec += static_cast<long>(milliseconds % 1000) * 1'000'000;
-  if (time.tv_nsec >= 1'000'000'000) {
-    ++time.tv_sec;
-    time.tv_nsec -= 1'000'000'000;
-  }
-  return time;
-}
-
 /// False if the deadline passed first.
 bool sleepUntilCalled(const Waiter& waiter, const timespec* deadline) {
   while (waiter.word.load(std::memory_order_acquire) == kAsleep) {

@@ -44,6 +44,8 @@ Handle createThread(ThreadFunction function, void* argument, std::uint32_t* thre
   return thread;
 }
 
+void releaseThreads() {}
+
 // Raising a priority needs no privilege here, so a refusal is the fault of the handle.
 bool setThreadPriority(Handle thread, int priority) { return SetThreadPriority(thread, priority) != 0; }
 

@@ -52,12 +52,27 @@ std::uint32_t FileLength(std::FILE* file) {
   return std::fseek(file, 0, SEEK_SET) == 0 ? static_cast<std::uint32_t>(length) : 0;
 }
 
+/// The rows of the built-in table, from the first list on that has read it through.
+struct BuiltInRows {
+  platform::CriticalSection lock;
+  const char* table GUARDED_BY(lock) = nullptr;  ///< whose rows they are; null for none
+  std::shared_ptr<const BrelTUIsList::TuiByName> tuiByName GUARDED_BY(lock);
+  std::shared_ptr<const BrelTUIsList::NameByTui> nameByTui GUARDED_BY(lock);
+};
+
+/// Without a destructor: threads of the client may still connect while the process ends. A library that is unloaded
+/// therefore leaves its rows behind.
+union KeptRows {
+  constexpr KeptRows() : rows() {}
+  ~KeptRows() {}
+  BuiltInRows rows;
+};
+constinit KeptRows gKeptRows;
+BuiltInRows& gBuiltInRows = gKeptRows.rows;
+
 }  // namespace
 
-BrelTUIsList::BrelTUIsList()
-    : mTuiByNameCursor(mTuiByName.cend()),
-      mNameByTuiCursor(mNameByTui.cend()),
-      mTUIsFileName(CopyText("KEL_ALLTASKS.csv")) {}
+BrelTUIsList::BrelTUIsList() : mTUIsFileName(CopyText("KEL_ALLTASKS.csv")) {}
 
 void BrelTUIsList::SetTUIsFile(ALogger* logger, const char* fileName) {
   mLogger = logger;
@@ -82,7 +97,7 @@ bool BrelTUIsList::endedUnexpectedly(std::FILE* stream) {
 }
 
 bool BrelTUIsList::ReadTUIs() {
-  mTuiByName.clear();
+  if (!mTuiByName->empty()) mTuiByName = std::make_shared<TuiByName>();
 
   const platform::Resource builtIn = platform::findResource(gHandlerModule.load(), "#101", "TUISFILE");
   if (builtIn.bytes == nullptr) {
@@ -105,6 +120,31 @@ bool BrelTUIsList::ReadTUIs() {
     }
   }
 
+  return stream != nullptr ? readRows(stream) : takeBuiltInRows();
+}
+
+bool BrelTUIsList::takeBuiltInRows() {
+  // A list that was read before keeps its old TUIs beside the new ones, and so has to have rows of its own.
+  if (!mNameByTui->empty()) return readRows(nullptr);
+  const platform::InSection sharing(gBuiltInRows.lock);
+  if (gBuiltInRows.table != mInternalTUIsFile) {
+    if (!readRows(nullptr)) return false;
+    gBuiltInRows.table = mInternalTUIsFile;
+    gBuiltInRows.tuiByName = mTuiByName;
+    gBuiltInRows.nameByTui = mNameByTui;
+  }
+  mTuiByName = gBuiltInRows.tuiByName;
+  mNameByTui = gBuiltInRows.nameByTui;
+  return true;
+}
+
+bool BrelTUIsList::readRows(std::FILE* stream) {
+  // The list has them from the beginning on: a table that cannot be read through leaves what stands ahead of that.
+  const auto tuiByName = std::make_shared<TuiByName>();
+  const auto nameByTui = std::make_shared<NameByTui>(*mNameByTui);
+  mTuiByName = tuiByName;
+  mNameByTui = nameByTui;
+
   char line[kLineSize];
   const char* stringStream = mInternalTUIsFile;
   if (stream != nullptr) {
@@ -120,8 +160,8 @@ bool BrelTUIsList::ReadTUIs() {
                                            &hexTUI, &oneTUIlineLength);
     if (result == -1) break;
     if (result == 0) return endedUnexpectedly(stream);
-    mTuiByName[name] = decimalTUI;
-    mNameByTui[decimalTUI] = name;
+    (*tuiByName)[name] = decimalTUI;
+    (*nameByTui)[decimalTUI] = name;
 
     if (stream != nullptr) {
       if (!ReadLine(stream, line)) {
@@ -182,9 +222,9 @@ bool BrelTUIsList::RetrieveRawTUIsList(const char** fileName, const char** buffe
 // ---------------------------------------------------------------------------------------------------------------------
 
 bool BrelTUIsList::FindTuiByName(const char* callerName, std::string_view name, std::uint32_t* tui) {
-  const auto found = mTuiByName.find(name);
+  const auto found = mTuiByName->find(name);
   mTuiByNameCursor.store(found, std::memory_order_relaxed);
-  if (found != mTuiByName.cend()) {
+  if (found != mTuiByName->cend()) {
     *tui = found->second;
     return true;
   }
@@ -194,9 +234,9 @@ bool BrelTUIsList::FindTuiByName(const char* callerName, std::string_view name, 
 }
 
 bool BrelTUIsList::FindNameByTui(const char* callerName, std::uint32_t tui, char** name) {
-  const auto found = mNameByTui.find(tui);
+  const auto found = mNameByTui->find(tui);
   mNameByTuiCursor.store(found, std::memory_order_relaxed);
-  if (found != mNameByTui.cend()) {
+  if (found != mNameByTui->cend()) {
     *name = CopyText(found->second.c_str());
     return true;
   }

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -29,12 +30,16 @@ constexpr std::uint32_t ComposeTUI(std::uint8_t index, std::uint8_t zone, std::u
 ///
 /// Of a row only the name and the decimal TUI are kept, and of the rest only TYPE is looked at: it must begin with REF
 /// or VAL. That the other columns repeat the TUI's bits is a property of how tables are generated and is not checked. A
-/// copy is built into the library; a file of the same form replaces it whole.
+/// copy is built into the library; a file of the same form replaces it whole. A file is read each time. The built-in
+/// table is read through once in a process, and the lists that hold it share its rows.
 ///
 /// Threads: ReadTUIs() runs while the engine comes up, before any task can. After that the maps do not change, and only
 /// the cursors, which each lookup leaves behind, are written.
 class BrelTUIsList {
  public:
+  using TuiByName = std::map<std::string, std::uint32_t, std::less<>>;
+  using NameByTui = std::map<std::uint32_t, std::string>;
+
   BrelTUIsList();
   /// The file name is not released, nor is the engine's own copy of it: both are leaks that are kept.
   ~BrelTUIsList() = default;
@@ -75,9 +80,10 @@ class BrelTUIsList {
   std::atomic<std::uint32_t> mLogToConsole{0};
 
  private:
-  using TuiByName = std::map<std::string, std::uint32_t, std::less<>>;
-  using NameByTui = std::map<std::uint32_t, std::string>;
-
+  /// Takes the rows of the built-in table, and reads them through if no list has done so.
+  bool takeBuiltInRows();
+  /// Reads the rows of a file, or with null those of the built-in table.
+  bool readRows(std::FILE* stream);
   /// Closes a file that may be null; false, with a line in the log, if that fails.
   bool close(std::FILE* stream);
   /// The end of a table that cannot be read through.
@@ -87,11 +93,11 @@ class BrelTUIsList {
     if (mLogger != nullptr) ReportTwice(*mLogger, debugPrint, level, function, pieces...);
   }
 
-  // Constant after ReadTUIs(), but for the cursors.
-  TuiByName mTuiByName;
-  std::atomic<TuiByName::const_iterator> mTuiByNameCursor;  ///< the last lookup's position
-  NameByTui mNameByTui;
-  std::atomic<NameByTui::const_iterator> mNameByTuiCursor;  ///< the last lookup's position
+  // Constant after ReadTUIs(), but for the cursors. The maps may be other lists' as well.
+  std::shared_ptr<const TuiByName> mTuiByName = std::make_shared<TuiByName>();
+  std::atomic<TuiByName::const_iterator> mTuiByNameCursor{mTuiByName->cend()};  ///< the last lookup's position
+  std::shared_ptr<const NameByTui> mNameByTui = std::make_shared<NameByTui>();
+  std::atomic<NameByTui::const_iterator> mNameByTuiCursor{mNameByTui->cend()};  ///< the last lookup's position
   char* mTUIsFileName;
   [[maybe_unused]] void* mReserved = nullptr;
   const char* mInternalTUIsFile = nullptr;  ///< the built-in table, from ReadTUIs() on

@@ -2,14 +2,19 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <map>
+#include <new>
 #include <set>
 #include <string_view>
+#include <thread>
+#include <vector>
 
 #include "adapter/TaskRecord.h"
 #include "catalogue/shipped_rows.h"
 #include "catalogue/task_list_test.h"
 #include "platform/platform.h"
+#include "support/failing_heap.h"
 #include "support/private_member.h"
 
 namespace kel::test {
@@ -93,8 +98,73 @@ TEST_F(TaskList, HoldsTheFiftyBuiltInRowsIfThereIsNoFile) {
     EXPECT_EQ(tuiOf(std::string(row.name)), row.decimalTUI);
     EXPECT_EQ(nameOf(row.decimalTUI), row.name);
   }
-  EXPECT_EQ((mList.*memberOf(TuiByNameOf{})).size(), 50U);
-  EXPECT_EQ((mList.*memberOf(NameByTuiOf{})).size(), 50U);
+  EXPECT_EQ((mList.*memberOf(TuiByNameOf{}))->size(), 50U);
+  EXPECT_EQ((mList.*memberOf(NameByTuiOf{}))->size(), 50U);
+}
+
+TEST_F(TaskList, TheBuiltInRowsOfOneListStayWhenAnotherReadsAFile) {
+  BrelTUIsList other;
+  other.SetTUIsFile(&mLogger, "other.csv");
+  ASSERT_TRUE(other.ReadTUIs());
+  ASSERT_TRUE(readTUIs());
+  ASSERT_TRUE(readTable("ONE,  0, 0, KEL_TRACE, 1, REF, 614400, 0x3e9\n"));
+  EXPECT_EQ(nameOf(614400), "ONE");
+  EXPECT_EQ(nameOf(90304), "TASK_ID_TRACE_UTIL_PATH_GET");
+  EXPECT_EQ(tuiOf("TASK_ID_TRACE_ADAPTER"), 0U);
+
+  std::uint32_t tui = 0;
+  EXPECT_TRUE(other.FindTuiByName("test", "TASK_ID_TRACE_ADAPTER", &tui));
+  EXPECT_EQ(tui, 614400U);
+  EXPECT_FALSE(other.FindTuiByName("test", "ONE", &tui));
+  EXPECT_EQ((other.*memberOf(NameByTuiOf{}))->at(614400), "TASK_ID_TRACE_ADAPTER");
+}
+
+TEST_F(TaskList, KeepsTheTUIsOfAFileWhenItReadsTheBuiltInRows) {
+  ASSERT_TRUE(readTable("ONE,  0, 0, KEL_TRACE, 1, REF, 1001, 0x3e9\n"));
+  std::filesystem::remove("table.csv");
+  ASSERT_TRUE(readTUIs());
+  EXPECT_EQ(tuiOf("ONE"), 0U);
+  EXPECT_EQ(nameOf(1001), "ONE");
+  EXPECT_EQ(tuiOf("TASK_ID_TRACE_ADAPTER"), 614400U);
+
+  BrelTUIsList other;
+  other.SetTUIsFile(&mLogger, "table.csv");
+  ASSERT_TRUE(other.ReadTUIs());
+  EXPECT_EQ((other.*memberOf(NameByTuiOf{}))->size(), 50U);
+}
+
+TEST_F(TaskList, WithoutMemoryForTheBuiltInRowsLeavesThemToTheNext) {
+  ALogger silent;
+  bool failed = true;
+  for (int objects = 0; failed; ++objects) {
+    BrelTUIsList list;
+    list.SetTUIsFile(&silent, "table.csv");
+    bool read = false;
+    {
+      const FailingHeap heap(objects);
+      try {
+        read = list.ReadTUIs();
+      } catch (const std::bad_alloc&) {
+      }
+      failed = heap.failed();
+    }
+    EXPECT_EQ(read, !failed) << objects;
+    if (!read) continue;
+    EXPECT_EQ((list.*memberOf(TuiByNameOf{}))->size(), 50U) << objects;
+    EXPECT_EQ((list.*memberOf(NameByTuiOf{}))->size(), 50U) << objects;
+  }
+}
+
+TEST_F(TaskList, IsReadByManyThreadsAtOnce) {
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([] {
+      BrelTUIsList list;
+      EXPECT_TRUE(list.ReadTUIs());
+      EXPECT_EQ((list.*memberOf(TuiByNameOf{}))->size(), 50U);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
 }
 
 TEST_F(TaskList, ReadsTheShippedTableFromAFileAlike) {
@@ -105,7 +175,7 @@ TEST_F(TaskList, ReadsTheShippedTableFromAFileAlike) {
     EXPECT_EQ(tuiOf(std::string(row.name)), row.decimalTUI);
     EXPECT_EQ(nameOf(row.decimalTUI), row.name);
   }
-  EXPECT_EQ((mList.*memberOf(TuiByNameOf{})).size(), 50U);
+  EXPECT_EQ((mList.*memberOf(TuiByNameOf{}))->size(), 50U);
 }
 
 }  // namespace

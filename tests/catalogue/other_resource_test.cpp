@@ -2,6 +2,8 @@
 // platform's.
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "catalogue/task_list_test.h"
 #include "platform/platform.h"
 
@@ -89,6 +91,35 @@ TEST_F(TaskList, IsEmptyWithAnEmptyBuiltInText) {
   gTable = "";
   EXPECT_TRUE(readTUIs());
   expectReported({kFileNotOpened});
+}
+
+TEST_F(TaskList, ReadsTheBuiltInTextThroughOnceForAllLists) {
+  static char table[] = "ONE,  0, 0, KEL_TRACE, 1, REF, 1001, 0x3e9\n";
+  gTable = table;
+  EXPECT_TRUE(readTUIs());
+  // No table changes in a process. This one does, which shows that it is not looked at again.
+  std::memcpy(table, "TWO", 3);
+  ALogger silent;
+  BrelTUIsList other;
+  other.SetTUIsFile(&silent, "table.csv");
+  EXPECT_TRUE(other.ReadTUIs());
+  std::uint32_t tui = 0;
+  EXPECT_TRUE(other.FindTuiByName("test", "ONE", &tui));
+  EXPECT_EQ(tui, 1001U);
+  EXPECT_FALSE(other.FindTuiByName("test", "TWO", &tui));
+}
+
+TEST_F(TaskList, TellsAgainOfAFaultInTheBuiltInText) {
+  static char table[] = "ONE,  0, 0, KEL_TRACE, 1, XXX, 1001, 0x3e9\n";
+  gTable = table;
+  EXPECT_FALSE(readTUIs());
+  EXPECT_FALSE(readTUIs());
+  const ReportedLine type{"error", "ReadOneTUI", "could not resolve TYPE field. \n"};
+  const ReportedLine ended{"error", "ReadTUIs", kEndedUnexpectedly};
+  expectReported({kFileNotOpened, type, ended, kFileNotOpened, type, ended});
+  std::memcpy(std::strstr(table, "XXX"), "REF", 3);
+  EXPECT_TRUE(readTUIs());
+  EXPECT_EQ(tuiOf("ONE"), 1001U);
 }
 
 TEST_F(TaskList, RetrievesTheBuiltInTextWithTheSizeThatItIsSaidToHave) {

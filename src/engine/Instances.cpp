@@ -54,7 +54,11 @@ std::shared_ptr<BrelEngine> AddBrelInst(std::uint32_t* handle) {
     return nullptr;
   }
   ++gBrelInstCount;
-  auto engine = std::make_shared<BrelEngine>();
+  std::shared_ptr<BrelEngine> engine;
+  {
+    const SwitchesReadOnce forAllItsLoggers;
+    engine = std::make_shared<BrelEngine>();
+  }
   gBrelInstances[row].instance = engine;
   EngineTable::setHandle(*engine, row);
   *handle = row;

@@ -1,8 +1,11 @@
 #include "logging/ALogger.h"
 
+#include <array>
+#include <cstring>
 #include <exception>
 #include <fstream>
 #include <ios>
+#include <iterator>
 
 #include "logging/Registry.h"
 #include "platform/platform.h"
@@ -11,6 +14,10 @@ namespace kel {
 namespace {
 
 constexpr const char* kLevelWords[] = {"info", "warning", "error"};
+constexpr const char* kSwitchNames[] = {"Info", "Warn", "Err"};
+
+/// By level.
+using Switches = std::array<std::uint32_t, std::size(kSwitchNames)>;
 
 /// The format flags of a line are numbered in the logger's own way, which is none of the standard library's business.
 std::ios_base::fmtflags StreamFlags(std::uint32_t flags) {
@@ -41,13 +48,42 @@ void DoContained(Work work) {
   }
 }
 
-std::uint32_t ReadSwitch(const char* key, const char* valueName) {
-  std::uint32_t value = 0;
-  DoContained([&] { ReadRegistryDword(platform::RegistryRoot::localMachine, key, valueName, &value); });
-  return value;
+/// What a SwitchesReadOnce keeps of the registry. Its lock is held for as long as it lives.
+platform::CriticalSection gSharingLock;
+bool gIsShared GUARDED_BY(gSharingLock) = false;
+const char* gSharedKey GUARDED_BY(gSharingLock) = nullptr;  ///< null before the first reading
+Switches gShared GUARDED_BY(gSharingLock);
+
+/// A switch that cannot be read is off.
+Switches ReadSwitches(const char* key) {
+  Switches switches{};
+  DoContained([&] {
+    ReadRegistryDwords(platform::RegistryRoot::localMachine, key, switches.size(), kSwitchNames, switches.data());
+  });
+  return switches;
+}
+
+Switches SwitchesUnder(const char* key) {
+  const platform::InSection sharing(gSharingLock);
+  if (!gIsShared) return ReadSwitches(key);
+  // By their texts: one constant may have as many addresses as there are sources that name it.
+  if (key == nullptr || gSharedKey == nullptr || std::strcmp(key, gSharedKey) != 0) gShared = ReadSwitches(key);
+  gSharedKey = key;
+  return gShared;
 }
 
 }  // namespace
+
+SwitchesReadOnce::SwitchesReadOnce() NO_THREAD_SAFETY_ANALYSIS {
+  gSharingLock.enter();
+  gIsShared = true;
+}
+
+SwitchesReadOnce::~SwitchesReadOnce() NO_THREAD_SAFETY_ANALYSIS {
+  gIsShared = false;
+  gSharedKey = nullptr;
+  gSharingLock.leave();
+}
 
 ALogger::~ALogger() {
   for (const FileName* name = mFileName.load(); name != nullptr;) {
@@ -59,9 +95,10 @@ ALogger::~ALogger() {
 
 void ALogger::setRegistryKey(const char* key) {
   mRegistryKey.store(key, std::memory_order_relaxed);
-  mInfoEnabled.store(ReadSwitch(key, "Info"), std::memory_order_relaxed);
-  mWarnEnabled.store(ReadSwitch(key, "Warn"), std::memory_order_relaxed);
-  mErrEnabled.store(ReadSwitch(key, "Err"), std::memory_order_relaxed);
+  const Switches switches = SwitchesUnder(key);
+  mInfoEnabled.store(switches[kInfo], std::memory_order_relaxed);
+  mWarnEnabled.store(switches[kWarning], std::memory_order_relaxed);
+  mErrEnabled.store(switches[kError], std::memory_order_relaxed);
 }
 
 void ALogger::setFileName(std::string_view name) {

@@ -41,7 +41,7 @@ class ALogger {
   ALogger(const ALogger&) = delete;
   ALogger& operator=(const ALogger&) = delete;
 
-  /// Reads the three level switches from `key`, once and for all. `key` is not copied.
+  /// Reads the three level switches from `key`, once and for all. `key` is not copied. See SwitchesReadOnce.
   void setRegistryKey(const char* key);
 
   /// Settles the file: the registry's folder, today's date and `name`. Empty: nothing is written. Wants the key first.
@@ -105,6 +105,16 @@ class ALogger {
   std::atomic<std::uint32_t> mErrEnabled{0};
   std::atomic<bool> mLineEnabled{false};
   std::atomic<std::uint32_t> mFormatFlags{0};
+};
+
+/// While one lives, the loggers that this thread gives one registry key share what the first of them reads of it. For
+/// an object that has several loggers, while it is made. Other threads' loggers get their keys before or after that.
+class SwitchesReadOnce {
+ public:
+  SwitchesReadOnce();
+  ~SwitchesReadOnce();
+  SwitchesReadOnce(const SwitchesReadOnce&) = delete;
+  SwitchesReadOnce& operator=(const SwitchesReadOnce&) = delete;
 };
 
 }  // namespace kel

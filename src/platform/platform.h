@@ -188,6 +188,9 @@ enum class RegistryRoot : std::uint32_t { localMachine = 0x80000002 };
 /// A 32-bit value of a registry key. What is stored there may be of another type if it has at most four bytes. False,
 /// and `*number` untouched, if it cannot be read.
 bool registryNumber(RegistryRoot root, const char* subKey, const char* valueName, std::uint32_t* number);
+/// Several of them, from one look at the key. Returns how many could be read; the numbers of the others stay untouched.
+std::uint32_t registryNumbers(RegistryRoot root, const char* subKey, std::uint32_t count, const char* const* valueNames,
+                              std::uint32_t* numbers);
 /// A text of a registry key. False, and `*text` untouched, if it cannot be read.
 bool registryText(RegistryRoot root, const char* subKey, const char* valueName, std::string* text);
 

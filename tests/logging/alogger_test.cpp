@@ -1,4 +1,6 @@
 // The lines of a log and the switches ahead of them.
+#include <gmock/gmock.h>
+
 #include <limits>
 #include <thread>
 
@@ -200,6 +202,38 @@ TEST_F(Logger, SharesAFileWithOthers) {
   EXPECT_EQ(written(), kHead + "one, \n[0 - 0] info - Other - function - two, three \n");
 }
 
+TEST_F(Logger, SharesOneReadingOfTheSwitchesWithTheOthersOfItsObject) {
+  switchLog(true, false, false);
+  ALogger second, third;
+  const auto setUpOther = [](ALogger& other) {
+    other.setRegistryKey(kLoggerRegistryKey);
+    other.setFileName("test.logs");
+  };
+  {
+    const SwitchesReadOnce forBoth;
+    setUp();
+    switchLog(false, true, false);
+    setUpOther(second);
+  }
+  setUpOther(third);
+  for (ALogger* each : {&logger, &second, &third}) {
+    each->log(kInfo, nullptr, kLogFlags) << "i";
+    each->log(kWarning, nullptr, kLogFlags) << "w";
+  }
+  EXPECT_EQ(written(), "\n[0 - 0] info - Module - i\n[0 - 0] info - i\n[0 - 0] warning - w");
+}
+
+TEST_F(Logger, SharesNoReadingOfAnotherKey) {
+  switchLog(true, true, true);
+  const SwitchesReadOnce forAll;
+  ALogger other;
+  other.setRegistryKey(kLoggerRegistryKey);
+  other.setRegistryKey("Software\\Brel\\NoSuchKey");
+  other.setFileName("test.logs");
+  other.log(kError, "function", kLogFlags) << "text";
+  EXPECT_FALSE(anyFile());
+}
+
 TEST_F(Logger, MayBeGivenAnotherFileWhileItWrites) {
   setUp(true, true, true);
   std::thread writer([this] {
@@ -229,6 +263,18 @@ TEST_F(RegistryReader, ReadsANumber) {
   std::uint32_t number = 0;
   EXPECT_TRUE(ReadRegistryDword(RegistryRoot::localMachine, "Software\\Brel\\Test", "Value", &number));
   EXPECT_EQ(number, 4000000000u);
+}
+
+TEST_F(RegistryReader, ReadsThoseOfSeveralNumbersThatAreThere) {
+  registry.set("Software\\Brel\\Test", "First", 1u);
+  registry.set("Software\\Brel\\Test", "Third", 3u);
+  const char* const names[] = {"First", "Second", "Third"};
+  std::uint32_t numbers[] = {77, 77, 77};
+  EXPECT_EQ(ReadRegistryDwords(RegistryRoot::localMachine, "Software\\Brel\\Test", 3, names, numbers), 2u);
+  EXPECT_THAT(numbers, testing::ElementsAre(1u, 77u, 3u));
+  EXPECT_EQ(ReadRegistryDwords(RegistryRoot::localMachine, "Software\\Brel\\Missing", 3, names, numbers), 0u);
+  EXPECT_EQ(ReadRegistryDwords(RegistryRoot::localMachine, nullptr, 3, names, numbers), 0u);
+  EXPECT_THAT(numbers, testing::ElementsAre(1u, 77u, 3u));
 }
 
 TEST_F(RegistryReader, ReadsAText) {

@@ -1,5 +1,7 @@
 // Files and dates.
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <ctime>
@@ -22,16 +24,18 @@ int formatNow(const char* format, char (&text)[kDateTextSize]) {
 
 const char kPathSeparator = '/';
 
-// The system opens a folder for reading too, and fails only the reads.
+// The system opens a folder for reading too, and fails only the reads. Most files that are asked for here are not there,
+// so a stream is made only for one that is.
 std::FILE* openToRead(const char* fileName) {
-  std::FILE* file = std::fopen(fileName, "rb");
-  struct stat status;
-  if (file != nullptr && fstat(fileno(file), &status) == 0 && S_ISDIR(status.st_mode)) {
-    std::fclose(file);
-    file = nullptr;
+  const int descriptor = open(fileName, O_RDONLY);
+  if (descriptor != -1) {
+    struct stat status;
+    const bool isFolder = fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode);
+    if (std::FILE* file = isFolder ? nullptr : fdopen(descriptor, "rb")) return file;
+    close(descriptor);
   }
-  if (file == nullptr) posix::setLastError(posix::kFileNotFound);
-  return file;
+  posix::setLastError(posix::kFileNotFound);
+  return nullptr;
 }
 
 std::ofstream openToAppend(const std::string& fileName) {

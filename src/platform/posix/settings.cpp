@@ -76,15 +76,34 @@ bool isQuoted(string_view text) {
 }
 
 // One section for each key of HKEY_LOCAL_MACHINE, in a file of the working directory or else of the machine.
-std::optional<std::string> findInRegistry(RegistryRoot root, const char* subKey, const char* valueName) {
-  if (root != RegistryRoot::localMachine) return {};
-  std::optional<std::string> content = contentOf("Brel.registry");
-  if (!content) content = contentOf("/etc/Brel.registry");
-  if (!content) return {};
-  std::optional<string_view> value = findValue(*content, subKey, valueName);
-  if (!value) return {};
-  if (isQuoted(*value)) value = value->substr(1, value->size() - 2);
-  return std::string(*value);
+class Registry {
+ public:
+  explicit Registry(RegistryRoot root) {
+    if (root != RegistryRoot::localMachine) return;
+    mContent = contentOf("Brel.registry");
+    if (!mContent) mContent = contentOf("/etc/Brel.registry");
+  }
+
+  std::optional<string_view> find(const char* subKey, const char* valueName) const {
+    if (!mContent) return {};
+    std::optional<string_view> value = findValue(*mContent, subKey, valueName);
+    if (value && isQuoted(*value)) value = value->substr(1, value->size() - 2);
+    return value;
+  }
+
+ private:
+  std::optional<std::string> mContent;
+};
+
+bool toNumber(std::optional<string_view> text, std::uint32_t* number) {
+  if (!text) return posix::fail(posix::kFileNotFound);
+  const bool hexadecimal = text->starts_with("0x") || text->starts_with("0X");
+  const char* const end = text->data() + text->size();
+  std::uint32_t read = 0;
+  const auto [stop, error] = std::from_chars(text->data() + (hexadecimal ? 2 : 0), end, read, hexadecimal ? 16 : 10);
+  if (error != std::errc() || stop != end) return posix::fail(posix::kInvalidData);
+  *number = read;
+  return true;
 }
 
 }  // namespace
@@ -112,21 +131,24 @@ std::uint32_t iniValue(const char* section, const char* key, const char* default
 }
 
 bool registryNumber(RegistryRoot root, const char* subKey, const char* valueName, std::uint32_t* number) {
-  const std::optional<std::string> text = findInRegistry(root, subKey, valueName);
-  if (!text) return posix::fail(posix::kFileNotFound);
-  const bool hexadecimal = text->starts_with("0x") || text->starts_with("0X");
-  const char* const end = text->data() + text->size();
+  return registryNumbers(root, subKey, 1, &valueName, number) == 1;
+}
+
+std::uint32_t registryNumbers(RegistryRoot root, const char* subKey, std::uint32_t count, const char* const* valueNames,
+                              std::uint32_t* numbers) {
+  const Registry registry(root);
   std::uint32_t read = 0;
-  const auto [stop, error] = std::from_chars(text->data() + (hexadecimal ? 2 : 0), end, read, hexadecimal ? 16 : 10);
-  if (error != std::errc() || stop != end) return posix::fail(posix::kInvalidData);
-  *number = read;
-  return true;
+  for (std::uint32_t i = 0; i < count; ++i) {
+    if (toNumber(registry.find(subKey, valueNames[i]), &numbers[i])) ++read;
+  }
+  return read;
 }
 
 bool registryText(RegistryRoot root, const char* subKey, const char* valueName, std::string* text) {
-  std::optional<std::string> found = findInRegistry(root, subKey, valueName);
+  const Registry registry(root);
+  const std::optional<string_view> found = registry.find(subKey, valueName);
   if (!found) return posix::fail(posix::kFileNotFound);
-  *text = std::move(*found);
+  text->assign(*found);
   return true;
 }
 

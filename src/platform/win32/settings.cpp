@@ -47,11 +47,21 @@ std::uint32_t iniValue(const char* section, const char* key, const char* default
 }
 
 bool registryNumber(RegistryRoot root, const char* subKey, const char* valueName, std::uint32_t* number) {
-  DWORD data = 0;
-  DWORD size = sizeof data;
-  if (!OpenKey(root, subKey).read(valueName, REG_DWORD, &data, &size)) return false;
-  *number = data;
-  return true;
+  return registryNumbers(root, subKey, 1, &valueName, number) == 1;
+}
+
+std::uint32_t registryNumbers(RegistryRoot root, const char* subKey, std::uint32_t count, const char* const* valueNames,
+                              std::uint32_t* numbers) {
+  const OpenKey key(root, subKey);
+  std::uint32_t read = 0;
+  for (std::uint32_t i = 0; i < count; ++i) {
+    DWORD data = 0;
+    DWORD size = sizeof data;
+    if (!key.read(valueNames[i], REG_DWORD, &data, &size)) continue;
+    numbers[i] = data;
+    ++read;
+  }
+  return read;
 }
 
 bool registryText(RegistryRoot root, const char* subKey, const char* valueName, std::string* text) {

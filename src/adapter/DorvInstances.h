@@ -54,7 +54,7 @@ inline void Dorv_DebugPrint(const char* /*format*/, ...) {}
 /// A line of the log before the row is known.
 template <class... Pieces>
 void LogDorv(std::uint32_t level, const char* function, const Pieces&... pieces) {
-  (gDorvLogger.log(level, function, kLogFlags) << ... << pieces);
+  gDorvLogger.line(level, function, pieces...);
 }
 
 /// A line of the log about a row.

@@ -29,8 +29,9 @@ inline constexpr const char* kLoggerRegistryKey = "Software\\Brel\\ALogger";
 ///
 /// Threads: any number, with no lock. Pieces of lines from several threads may interleave, and a thread may see the line
 /// flag of another. Where the system appends in two steps, as Windows does, a piece may take the place of one that is
-/// written at the same moment. A head call that is switched off costs a comparison, an insertion behind it the test of a
-/// flag.
+/// written at the same moment. A head call that is switched off costs the test of its switch and that of the line flag,
+/// an insertion behind it another of the line flag. Memory is written only where the line before was on, so that threads
+/// do not take the logger from each other's caches.
 ///
 /// Nothing is ever reported or thrown: a missing key, an unwritable folder, a failed open or an exhausted heap only means
 /// that lines are lost.
@@ -53,11 +54,20 @@ class ALogger {
 
   /// Opens a line of that level. `function` may be null.
   ALogger& log(std::uint32_t level, const char* function, std::uint32_t flags) {
-    mFormatFlags.store(flags, std::memory_order_relaxed);
-    const bool enabled = isEnabled(level);
-    if (enabled) writeHead(level, function);
-    mLineEnabled.store(enabled, std::memory_order_relaxed);
+    if (isEnabled(level)) {
+      mFormatFlags.store(flags, std::memory_order_relaxed);
+      writeHead(level, function);
+      mLineEnabled.store(true, std::memory_order_relaxed);
+    } else if (isLineEnabled()) {
+      mLineEnabled.store(false, std::memory_order_relaxed);
+    }
     return *this;
+  }
+
+  /// A line of those pieces. Where it is switched off, no piece is looked at.
+  template <class... Pieces>
+  void line(std::uint32_t level, const char* function, const Pieces&... pieces) {
+    if (log(level, function, kLogFlags).isLineEnabled()) (*this << ... << pieces);
   }
 
   ALogger& operator<<(const char* text) { return insert(text); }
@@ -84,9 +94,11 @@ class ALogger {
     }
   }
 
+  bool isLineEnabled() const { return mLineEnabled.load(std::memory_order_relaxed); }
+
   template <class Value>
   ALogger& insert(Value value) {
-    if (mLineEnabled.load(std::memory_order_relaxed)) write(value);
+    if (isLineEnabled()) write(value);
     return *this;
   }
 

@@ -69,7 +69,7 @@ inline constexpr LineFormat<Arguments...> kLineFormat;
 template <class... Pieces>
 void ReportTwice(ALogger& logger, const DebugPrint& debugPrint, std::uint32_t level, const char* function,
                  const Pieces&... pieces) {
-  (logger.log(level, function, kLogFlags) << ... << pieces);
+  logger.line(level, function, pieces...);
   if (!debugPrint.isOn()) return;
   debugPrint(console::kLineFormat<decltype(console::argument(pieces))...>.text, function, console::argument(pieces)...);
 }

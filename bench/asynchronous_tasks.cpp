@@ -2,6 +2,7 @@
 #include <benchmark/benchmark.h>
 
 #include "client.h"
+#include "heap_growth.h"
 #include "words.h"
 
 namespace {
@@ -17,6 +18,7 @@ void AsynchronousTasks(benchmark::State& state) {
   bench::Connection();
   const auto count = static_cast<std::uint32_t>(state.range(0));
   const std::uint32_t values[] = {1, 2, 3};
+  const bench::HeapGrowth growth(state, count);
   for (auto _ : state) {
     gAnswers.start(count);
     for (std::uint32_t i = 0; i < count; ++i) {

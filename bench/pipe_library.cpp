@@ -16,6 +16,8 @@ namespace {
 
 constexpr std::uint32_t kDebugVal = 0x38240;
 constexpr std::uint32_t kDebugRef = 0xB8241;
+constexpr std::uint32_t kDebugBroadcaster = 0x38242;
+constexpr std::uint32_t kDebugStreamer = 0x38243;
 
 bench::Countdown gResponse;
 
@@ -88,6 +90,29 @@ void PipeLibraryRoundTrip(benchmark::State& state) {
   }
 }
 BENCHMARK(PipeLibraryRoundTrip)->Arg(bench::kValSize)->Arg(bench::kRefSize)->Iterations(4000)->UseRealTime();
+
+/// Asks for a series, and waits for all of it: so many messages, and what else belongs to it.
+void Series(benchmark::State& state, std::uint32_t TUI, std::uint32_t besides) {
+  bench::Connection();
+  const PipeConnection connection;
+  const std::uint32_t series[] = {bench::kSeriesLength, 0, 0};
+  auto body = RequestBody(TUI, sizeof series);
+  std::memcpy(body.data() + body.size() - sizeof series, series, sizeof series);
+  for (auto _ : state) {
+    gResponse.start(bench::kSeriesLength + besides);
+    if (!connection.request(body)) return state.SkipWithError("the request was refused");
+    gResponse.wait();
+  }
+  state.SetItemsProcessed(state.iterations() * bench::kSeriesLength);
+}
+
+/// An acknowledgement, and an end.
+void PipeLibraryStream(benchmark::State& state) { Series(state, kDebugStreamer, 2); }
+BENCHMARK(PipeLibraryStream)->Iterations(20)->UseRealTime();
+
+/// An answer.
+void PipeLibraryBroadcasts(benchmark::State& state) { Series(state, kDebugBroadcaster, 1); }
+BENCHMARK(PipeLibraryBroadcasts)->Iterations(20)->UseRealTime();
 
 void PipeLibraryConnect(benchmark::State& state) {
   bench::Connection();

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "client.h"
+#include "heap_growth.h"
 
 namespace {
 
@@ -13,6 +14,7 @@ void SynchronousTask(benchmark::State& state) {
   const std::vector<std::uint8_t> payload(static_cast<std::size_t>(state.range(0)), 0x5A);
   const char* name =
       payload.size() == bench::kValSize ? "TASK_ID_APPLICATION_DEBUG_VAL" : "TASK_ID_APPLICATION_DEBUG_REF";
+  const bench::HeapGrowth growth(state, 1);
   for (auto _ : state) {
     void* answer = nullptr;
     std::uint32_t size = 0;

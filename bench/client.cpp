@@ -38,8 +38,9 @@ extern "C" void TakeBroadcast(char* name, std::uint32_t, void* payload, std::uin
   onBroadcast();
 }
 
-std::uint64_t Connect() {
+std::uint64_t Connect(Blocks blocks) {
   EnterScratchFolder();
+  setenv("KELHANDLER_RELEASE_BLOCKS", blocks == Blocks::released ? "1" : "0", 1);
   std::uint64_t conn = 0;
   KEL_Init();
   if (KEL_Connect(nullptr, TakeBroadcast, &conn) != KEL_OK) std::abort();
@@ -52,14 +53,13 @@ void (*onBroadcast)() = [] {};
 
 void EnterScratchFolder() { static const ScratchFolder folder; }
 
-std::uint64_t Connection() {
-  static const std::uint64_t connection = Connect();
-  return connection;
+std::uint64_t Connection(Blocks blocks) {
+  static const std::uint64_t kept = Connect(Blocks::kept), released = Connect(Blocks::released);
+  return blocks == Blocks::kept ? kept : released;
 }
 
-bool SendAsync(const char* task, const void* payload, std::uint32_t size, KEL_AsyncCallback callback,
-               KEL_StreamCallback streamCallback) {
-  const std::uint64_t conn = Connection();
+bool SendAsync(std::uint64_t conn, const char* task, const void* payload, std::uint32_t size,
+               KEL_AsyncCallback callback, KEL_StreamCallback streamCallback) {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     std::uint32_t sequenceNumber = 0;
     if (KEL_SendReceiveAsyncKEL(conn, task, 1, payload, size, &sequenceNumber, callback, streamCallback) == KEL_OK) {

@@ -17,15 +17,19 @@ inline constexpr std::uint32_t kSeriesLength = 2000;
 /// Makes an empty folder the working directory, once, so that no settings of the user's have a say.
 void EnterScratchFolder();
 
-/// One connection for all rounds, so that none of them pays for a connect. Its broadcasts go to the callback below.
-std::uint64_t Connection();
+/// What the library does with blocks that nobody uses any more.
+enum class Blocks { kept, released };
+
+/// One connection of each kind for all rounds, so that none of them pays for a connect. Broadcasts go to the callback
+/// below.
+std::uint64_t Connection(Blocks blocks = Blocks::kept);
 
 /// Called for each broadcast, on the listener's thread. To be set while none is on its way.
 extern void (*onBroadcast)();
 
 /// Sends an asynchronous task. The number of a task is back only some time behind its callback, when its thread has
 /// ended, so a task that finds none is sent again a little later. False if that does not help.
-bool SendAsync(const char* task, const void* payload, std::uint32_t size, KEL_AsyncCallback callback,
-               KEL_StreamCallback streamCallback);
+bool SendAsync(std::uint64_t conn, const char* task, const void* payload, std::uint32_t size,
+               KEL_AsyncCallback callback, KEL_StreamCallback streamCallback);
 
 }  // namespace bench

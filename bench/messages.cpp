@@ -17,18 +17,20 @@ extern "C" void TakeMessage(std::uint32_t, std::uint32_t, std::uint32_t, std::ui
   gMessages.done();
 }
 
-void StreamMessages(benchmark::State& state) {
-  bench::Connection();
+void StreamMessages(benchmark::State& state, bench::Blocks blocks) {
+  const std::uint64_t conn = bench::Connection(blocks);
   for (auto _ : state) {
     gMessages.start(bench::kSeriesLength + 1);  // the end is one more
-    if (!bench::SendAsync("TASK_ID_APPLICATION_DEBUG_STREAMER", kSeries, sizeof kSeries, nullptr, TakeMessage)) {
+    if (!bench::SendAsync(conn, "TASK_ID_APPLICATION_DEBUG_STREAMER", kSeries, sizeof kSeries, nullptr, TakeMessage)) {
       return state.SkipWithError("the stream was refused");
     }
     gMessages.wait();
   }
   state.SetItemsProcessed(state.iterations() * bench::kSeriesLength);
 }
+void StreamMessages(benchmark::State& state) { StreamMessages(state, bench::Blocks::kept); }
 BENCHMARK(StreamMessages)->Iterations(20)->UseRealTime();
+BENCHMARK_CAPTURE(StreamMessages, released, bench::Blocks::released)->Iterations(20)->UseRealTime();
 
 void Broadcasts(benchmark::State& state) {
   const std::uint64_t conn = bench::Connection();

@@ -32,7 +32,7 @@ Name PlainRule(const std::string& path) {
 void ExtractOne(const std::string& path, const Name& expected) {
   std::vector<char> text = ExactText(path);
   char* name = nullptr;
-  Promise(ExtractFileName(text.data(), &name) == expected.found, "a name is found where the rule finds one");
+  Promise(ExtractFileName(text.data(), &name, KeptBlocks()) == expected.found, "a name is found where the rule finds one");
   Promise((name != nullptr) == expected.found, "there is a name only if one was found");
   Promise(name == nullptr || name == expected.name, "the name is the one of the rule");
   Promise(text.data() == expected.pathAfterwards, "the path is cut at a separator that ends it, and nowhere else");

@@ -27,6 +27,8 @@
  *  4. Memory. What a client passes in stays the client's and is not needed after the call returns. What the library
  *     hands out through an output argument or to a broadcast callback comes from malloc() and is the client's from then
  *     on; a client that shares the library's C runtime may free() it, and there is no other way to give it back.
+ *     The library keeps a block of about 8 KB for each task, unless ReleaseBlocks=1 in Brel.ini, or
+ *     KELHANDLER_RELEASE_BLOCKS=1 in the environment, has it release what nobody uses any more.
  *  5. Threads. Every function may be called from any thread. KEL_Connect, KEL_ConnectEx, KEL_Disconnect, the four
  *     KEL_SendReceive* functions and KEL_ValidateVersion run one at a time in the whole process, over all connections:
  *     a call that waits for its answer keeps the others waiting for as long, which is RxWaitTimeout at most (10000 ms
@@ -42,7 +44,8 @@
  *     nothing must not be null; a callback that is null is never called.
  *  8. An exhausted heap is a refusal like any other, with the function's own code: nothing is thrown at a client. What
  *     then stays taken is described with KEL_ConnectEx. A message for which there is no memory is lost.
- *  9. Each connect reads the settings again from Brel.ini in the working directory, if there is one.
+ *  9. Each connect reads the settings again from Brel.ini in the working directory, if there is one, and
+ *     KELHANDLER_RELEASE_BLOCKS from the environment, which nobody may change meanwhile.
  */
 #ifndef KELHANDLER_H
 #define KELHANDLER_H
@@ -103,7 +106,8 @@ typedef void (*KEL_BroadcastCallback)(char* TUIname, uint32_t isRef, void* paylo
  * commandID     As given with the task.
  * sequenceByte  The sequence number of the task, as given out with the request.
  * isRef         1 if the answer is REF, 0 if it is VAL or there is none.
- * data          The payload, valid until the callback returns. Not null.
+ * data          The payload, valid until the callback returns. Not null. The record of an error stays valid for good, but
+ *               where ReleaseBlocks is set it is released when the callback has returned.
  * dataSize      Its size in bytes.
  * seqTUI        A word of the device's own, handed on as it came.
  */

@@ -12,6 +12,7 @@
 
 #include "logging/ALogger.h"
 #include "logging/DebugPrint.h"
+#include "platform/kept_blocks.h"
 
 namespace kel {
 
@@ -41,8 +42,8 @@ class BrelTUIsList {
   using NameByTui = std::map<std::uint32_t, std::string>;
 
   BrelTUIsList();
-  /// The file name is not released, nor is the engine's own copy of it: both are leaks that are kept.
-  ~BrelTUIsList() = default;
+  /// The file name becomes a kept block.
+  ~BrelTUIsList() { mKeptBlocks.leave(mTUIsFileName); }
   BrelTUIsList(const BrelTUIsList&) = delete;
   BrelTUIsList& operator=(const BrelTUIsList&) = delete;
 
@@ -68,6 +69,9 @@ class BrelTUIsList {
   /// block is zero.
   bool RetrieveRawTUIsList(const char** fileName, const char** buffer, std::uint32_t* length);
 
+  /// Whether RetrieveRawTUIsList() gave out the library's own table.
+  bool isBuiltIn(const char* buffer) const { return buffer == mInternalTUIsFile; }
+
   /// The TUI of a name, which is compared exactly. If there is none: false, `*tui` 0, and a line in the log under
   /// `callerName`.
   bool FindTuiByName(const char* callerName, std::string_view name, std::uint32_t* tui);
@@ -78,6 +82,7 @@ class BrelTUIsList {
 
   /// 0 prints nothing on the console. The engine copies its own setting here.
   std::atomic<std::uint32_t> mLogToConsole{0};
+  KeptBlocks mKeptBlocks;  ///< The engine copies its own setting here.
 
  private:
   /// Takes the rows of the built-in table, and reads them through if no list has done so.

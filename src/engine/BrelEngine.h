@@ -14,6 +14,7 @@
 #include "listeners/QueueListener.h"
 #include "logging/ALogger.h"
 #include "logging/DebugPrint.h"
+#include "platform/kept_blocks.h"
 #include "platform/platform.h"
 #include "sequencer/BrelTasksSequencer.h"
 
@@ -61,7 +62,7 @@ class BrelEngine {
   // SyncTasks.cpp.
   /// Sends a task by name and, if `responseExpected` is 1, waits for its answer. `*expectedResultsTaskBuffer` gets the
   /// answer's payload in a block of the caller's, or null; it is untouched if the name is unknown. The request's block
-  /// and the copy of the whole answer are never freed; clients know this growth of the process.
+  /// and the copy of the whole answer are kept blocks.
   Status InvokeTask(const char* taskName, std::uint32_t commandID, const void* inputBuffer,
                     std::uint32_t inputBufferSize, std::uint32_t initialSeqTUI, std::uint8_t responseExpected,
                     void** expectedResultsTaskBuffer, std::uint32_t* expectedResultsTaskBufferSize,
@@ -73,7 +74,7 @@ class BrelEngine {
 
   // AsyncTasks.cpp.
   /// Sends a task by name; its answers go to the callbacks. `*seqNum` gets the sequence's number, if it has one. The
-  /// request's block is never freed, as with InvokeTask().
+  /// request's block is a kept one, as with InvokeTask().
   Status InvokeAsyncTask(const char* taskName, std::uint32_t commandID, const void* inputBuffer,
                          std::uint32_t inputBufferSize, std::uint32_t initialSeqTUI, std::uint8_t responseExpected,
                          std::uint32_t* seqNum, OpaqueCallback callbackFunc, OpaqueCallback streamCallbackFunc);
@@ -189,8 +190,10 @@ class BrelEngine {
 
   // Settings.cpp.
   bool LoadBrelIniSettings();
+  bool findBrelIni();
   std::uint32_t readNumber(const char* line, std::atomic<std::uint32_t>* setting);
-  void readText(const char* line, const char* defaultText, const char* unchanged, char** setting);
+  KeptBlocks::Held<char> readText(const char* line, const char* defaultText, const char* unchanged, char** setting);
+  void setReleaseBlocks(std::uint32_t inFile);
 
   // SyncTasks.cpp.
   static task* BuildRequest(std::uint32_t TUI, std::uint8_t responseExpected, std::uint32_t initialSeqTUI,
@@ -239,11 +242,13 @@ class BrelEngine {
 
   // Own locking.
   ALogger mLogger;
+  KeptBlocks mKeptBlocks;  ///< clients know the growth of their process that comes of these blocks
 
-  // Version control. The end of an engine frees none of it.
-  // Atomic: calls from several threads may fetch the UIDs at once.
+  // Version control. All its blocks are kept ones.
   std::atomic<bool> mVersioningActive{false};
-  std::atomic<const VerGenUIDs*> mVerGenUIDs{nullptr};
+  // Calls from several threads may fetch the UIDs at once.
+  VerGenUIDs* mVerGenUIDs GUARDED_BY(mVerGenUIDsLock) = nullptr;
+  platform::CriticalSection mVerGenUIDsLock;  ///< taken alone
   // Constant after init().
   char* mVersionsVectorsPath = nullptr;
   const char** mVersionsVectorBuffers = nullptr;
@@ -290,7 +295,7 @@ class BrelEngine {
   char* mResponseStructDumpFilename;
   char* mResponseStructPayloadDumpFilename;
   BrelTUIsList mTUIsList;
-  char* mTUIsFilePath;  ///< not freed with the engine
+  char* mTUIsFilePath;  ///< a kept block at the end of the engine
   std::string mBrelDllsPath;
   char* mUpperDriverIpAddress;
 

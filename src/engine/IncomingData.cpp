@@ -140,13 +140,13 @@ std::uint32_t BrelEngine::TakeAlert(std::uint32_t errorCode) {
     report(kInfo, kAlertsCallback, "callback - Alert arrived but no alerts callback exists \n");
     return 1;
   }
-  // The listener makes its own copy, and this block is never freed; clients know this growth of the process.
-  const std::uint8_t* alert = nullptr;
+  // The listener makes a copy of its own.
+  auto alert = mKeptBlocks.hold<std::uint8_t>(nullptr);
   try {
-    alert = CopyBlock(&errorCode, sizeof errorCode);
+    alert.reset(CopyBlock(&errorCode, sizeof errorCode));
   } catch (const std::bad_alloc&) {  // an alert that cannot be queued
   }
-  if (alert == nullptr || mAlertsListener.recvData(alert, sizeof errorCode) != LISTENER_DATA_TAKEN) {
+  if (alert == nullptr || mAlertsListener.recvData(alert.get(), sizeof errorCode) != LISTENER_DATA_TAKEN) {
     report(kError, kAlertsCallback, "could not insert data to alertsListener \n");
     return 0;
   }

@@ -14,7 +14,7 @@ DorvBinding gDorv;
 
 namespace {
 
-/// Puts a copy of a path in the place of an owned text. The end of an engine frees neither of its two paths.
+/// Puts a copy of a path in the place of an owned text.
 void ReplaceText(char** owned, const char* path) { std::free(std::exchange(*owned, CopyText(path))); }
 
 /// Holds a lock to the end of its scope, or until it is left before that.
@@ -48,9 +48,17 @@ BrelEngine::BrelEngine()
   mInitLock.init();
 }
 
+/// Of the texts only the path of the task table is left, unless Finalize() did not come to its end.
 BrelEngine::~BrelEngine() {
   mInitLock.destroy();
   mLifecycleLock.destroy();
+  for (char* text : {mTUIsFilePath, mUpperDriverIpAddress, mRequestStructDumpFilename, mRequestStructPayloadDumpFilename,
+                     mResponseStructDumpFilename, mResponseStructPayloadDumpFilename, mVersionsVectorsPath}) {
+    mKeptBlocks.leave(text);
+  }
+  mKeptBlocks.leave(mVersionsVectorBuffers);
+  mKeptBlocks.leave(mVersionsVectorSizes);
+  mKeptBlocks.leave(mVerGenUIDs);
 }
 
 // ---------------------------------------------------------------------------------------------------------------------

@@ -29,6 +29,8 @@ struct SequenceAnswer {
 
   std::uint32_t coreSeqNum() const { return GetCoreSeqNum(sequenceByte); }
   SeqNumType seqNumType() const { return GetSeqNumType(sequenceByte); }
+  /// The block of a lack, or null.
+  task* errorRecord() const { return errorCode != 0 && record != &spare ? record : nullptr; }
   std::uint32_t streamEnd() const { return seqNumType() == SEQ_NUM_STREAM_END ? 1 : 0; }
 };
 
@@ -197,6 +199,7 @@ bool BrelEngine::HandleSequenceResponse(std::uint32_t seqNum, std::uint32_t erro
     return kFailedAndInitLockKept;
   }
   takeAnswer(&answer, buffer, bufferSize);
+  const auto errorRecord = mKeptBlocks.hold(answer.errorRecord());
   if (!deliver(answer)) return kFailedAndInitLockKept;
   bool ended = false;
   if (!checkSequenceEnd(answer, &ended)) return kFailedAndInitLockKept;

@@ -29,8 +29,8 @@ bool FreeSequenceByHandle(std::uint32_t engineHandle, std::uint32_t seqNum);
 /// Overwrites the error code of a record.
 void SetResponseStatus(std::uint8_t* record, std::uint32_t errorCode);
 
-/// Makes a record that reports an error, in a block of the record capacity. The block is never freed, since a client
-/// may keep the pointer that its callback got.
+/// Makes a record that reports an error, in a block of the record capacity. It becomes a kept block behind the client's
+/// callback: a client may hold on to it where blocks are not released.
 void BuildErrorResponse(std::uint32_t TUI, std::uint32_t errorCode, std::uint8_t** clonedBuffer,
                         std::uint32_t* clonedBufferSize);
 

@@ -1,6 +1,7 @@
 // Brel.ini: what it may replace of an engine's defaults.
 #include <cstdio>
 #include <cstring>
+#include <vector>
 
 #include "engine/BrelEngine.h"
 #include "logging/Registry.h"
@@ -16,7 +17,7 @@ std::string KeyOf(const char* line) { return std::string(line, std::strcspn(line
 
 }  // namespace
 
-bool BrelEngine::LoadBrelIniSettings() {
+bool BrelEngine::findBrelIni() {
   const std::string relativeName = std::string(".") + platform::kPathSeparator + "Brel.ini";
   std::string BrelIniFullFilename;
   std::string dllsPath;
@@ -37,7 +38,14 @@ bool BrelEngine::LoadBrelIniSettings() {
     report(kError, kLoad, "The Brel.ini file was not closed. \n");
     return false;
   }
+  return true;
+}
 
+bool BrelEngine::LoadBrelIniSettings() {
+  if (!findBrelIni()) {
+    setReleaseBlocks(0);
+    return false;
+  }
   const std::uint32_t logToConsole = readNumber("LogToConsole = ", &mLogToConsole);
   mTasksSequencer.mLogToConsole = logToConsole;
   mAlertsListener.mLogToConsole = logToConsole;
@@ -45,14 +53,19 @@ bool BrelEngine::LoadBrelIniSettings() {
   mAsyncListener.mLogToConsole = logToConsole;
   mTUIsList.mLogToConsole = logToConsole;
   mAsyncListener.mWaitTimeout = readNumber("RxWaitTimeout = ", &mRxWaitTimeout);
-  readText("TUIsFilePath = ", "KEL_ALLTASKS.csv", "KEL_ALLTASKS.csv", &mTUIsFilePath);
+  std::vector<KeptBlocks::Held<char>> unchanged;  // to the end of this function, when it is known what becomes of them
+  const auto read = [&](const char* line, const char* defaultText, const char* unchangedText, char** setting) {
+    unchanged.push_back(readText(line, defaultText, unchangedText, setting));
+  };
+  read("TUIsFilePath = ", "KEL_ALLTASKS.csv", "KEL_ALLTASKS.csv", &mTUIsFilePath);
   // Compared with the empty text, not with its default: an empty value keeps what the constructor set.
-  readText("UpperDriverIpAddress = ", "127.0.0.1", "", &mUpperDriverIpAddress);
+  read("UpperDriverIpAddress = ", "127.0.0.1", "", &mUpperDriverIpAddress);
   readNumber("UpperDriverPortNumber = ", &mUpperDriverPortNumber);
-  readText("RequestStructDumpFilename = ", "", "", &mRequestStructDumpFilename);
-  readText("RequestStructPayloadDumpFilename = ", "", "", &mRequestStructPayloadDumpFilename);
-  readText("ResponseStructDumpFilename = ", "", "", &mResponseStructDumpFilename);
-  readText("ResponseStructPayloadDumpFilename = ", "", "", &mResponseStructPayloadDumpFilename);
+  read("RequestStructDumpFilename = ", "", "", &mRequestStructDumpFilename);
+  read("RequestStructPayloadDumpFilename = ", "", "", &mRequestStructPayloadDumpFilename);
+  read("ResponseStructDumpFilename = ", "", "", &mResponseStructDumpFilename);
+  read("ResponseStructPayloadDumpFilename = ", "", "", &mResponseStructPayloadDumpFilename);
+  setReleaseBlocks(mIniReader.ReadIntValue(kSection, "ReleaseBlocks", 0));
   return true;
 }
 
@@ -63,13 +76,27 @@ std::uint32_t BrelEngine::readNumber(const char* line, std::atomic<std::uint32_t
   return number;
 }
 
-/// A text that is `unchanged` leaves the setting as it is; its own block is one of the leaks that are kept.
-void BrelEngine::readText(const char* line, const char* defaultText, const char* unchanged, char** setting) {
-  char* text = mIniReader.ReadStringValue(kSection, KeyOf(line).c_str(), defaultText);
-  report(kInfo, kLoad, line, static_cast<const char*>(text), " \n");
-  if (std::strcmp(text, unchanged) == 0) return;
+/// A text that is `unchanged` leaves the setting as it is, and its block is a kept one.
+KeptBlocks::Held<char> BrelEngine::readText(const char* line, const char* defaultText, const char* unchanged,
+                                            char** setting) {
+  auto text = mKeptBlocks.hold(mIniReader.ReadStringValue(kSection, KeyOf(line).c_str(), defaultText));
+  report(kInfo, kLoad, line, static_cast<const char*>(text.get()), " \n");
+  if (std::strcmp(text.get(), unchanged) == 0) return text;
   std::free(*setting);
-  *setting = text;
+  *setting = text.release();
+  return text;
+}
+
+/// The environment wins over the file, also where there is none. Neither adds a line to log or console, whose readers
+/// know what a connect says.
+void BrelEngine::setReleaseBlocks(std::uint32_t inFile) {
+  std::uint32_t setting = inFile;
+  platform::environmentNumber("KELHANDLER_RELEASE_BLOCKS", &setting);
+  for (KeptBlocks* keptBlocks :
+       {&mKeptBlocks, &mTasksSequencer.mKeptBlocks, &mAlertsListener.mKeptBlocks, &mBroadcastListener.mKeptBlocks,
+        &mAsyncListener.mKeptBlocks, &mTUIsList.mKeptBlocks}) {
+    keptBlocks->setReleased(setting != 0);
+  }
 }
 
 }  // namespace kel

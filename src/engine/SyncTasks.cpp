@@ -23,12 +23,13 @@ Status BrelEngine::InvokeTask(const char* taskName, std::uint32_t commandID, con
   if (!mTUIsList.FindTuiByName("InvokeTask", taskName != nullptr ? taskName : "", &TUI)) return kStatusFailed;
   mDebugPrint("\nTUI = %d\n", static_cast<int>(TUI));
 
-  // Neither the request nor the whole response is ever freed; clients know this growth of the process.
-  task* record = BuildRequest(TUI, responseExpected, initialSeqTUI, inputBuffer, inputBufferSize);
+  const auto record =
+      mKeptBlocks.hold(BuildRequest(TUI, responseExpected, initialSeqTUI, inputBuffer, inputBufferSize));
   task* responseRecord = nullptr;
   std::uint32_t responseSize = 0;
   const Status status =
-      IssueCommandBase(BREL_INVOKE_TASK, commandID, record, &responseRecord, &responseSize, streamCallbackFunc);
+      IssueCommandBase(BREL_INVOKE_TASK, commandID, record.get(), &responseRecord, &responseSize, streamCallbackFunc);
+  const auto wholeResponse = mKeptBlocks.hold(responseRecord);
   if (status == kStatusOk && responseRecord != nullptr) {
     *expectedResultsTaskBufferSize = responseRecord->payloadSize;
     *expectedResultsTaskBuffer = CopyBlock(PayloadOf(responseRecord), responseRecord->payloadSize);
@@ -175,6 +176,7 @@ task* BrelEngine::GetRxMsgBuf(const char* callerName, std::uint32_t seqNum, plat
     return failed("- GetRxMsgBuf - data was NULL for sequence number ",
                   "%s - GetRxMsgBuf - data was NULL for for sequence number %d, event handle %d \n");
   }
+  auto response = mKeptBlocks.hold(reinterpret_cast<task*>(tmpBuffer));
   if (tmpBufferSize == 0) {
     return failed("- GetRxMsgBuf - data size was 0 for sequence number ",
                   "%s - GetRxMsgBuf - data size was 0 for sequence number %d, event handle %d \n");
@@ -191,9 +193,8 @@ task* BrelEngine::GetRxMsgBuf(const char* callerName, std::uint32_t seqNum, plat
     return failed("- GetRxMsgBuf - could not free sequence number ",
                   "%s - GetRxMsgBuf - could not free sequence number %d, event handle %d \n");
   }
-  auto* response = reinterpret_cast<task*>(tmpBuffer);
-  DumpResponseBuffer(response, tmpBufferSize);
-  return response;
+  DumpResponseBuffer(response.get(), tmpBufferSize);
+  return response.release();
 }
 
 }  // namespace kel

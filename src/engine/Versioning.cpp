@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <utility>
 
 #include "engine/BrelEngine.h"
 #include "platform/handler_module.h"
@@ -39,7 +40,7 @@ Element* AllocateArray(std::uint32_t count) {
 
 }  // namespace
 
-/// The UIDs of one fetch with their count. Published as one, since fetches may come at once.
+/// The UIDs of one fetch with their count.
 struct BrelEngine::VerGenUIDs {
   std::uint32_t count;
   std::uint32_t uids[kMostUIDs];
@@ -83,7 +84,7 @@ bool BrelEngine::InitVersioningSupport() {
   return false;
 }
 
-/// Neither the answer nor an earlier array is freed: another thread's check may still read the array.
+/// The answer and an earlier array are kept blocks.
 bool BrelEngine::RetrieveVersionsUIDsArray() {
   constexpr const char* kRetrieve = "RetrieveVersionsUIDsArray";
   void* vergenUIDsVectorBuf = nullptr;
@@ -93,6 +94,7 @@ bool BrelEngine::RetrieveVersionsUIDsArray() {
     report(kError, kRetrieve, "Failed to retrieve VerGenUIDsVector from the UpperDriver \n");
     return false;
   }
+  const auto answer = mKeptBlocks.hold(vergenUIDsVectorBuf);
   // Words that a short answer does not hold count as 0, which is no UID.
   std::uint32_t words[kMostUIDs] = {};
   std::memcpy(words, vergenUIDsVectorBuf, std::min<std::size_t>(vergenUIDsVectorBufLength, sizeof words));
@@ -104,7 +106,9 @@ bool BrelEngine::RetrieveVersionsUIDsArray() {
     report(kError, kRetrieve, "The VerGenUIDsVector retrieved from the UpperDriver contained no UIDs \n");
     return false;
   }
-  mVerGenUIDs = reinterpret_cast<const VerGenUIDs*>(CopyBlock(&found, sizeof found));
+  auto* uids = reinterpret_cast<VerGenUIDs*>(CopyBlock(&found, sizeof found));
+  const platform::InSection replacing(mVerGenUIDsLock);
+  mKeptBlocks.leave(std::exchange(mVerGenUIDs, uids));
   return true;
 }
 
@@ -141,6 +145,7 @@ bool BrelEngine::VersionValidateKelAllTasksFile() {
   if (!mTUIsList.RetrieveRawTUIsList(&TUIsFileName, &TUIsFile, &TUIsFileLength)) {
     return failed("KEL_ALLTASKS.csv retrieval failed. \n");
   }
+  const auto copyOfFile = mKeptBlocks.hold(mTUIsList.isBuiltIn(TUIsFile) ? nullptr : const_cast<char*>(TUIsFile));
   if (TUIsFileName == nullptr || TUIsFile == nullptr) {
     return failed("KEL_ALLTASKS.csv retrieval attempt returned NULL name or buffer. \n");
   }
@@ -158,8 +163,11 @@ Status BrelEngine::ValidateVersion(char* fileName, const void* fileBuffer, std::
     if (!RetrieveVersionsUIDsArray()) return kStatusNoUIDs;
   }
   char* fileNameWithoutPath = nullptr;
-  if (!ExtractFileName(fileName, &fileNameWithoutPath)) return kStatusNoFileName;
-  const VerGenUIDs& known = *mVerGenUIDs;
+  if (!ExtractFileName(fileName, &fileNameWithoutPath, mKeptBlocks)) return kStatusNoFileName;
+  const VerGenUIDs known = [this] {
+    const platform::InSection reading(mVerGenUIDsLock);
+    return *mVerGenUIDs;
+  }();
   const std::int32_t code =
       RtvValidateVersion(known.count, known.uids, fileNameWithoutPath, fileBuffer, fileLength, userVersion,
                          versionsVectorsPath, mVersionsVectorCount, mVersionsVectorBuffers, mVersionsVectorSizes);

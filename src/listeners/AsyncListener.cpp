@@ -53,6 +53,7 @@ std::uint32_t AsyncListener::startListen(platform::Handle* threadHandleOut, Asyn
   const auto line = [&]() -> ALogger& { return mLogger.log(kInfo, "startListen", kLogFlags); };
   if (thread == nullptr) {
     threadArguments->engine.reset();  // what stays allocated keeps no engine alive
+    if (mKeptBlocks.released()) delete threadArguments;
     line() << " (" << currentSeqNum << ") - Listener Thread creation failed.\n";
     debugPrint("startListen (%d) - Listener Thread creation failed.\n", shownSeqNum);
     return LISTENER_NOT_STARTED;

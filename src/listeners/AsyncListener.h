@@ -7,6 +7,7 @@
 
 #include "logging/ALogger.h"
 #include "logging/DebugPrint.h"
+#include "platform/kept_blocks.h"
 #include "platform/platform.h"
 
 namespace kel {
@@ -87,13 +88,14 @@ class AsyncListener {
   std::uint32_t shutdown();
 
   /// Starts a thread at the highest priority. 7 (LISTENER_STARTED) with its handle, which the caller closes, or 6. The
-  /// arguments are the thread's from the start; if there is none they stay allocated.
+  /// arguments are the thread's from the start; if there is none they are treated as a kept block.
   std::uint32_t startListen(platform::Handle* threadHandleOut, AsyncThreadArguments* threadArguments);
 
   /// 0 prints nothing on the console.
   std::atomic<std::uint32_t> mLogToConsole{0};
   /// How long a thread waits for an answer, in milliseconds. The engine copies its own setting here.
   std::atomic<std::uint32_t> mWaitTimeout{10000};
+  KeptBlocks mKeptBlocks;  ///< The engine copies its own setting here.
 
  private:
   static std::uint32_t listenerThreadFunc(void* argument);

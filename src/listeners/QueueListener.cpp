@@ -125,7 +125,8 @@ ListenerResult QueueListener<Words>::recvData(const void* buffer, std::uint32_t 
   try {
     copy.reset(CopyBlock(buffer, bufferSize));
     queue_res = mQueue.insert(copy.get(), bufferSize);
-    copy.release();  // also where it was not queued: then it stays allocated
+    std::uint8_t* const queued = copy.release();
+    if (queue_res != QUEUE_INSERT_OK) mKeptBlocks.leave(queued);
   } catch (const std::bad_alloc&) {  // the queue keeps its own lock if it was the one
     return LISTENER_DATA_NOT_TAKEN;
   }

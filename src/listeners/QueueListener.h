@@ -39,8 +39,8 @@ using ProcessDataFunc = std::uint32_t (*)(std::uint32_t engineHandle, const std:
 ///   stopped       stopListen()   none
 ///
 /// The thread ends at its own stop event or at the engine's general one, looked at before each buffer, or when the engine
-/// has no use for it any more; buffers that are then still queued are lost. While the client's function runs it sees
-/// neither event, so stopListen() waits as long as that takes.
+/// has no use for it any more; buffers that are then still queued are lost, and become kept blocks with the listener's
+/// end. While the client's function runs it sees neither event, so stopListen() waits as long as that takes.
 ///
 /// Threads: recvData() comes from the pipe library's threads, the rest from the engine's start and stop. Queue and log
 /// have their own locking; the handles are atomic, since data may still come while the listener stops.
@@ -48,7 +48,10 @@ template <class Words>
 class QueueListener {
  public:
   QueueListener();
-  ~QueueListener() { shutdown(); }
+  ~QueueListener() {
+    shutdown();
+    mQueue.leave(mKeptBlocks);
+  }
   QueueListener(const QueueListener&) = delete;
   QueueListener& operator=(const QueueListener&) = delete;
 
@@ -70,6 +73,7 @@ class QueueListener {
 
   /// 0 prints nothing on the console. The engine copies its own setting here.
   std::atomic<std::uint32_t> mLogToConsole{0};
+  KeptBlocks mKeptBlocks;  ///< The engine copies its own setting here.
 
  private:
   struct ThreadArguments {

@@ -37,4 +37,9 @@ QueueResult SafeQueue::extract(std::uint8_t** buffer, std::uint32_t* bufferSize)
   return QUEUE_EXTRACT_OK;
 }
 
+void SafeQueue::leave(const KeptBlocks& keptBlocks) NO_THREAD_SAFETY_ANALYSIS {
+  for (const queue_element_struct& elem : mQueue) keptBlocks.leave(elem.buffer);
+  mQueue.clear();
+}
+
 }  // namespace kel

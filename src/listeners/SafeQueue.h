@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <deque>
 
+#include "platform/kept_blocks.h"
 #include "platform/platform.h"
 
 namespace kel {
@@ -44,6 +45,8 @@ class SafeQueue {
   QueueResult insert(std::uint8_t* buffer, std::uint32_t bufferSize);
   /// QUEUE_EXTRACT_OK, or QUEUE_EMPTY with null and 0.
   QueueResult extract(std::uint8_t** buffer, std::uint32_t* bufferSize);
+  /// Leaves all that is queued, without the lock, which may be held for good: nobody else may use the queue any more.
+  void leave(const KeptBlocks& keptBlocks) NO_THREAD_SAFETY_ANALYSIS;
 
  private:
   std::deque<queue_element_struct> mQueue GUARDED_BY(mLock);

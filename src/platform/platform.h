@@ -194,6 +194,11 @@ std::uint32_t registryNumbers(RegistryRoot root, const char* subKey, std::uint32
 /// A text of a registry key. False, and `*text` untouched, if it cannot be read.
 bool registryText(RegistryRoot root, const char* subKey, const char* valueName, std::string* text);
 
+/// A decimal number from the environment of the process, as the system has it: where the run-time library keeps a copy
+/// of its own, that one is not asked. False, and `*number` untouched, if there is no such variable or it holds anything
+/// else. Nobody may change the environment meanwhile.
+bool environmentNumber(const char* name, std::uint32_t* number);
+
 // ---------------------------------------------------------------------------------------------------------------------
 // Files and dates
 // ---------------------------------------------------------------------------------------------------------------------

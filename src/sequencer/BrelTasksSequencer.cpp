@@ -90,9 +90,13 @@ SeqStatus BrelTasksSequencer::AssignSequence(ApiType apiType, std::uint32_t comm
   if (!acquire(kTableWait, Abandoned::accept)) return SEQ_ASSIGN_FAILED;
   Acquired acquired(*this);
 
-  // Made before the test for a number, and not freed if there is none; a failure below loses what it has made so far.
-  // Clients know this growth of the process.
-  auto* element = new sequence_element{};
+  // Made before the test for a number. If there is none, or if something fails below, it is treated as a kept block.
+  const auto leave = [this](sequence_element* unfiled) {
+    if (!mKeptBlocks.released()) return;
+    delete unfiled->asyncBuffersQueue;
+    delete unfiled;
+  };
+  std::unique_ptr<sequence_element, decltype(leave)> element(new sequence_element{}, leave);
   if (mFreeSeqNums.empty()) return SEQ_ASSIGN_NO_FREE_NUMBER;
   const std::uint32_t number = mFreeSeqNums.front();
   mFreeSeqNums.pop_front();
@@ -118,7 +122,8 @@ SeqStatus BrelTasksSequencer::AssignSequence(ApiType apiType, std::uint32_t comm
   element->asyncBuffersQueue = new SafeQueue;
   if (element->asyncBuffersQueue->init() != QUEUE_INIT_OK) return SEQ_ASSIGN_FAILED;
   element->serial = ++mLastSerial;
-  mSequences[number] = element;
+  mSequences[number] = element.get();
+  element.release();
   if (!acquired.release()) return SEQ_ASSIGN_FAILED;
   report(kInfo, "AssignSequence", "assigned sequence number ", number, " \n");
   return SEQ_ASSIGN_OK;
@@ -186,7 +191,7 @@ SeqStatus BrelTasksSequencer::InsertDataBySeqNum(std::uint32_t seqNum, const std
                                                  bool* isStream) {
   const bool inserted = update(seqNum, [&](sequence_element& element) {
     const bool hasData = buffer != nullptr && size != 0;
-    element.buffer = hasData ? CopyBlock(buffer, size) : nullptr;
+    mKeptBlocks.leave(std::exchange(element.buffer, hasData ? CopyBlock(buffer, size) : nullptr));
     element.bufferSize = hasData ? size : 0;
     HandOut(element, syncDataEvent, aSyncDataEvent, asyncListenerInstance, isAsync, isStream);
     return true;
@@ -214,8 +219,9 @@ SeqStatus BrelTasksSequencer::InsertAsyncDataBySeqNum(std::uint32_t seqNum, cons
     }
     // A queue that cannot grow keeps its own lock, and whoever comes to it next, on another thread, waits for ever.
     const QueueResult queue_res = element.asyncBuffersQueue->insert(copy.get(), copySize);
-    copy.release();  // also where it was not queued: then it stays allocated
+    std::uint8_t* const queued = copy.release();
     if (queue_res != QUEUE_INSERT_OK) {
+      mKeptBlocks.leave(queued);
       mLogger.log(kError, "InsertAsyncDataBySeqNum", kLogFlags)
           << "problem inserting to asyncBuffersQueue - " << static_cast<std::uint32_t>(queue_res) << " \n";
       debugPrint("InsertAsyncDataBySeqNum - problem inserting to asyncBuffersQueue - %d\n",

@@ -7,6 +7,7 @@
 #include "listeners/SafeQueue.h"
 #include "logging/ALogger.h"
 #include "logging/DebugPrint.h"
+#include "platform/kept_blocks.h"
 #include "platform/platform.h"
 #include "sequencer/SequenceNumber.h"
 
@@ -131,7 +132,7 @@ class BrelTasksSequencer {
   /// Closes a sequence with its events and buffers. The thread's handle is left alone.
   SeqStatus FreeSequence(std::uint32_t seqNum);
 
-  /// Files a copy of the one answer for a waiting thread. An earlier one is overwritten, and stays allocated.
+  /// Files a copy of the one answer for a waiting thread. An earlier one is overwritten and becomes a kept block.
   SeqStatus InsertDataBySeqNum(std::uint32_t seqNum, const std::uint8_t* buffer, std::uint32_t size,
                                platform::Handle* syncDataEvent, platform::Handle* aSyncDataEvent,
                                AsyncListener** asyncListenerInstance, bool* isAsync, bool* isStream);
@@ -174,6 +175,7 @@ class BrelTasksSequencer {
 
   /// 0 prints nothing on the console. The engine copies its own setting here.
   std::atomic<std::uint32_t> mLogToConsole{0};
+  KeptBlocks mKeptBlocks;  ///< The engine copies its own setting here.
 
  private:
   using Sequences = std::map<std::uint32_t, sequence_element*>;

@@ -14,7 +14,7 @@ bool CopyBehind(const char* separator, char** fileNameWithoutPath) {
 
 }  // namespace
 
-bool ExtractFileName(char* path, char** fileNameWithoutPath) {
+bool ExtractFileName(char* path, char** fileNameWithoutPath, const KeptBlocks& keptBlocks) {
   *fileNameWithoutPath = nullptr;
   if (path == nullptr) return false;
   char* separator = std::strrchr(path, '/');
@@ -25,8 +25,8 @@ bool ExtractFileName(char* path, char** fileNameWithoutPath) {
   }
   if (separator[1] != '\0') return CopyBehind(separator, fileNameWithoutPath);
   // The path is cut and the copy is searched, which was made before: it ends in the separator still.
-  const char* scratch = CopyText(path);
-  const char* scratchSeparator = scratch + (separator - path);
+  const auto scratch = keptBlocks.hold(CopyText(path));
+  const char* scratchSeparator = scratch.get() + (separator - path);
   *separator = '\0';
   return CopyBehind(scratchSeparator, fileNameWithoutPath);
 }

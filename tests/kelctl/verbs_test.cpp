@@ -7,6 +7,8 @@
 
 #include "SluiceHubSim.h"
 #include "kelctl/kelctl_test.h"
+#include "platform/platform.h"
+#include "support/environment_variable.h"
 
 namespace kelctl {
 namespace {
@@ -196,6 +198,20 @@ TEST_F(VerbsTest, AFileIsNotValidIfTheDeviceDoesNotTellItsGeneration) {
   Refuse(kGetUids);
   EXPECT_EQ(kelctl({"validate", "Statistics.bm"}), "Statistics.bm: not valid, or that could not be found out\n");
   EXPECT_EQ(mStatus, 1);
+}
+
+TEST_F(VerbsTest, HaveTheLibraryReleaseItsBlocksUnlessTheUserSaysOtherwise) {
+  constexpr const char* kVariable = "KELHANDLER_RELEASE_BLOCKS";
+  std::uint32_t released = 4711;
+  {
+    const kel::test::EnvironmentVariable keep(kVariable, "0");
+    kelctl({"send", kEchoName});
+    EXPECT_TRUE(kel::platform::environmentNumber(kVariable, &released));
+    EXPECT_EQ(released, 0u);
+  }
+  kelctl({"send", kEchoName});
+  EXPECT_TRUE(kel::platform::environmentNumber(kVariable, &released));
+  EXPECT_EQ(released, 1u);
 }
 
 TEST_F(VerbsTest, AWrongAnswerFailsTheDemo) {

@@ -7,6 +7,7 @@
 #include "engine/Brel.h"
 #include "engine/BrelEngine.h"
 #include "support/core_process.h"
+#include "support/environment_variable.h"
 #include "support/failing_files.h"
 #include "support/log_file.h"
 #include "support/private_member.h"
@@ -33,6 +34,7 @@ struct Alerts { friend auto memberOf(Alerts); };
 struct Broadcasts { friend auto memberOf(Broadcasts); };
 struct Async { friend auto memberOf(Async); };
 struct Tasks { friend auto memberOf(Tasks); };
+struct Kept { friend auto memberOf(Kept); };
 // clang-format on
 
 template struct OpenMember<LoadSettings, &BrelEngine::LoadBrelIniSettings>;
@@ -52,6 +54,7 @@ template struct OpenMember<Alerts, &BrelEngine::mAlertsListener>;
 template struct OpenMember<Broadcasts, &BrelEngine::mBroadcastListener>;
 template struct OpenMember<Async, &BrelEngine::mAsyncListener>;
 template struct OpenMember<Tasks, &BrelEngine::mTUIsList>;
+template struct OpenMember<Kept, &BrelEngine::mKeptBlocks>;
 
 namespace {
 
@@ -398,6 +401,72 @@ TEST_F(Settings, TextsAreCutAt1023CharactersAndMayHoldAnything) {
   EXPECT_EQ(std::string(member(TUIsFilePath{})), std::string(1023, 'p'));
   EXPECT_STREQ(member(RequestDump{}), "100%s \xE4%n");
   EXPECT_NE(mConsole.find("LoadBrelIniSettings - RequestStructDumpFilename = 100%s \xE4%n \n"), std::string::npos);
+}
+
+// ---------------------------------------------------------------------------------------------------------------------
+// ReleaseBlocks
+// ---------------------------------------------------------------------------------------------------------------------
+
+class ReleaseBlocks : public Settings {
+ protected:
+  /// In the engine and in all its parts alike.
+  bool released() {
+    const bool result = member(Kept{}).released();
+    EXPECT_EQ(member(Sequencer{}).mKeptBlocks.released(), result);
+    EXPECT_EQ(member(Alerts{}).mKeptBlocks.released(), result);
+    EXPECT_EQ(member(Broadcasts{}).mKeptBlocks.released(), result);
+    EXPECT_EQ(member(Async{}).mKeptBlocks.released(), result);
+    EXPECT_EQ(member(Tasks{}).mKeptBlocks.released(), result);
+    return result;
+  }
+
+  static constexpr const char* kVariable = "KELHANDLER_RELEASE_BLOCKS";
+};
+
+TEST_F(ReleaseBlocks, IsOffByDefault) {
+  EXPECT_FALSE(released());
+  EXPECT_FALSE(load());
+  EXPECT_FALSE(released());
+  EXPECT_TRUE(load("RxWaitTimeout=20\n"));
+  EXPECT_FALSE(released());
+}
+
+TEST_F(ReleaseBlocks, IsReadFromTheFileAndNothingIsSaid) {
+  EXPECT_TRUE(load("ReleaseBlocks=1\n"));
+  EXPECT_TRUE(released());
+  expectLogged(kDefaultLines);
+  EXPECT_EQ(mConsole, "");
+}
+
+TEST_F(ReleaseBlocks, IsNotReadFromAFileThatDoesNotClose) {
+  mDirectory.writeSettings("ReleaseBlocks=1\n");
+  const FailingClose doesNotClose;
+  EXPECT_FALSE((*mEngine.*memberOf(LoadSettings{}))());
+  EXPECT_FALSE(released());
+}
+
+TEST_F(ReleaseBlocks, IsTakenFromTheEnvironmentWithoutAFile) {
+  const EnvironmentVariable variable(kVariable, "1");
+  EXPECT_FALSE(load());
+  EXPECT_TRUE(released());
+  EXPECT_EQ(LogText("Brel.logs"), "");
+}
+
+TEST_F(ReleaseBlocks, IsTakenFromTheEnvironmentAheadOfTheFile) {
+  {
+    const EnvironmentVariable variable(kVariable, "0");
+    EXPECT_TRUE(load("ReleaseBlocks=1\n"));
+    EXPECT_FALSE(released());
+  }
+  const EnvironmentVariable variable(kVariable, "1");
+  EXPECT_TRUE(load("ReleaseBlocks=0\n"));
+  EXPECT_TRUE(released());
+}
+
+TEST_F(ReleaseBlocks, IsTakenFromTheFileWhereTheEnvironmentHasNoNumber) {
+  const EnvironmentVariable variable(kVariable, "yes");
+  EXPECT_TRUE(load("ReleaseBlocks=1\n"));
+  EXPECT_TRUE(released());
 }
 
 // ---------------------------------------------------------------------------------------------------------------------

@@ -1,9 +1,10 @@
 // A mixed load on all connections at once, on a device that loses answers and links, for as long as one likes:
 //
-//     kel_soak --seconds N
+//     kel_soak --seconds N [--release-blocks]
 //
 // Every call is followed to its outcome, no callback may come behind its connection's end, and what the process has of
-// the system must not grow but for what the library keeps on purpose, which is counted. Ends with a table and a
+// the system must not grow but for what the library keeps on purpose, which is counted; with blocks released that is no
+// memory at all. Ends with a table and a
 // verdict: status 0, or 1 if anything is lost, late or grows, or if calls do not come back.
 #include <array>
 #include <atomic>
@@ -476,17 +477,22 @@ class Soak {
 
 int main(int argc, char** argv) {
   using namespace kel::test;
-  const double seconds = argc == 3 && std::strcmp(argv[1], "--seconds") == 0 ? std::atof(argv[2]) : 0;
+  const bool released = argc == 4 && std::strcmp(argv[3], "--release-blocks") == 0;
+  const double seconds = (argc == 3 || released) && std::strcmp(argv[1], "--seconds") == 0 ? std::atof(argv[2]) : 0;
   if (seconds <= 0) {
-    std::fprintf(stderr, "usage: kel_soak --seconds N\n");
+    std::fprintf(stderr, "usage: kel_soak --seconds N [--release-blocks]\n");
     return 2;
   }
   const ScratchDirectory folder;
   const RegistrySettings registry;
-  folder.writeSettings(kSettings);
+  folder.writeSettings(std::string(kSettings) + (released ? "ReleaseBlocks=1\n" : ""));
   folder.write("SluiceHub.json", kScenario);
   KEL_Init();
-  MeasureVersionCheck();
+  if (released) {
+    gBlocks = {0, 0, 0, 0};
+  } else {
+    MeasureVersionCheck();
+  }
   const int status = Soak(seconds).run();
   KEL_Finalize();
   return status;

@@ -1,6 +1,7 @@
 // Many tasks and many connections in one process.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 
@@ -9,6 +10,7 @@
 #include "engine/Brel.h"
 #include "platform/platform.h"
 #include "support/core_process.h"
+#include "support/environment_variable.h"
 #include "support/heap_block.h"
 #include "support/process_resources.h"
 #include "support/registry_settings.h"
@@ -54,6 +56,18 @@ class SoakTest : public ::testing::Test {
     std::free(payload);
   }
 
+  /// Sends a task and waits until its callback was called.
+  static void sendAsynchronously(std::uint32_t handle) {
+    static std::atomic<std::uint32_t> answered;
+    const std::uint32_t before = answered;
+    std::uint32_t seqNum = 0;
+    const KEL_AsyncCallback count = [](auto...) { ++answered; };
+    ASSERT_EQ(
+        BrelInvokeAsyncTask(handle, "TASK_ID_APPLICATION_DEBUG_REF", 1, nullptr, 0, 0, 1, &seqNum, count, nullptr),
+        kStatusOk);
+    while (answered == before) platform::sleepFor(0);
+  }
+
   /// A thread whose end was waited for may be seen for a moment longer.
   static void waitForThreadsToEnd(std::size_t threads) {
     for (int look = 0; LivingThreads() > threads && look < 1000; ++look) platform::sleepFor(10);
@@ -89,6 +103,40 @@ TEST_F(SoakTest, ManyTasksLeaveTheirRequestAndTheirAnswerAndNothingElse) {
   for (std::uint32_t i = 0; i < kTasks && !HasFatalFailure(); ++i) send(handle, i);
   expectLeft(before, kTasks, perTask);
   EXPECT_EQ(BrelFinalize(handle), kStatusOk);
+}
+
+/// KEL_SOAK_TASKS in the environment is another number of tasks, a million of them for instance.
+TEST_F(SoakTest, ManyTasksLeaveMemoryLevelWhereBlocksAreReleased) {
+  std::uint32_t tasks = KEL_SOAK_TASKS;
+  platform::environmentNumber("KEL_SOAK_TASKS", &tasks);
+  constexpr std::uint32_t kFirst = 10000;  // until everything has its size
+  constexpr std::size_t kLevel = 1 << 20;
+  const EnvironmentVariable released("KELHANDLER_RELEASE_BLOCKS", "1");
+  const std::uint32_t handle = start();
+  const auto sendSome = [&](std::uint32_t count) {
+    for (std::uint32_t i = 0; i < count && !HasFatalFailure(); ++i) {
+      send(handle, i);
+      if (i % 64 == 0) sendAsynchronously(handle);
+    }
+  };
+  sendSome(kFirst);
+  const Held before;
+  const auto residentBefore = ResidentBytes();
+  sendSome(tasks);
+  waitForThreadsToEnd(before.threads);
+  const Held after;
+  EXPECT_LE(after.heap.value_or(0), before.heap.value_or(0) + kLevel);
+  EXPECT_LE(ResidentBytes().value_or(0), residentBefore.value_or(0) + kLevel);
+  EXPECT_EQ(BrelFinalize(handle), kStatusOk);
+}
+
+TEST_F(SoakTest, ManyConnectionsLeaveNothingWhereBlocksAreReleased) {
+  const EnvironmentVariable released("KELHANDLER_RELEASE_BLOCKS", "1");
+  for (int i = 0; i < 20; ++i) EXPECT_EQ(BrelFinalize(start()), kStatusOk);
+  waitForThreadsToEnd(mThreadsAtStart);
+  const Held before;
+  for (std::uint32_t i = 0; i < KEL_SOAK_ROUNDS; ++i) ASSERT_EQ(BrelFinalize(start()), kStatusOk);
+  expectLeft(before, KEL_SOAK_ROUNDS, 0);
 }
 
 TEST_F(SoakTest, ManyConnectionsLeaveTwoFileNamesAndNothingElse) {

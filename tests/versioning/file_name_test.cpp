@@ -22,7 +22,7 @@ class FileNameTest : public ::testing::TestWithParam<Path> {};
 TEST_P(FileNameTest, IsABlockOfItsOwnAndThePathStaysAsItWas) {
   std::string path = GetParam().path;
   char* name = nullptr;
-  EXPECT_TRUE(ExtractFileName(path.data(), &name));
+  EXPECT_TRUE(ExtractFileName(path.data(), &name, KeptBlocks()));
   ASSERT_NE(name, nullptr);
   EXPECT_STREQ(name, GetParam().name);
   EXPECT_EQ(path, GetParam().path);
@@ -48,7 +48,7 @@ class EndingPathTest : public ::testing::TestWithParam<Path> {};
 TEST_P(EndingPathTest, HasNoNameAndLosesItsSeparator) {
   std::string path = GetParam().path;
   char* name = path.data();
-  EXPECT_FALSE(ExtractFileName(path.data(), &name));
+  EXPECT_FALSE(ExtractFileName(path.data(), &name, KeptBlocks()));
   EXPECT_EQ(name, nullptr);
   EXPECT_STREQ(path.c_str(), GetParam().name);
 }
@@ -61,7 +61,7 @@ INSTANTIATE_TEST_SUITE_P(Paths, EndingPathTest,
 TEST(NullPathTest, HasNoName) {
   char other = 'x';
   char* name = &other;
-  EXPECT_FALSE(ExtractFileName(nullptr, &name));
+  EXPECT_FALSE(ExtractFileName(nullptr, &name, KeptBlocks()));
   EXPECT_EQ(name, nullptr);
 }
 

@@ -7,6 +7,7 @@
 
 #include "help.h"
 #include "options.h"
+#include "platform/environment.h"
 #include "session.h"
 
 namespace kelctl {
@@ -88,6 +89,7 @@ int run(std::vector<std::string> words) {
     return app.exit(error) == 0 ? kDone : kWrongUsage;
   }
   Output output(plan.json);
+  setDefault("KELHANDLER_RELEASE_BLOCKS", "1");  // nothing here holds on to a block that the library would keep
   try {
     return plan.action(output);
   } catch (const NoAnswer& error) {

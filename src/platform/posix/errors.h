@@ -14,6 +14,7 @@ inline constexpr std::uint32_t kInvalidData = 13;
 inline constexpr std::uint32_t kInvalidParameter = 87;
 inline constexpr std::uint32_t kModuleNotFound = 126;
 inline constexpr std::uint32_t kSymbolNotFound = 127;
+inline constexpr std::uint32_t kVariableNotFound = 203;
 inline constexpr std::uint32_t kNotOwner = 288;
 inline constexpr std::uint32_t kResourceNotFound = 1814;
 

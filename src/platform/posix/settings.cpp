@@ -1,7 +1,8 @@
-// Settings: ini files, and the registry that is kept in one.
+// Settings: ini files, the registry that is kept in one, and the environment.
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -95,15 +96,19 @@ class Registry {
   std::optional<std::string> mContent;
 };
 
-bool toNumber(std::optional<string_view> text, std::uint32_t* number) {
-  if (!text) return posix::fail(posix::kFileNotFound);
-  const bool hexadecimal = text->starts_with("0x") || text->starts_with("0X");
-  const char* const end = text->data() + text->size();
+// The whole text has to be the number.
+bool readNumber(string_view text, int base, std::uint32_t* number) {
   std::uint32_t read = 0;
-  const auto [stop, error] = std::from_chars(text->data() + (hexadecimal ? 2 : 0), end, read, hexadecimal ? 16 : 10);
-  if (error != std::errc() || stop != end) return posix::fail(posix::kInvalidData);
+  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), read, base);
+  if (error != std::errc() || stop != text.data() + text.size()) return posix::fail(posix::kInvalidData);
   *number = read;
   return true;
+}
+
+bool readRegistryNumber(std::optional<string_view> text, std::uint32_t* number) {
+  if (!text) return posix::fail(posix::kFileNotFound);
+  const bool hexadecimal = text->starts_with("0x") || text->starts_with("0X");
+  return readNumber(text->substr(hexadecimal ? 2 : 0), hexadecimal ? 16 : 10, number);
 }
 
 }  // namespace
@@ -139,7 +144,7 @@ std::uint32_t registryNumbers(RegistryRoot root, const char* subKey, std::uint32
   const Registry registry(root);
   std::uint32_t read = 0;
   for (std::uint32_t i = 0; i < count; ++i) {
-    if (toNumber(registry.find(subKey, valueNames[i]), &numbers[i])) ++read;
+    if (readRegistryNumber(registry.find(subKey, valueNames[i]), &numbers[i])) ++read;
   }
   return read;
 }
@@ -150,6 +155,11 @@ bool registryText(RegistryRoot root, const char* subKey, const char* valueName, 
   if (!found) return posix::fail(posix::kFileNotFound);
   text->assign(*found);
   return true;
+}
+
+bool environmentNumber(const char* name, std::uint32_t* number) {
+  const char* text = std::getenv(name);
+  return text != nullptr ? readNumber(text, 10, number) : posix::fail(posix::kVariableNotFound);
 }
 
 }  // namespace kel::platform

@@ -1,4 +1,5 @@
-// Settings: ini files and the registry.
+// Settings: ini files, the registry and the environment.
+#include <charconv>
 #include <cstring>
 #include <vector>
 
@@ -72,6 +73,23 @@ bool registryText(RegistryRoot root, const char* subKey, const char* valueName, 
   if (!key.read(valueName, REG_SZ, data.data(), &size)) return false;
   text->assign(data.data(), strnlen(data.data(), size));  // a stored text may lack its end mark
   return true;
+}
+
+bool environmentNumber(const char* name, std::uint32_t* number) {
+  char text[64];
+  SetLastError(ERROR_SUCCESS);
+  const DWORD length = GetEnvironmentVariableA(name, text, sizeof text);
+  if (length == 0 && GetLastError() != ERROR_SUCCESS) return false;
+  if (length < sizeof text) {  // else it did not fit
+    std::uint32_t read = 0;
+    const auto [stop, error] = std::from_chars(text, text + length, read);
+    if (error == std::errc() && stop == text + length) {
+      *number = read;
+      return true;
+    }
+  }
+  SetLastError(ERROR_INVALID_DATA);
+  return false;
 }
 
 }  // namespace kel::platform

@@ -1,0 +1,44 @@
+// Blocks that stay allocated by default, and are released on request.
+#pragma once
+
+#include <atomic>
+#include <cstdlib>
+#include <memory>
+
+namespace kel {
+
+/// Says what becomes of a block that nobody uses any more, where the library is known to keep it: it stays allocated, or
+/// is released if ReleaseBlocks asks for that. Each object that has such blocks has one of these, to which the engine
+/// copies its setting. Threads: any.
+class KeptBlocks {
+ public:
+  KeptBlocks() = default;
+  KeptBlocks(const KeptBlocks&) = delete;
+  KeptBlocks& operator=(const KeptBlocks&) = delete;
+
+  void setReleased(bool released) { mReleased.store(released, std::memory_order_relaxed); }
+  bool released() const { return mReleased.load(std::memory_order_relaxed); }
+
+  /// Ends the use of a block from malloc(), or null.
+  void leave(void* block) const {
+    if (released()) std::free(block);
+  }
+
+  struct Leaver {
+    const KeptBlocks* keptBlocks;
+    void operator()(void* block) const { keptBlocks->leave(block); }
+  };
+  template <class T>
+  using Held = std::unique_ptr<T, Leaver>;
+
+  /// Leaves the block at the end of a scope, by the setting that counts then.
+  template <class T>
+  Held<T> hold(T* block) const {
+    return Held<T>(block, Leaver{this});
+  }
+
+ private:
+  std::atomic<bool> mReleased{false};
+};
+
+}  // namespace kel

@@ -28,9 +28,7 @@ std::uint32_t Dorv_Send(std::uint32_t handle, const task* record, std::uint32_t 
   std::uint8_t stackBuffer[kSendBufferSize];
   std::vector<std::uint8_t> largeBuffer;
   std::uint8_t* L5sndBuffer = stackBuffer;
-  if (room <= kSendBufferSize) {
-    std::memset(L5sndBuffer, 0, room);
-  } else {
+  if (room > kSendBufferSize) {
     try {
       largeBuffer.resize(room);
     } catch (const std::bad_alloc&) {
@@ -62,7 +60,10 @@ std::uint32_t Dorv_Send(std::uint32_t handle, const task* record, std::uint32_t 
   if (record->responseExpected == 1) wire.seqTUI = (wire.seqTUI & ~0xFFu) | Load(row.socketID);
   wire.responseExpected = record->responseExpected;
   std::memcpy(L5sndBuffer + sizeof header, &wire, sizeof wire);
-  std::memcpy(L5sndBuffer + sizeof header + sizeof wire, PayloadOf(record), record->payloadSize);
+  std::uint8_t* const payload = L5sndBuffer + sizeof header + sizeof wire;
+  std::memcpy(payload, PayloadOf(record), record->payloadSize);
+  // What `size` counts beyond the payload goes out as zeros.
+  std::fill(payload + record->payloadSize, L5sndBuffer + room, std::uint8_t{0});
 
   LogRow(kInfo, handle, "Dorv_Send", "Sending KeL Request over L5 to L4msgProxy. L5sndBufferSize = ", L5sndBufferSize,
          " \n");

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <type_traits>
 
 #include "listeners/QueueListener.h"
 
@@ -15,6 +16,12 @@ constexpr std::uint32_t kExitGeneralStop = 2;
 constexpr std::uint32_t kExitWaitFailed = 3;
 constexpr std::uint32_t kExitEngineGone = 4;
 
+/// Most of what a start sets is as the last one left it, and other threads are reading it.
+template <class Value>
+void Set(std::atomic<Value>& member, std::type_identity_t<Value> value) {
+  if (member.load(std::memory_order_relaxed) != value) member.store(value, std::memory_order_relaxed);
+}
+
 }  // namespace
 
 AsyncListener::AsyncListener() {
@@ -27,16 +34,16 @@ std::uint32_t AsyncListener::init(std::uint32_t engineHandle, ProcessSequenceDat
                                   SetResponseStatusFunc setResponseStatusFunc, std::uint32_t seqNum,
                                   platform::Handle dataEvent, platform::Handle stopWaitEvent,
                                   platform::Handle generalStopEvent, std::uint32_t logToConsole) {
-  mEngineHandle = engineHandle;
-  mProcessDataFunc = processDataFunc;
-  mRetrieveNextBufferFunc = retrieveNextBufferFunc;
-  mFreeSequenceFunc = freeSequenceFunc;
-  mSetResponseStatusFunc = setResponseStatusFunc;
-  mSeqNum = seqNum;
-  mDataEvent = dataEvent;
-  mStopWaitEvent = stopWaitEvent;
-  mGeneralStopEvent = generalStopEvent;
-  mLogToConsole = logToConsole;
+  Set(mEngineHandle, engineHandle);
+  Set(mProcessDataFunc, processDataFunc);
+  Set(mRetrieveNextBufferFunc, retrieveNextBufferFunc);
+  Set(mFreeSequenceFunc, freeSequenceFunc);
+  Set(mSetResponseStatusFunc, setResponseStatusFunc);
+  Set(mSeqNum, seqNum);
+  Set(mDataEvent, dataEvent);
+  Set(mStopWaitEvent, stopWaitEvent);
+  Set(mGeneralStopEvent, generalStopEvent);
+  Set(mLogToConsole, logToConsole);
   return LISTENER_INIT_OK;
 }
 

@@ -16,7 +16,13 @@ QueueResult SafeQueue::insert(std::uint8_t* buffer, std::uint32_t bufferSize) {
   const queue_element_struct elem{buffer, bufferSize};
   // By hand: if the container cannot grow, its exception goes on with the lock still held.
   mLock.enter();
-  mQueue.push_back(elem);
+  if (mQueue) {
+    mQueue->push_back(elem);
+  } else if (mFirstCount < kFirst) {
+    mFirst[(mFirstFront + mFirstCount++) % kFirst] = elem;
+  } else {
+    mQueue.emplace(1, elem);
+  }
   mLock.leave();
   return QUEUE_INSERT_OK;
 }
@@ -25,12 +31,11 @@ QueueResult SafeQueue::extract(std::uint8_t** buffer, std::uint32_t* bufferSize)
   *buffer = nullptr;
   *bufferSize = 0;
   mLock.enter();
-  if (mQueue.empty()) {
+  if (empty()) {
     mLock.leave();
     return QUEUE_EMPTY;
   }
-  const queue_element_struct elem = mQueue.front();
-  mQueue.pop_front();
+  const queue_element_struct elem = takeFront();
   mLock.leave();
   *buffer = elem.buffer;
   *bufferSize = elem.bufferSize;
@@ -38,8 +43,20 @@ QueueResult SafeQueue::extract(std::uint8_t** buffer, std::uint32_t* bufferSize)
 }
 
 void SafeQueue::leave(const KeptBlocks& keptBlocks) NO_THREAD_SAFETY_ANALYSIS {
-  for (const queue_element_struct& elem : mQueue) keptBlocks.leave(elem.buffer);
-  mQueue.clear();
+  while (!empty()) keptBlocks.leave(takeFront().buffer);
+}
+
+queue_element_struct SafeQueue::takeFront() {
+  if (mFirstCount != 0) {
+    const queue_element_struct elem = mFirst[mFirstFront];
+    mFirstFront = (mFirstFront + 1) % kFirst;
+    --mFirstCount;
+    return elem;
+  }
+  const queue_element_struct elem = mQueue->front();
+  mQueue->pop_front();
+  if (mQueue->empty()) mQueue.reset();
+  return elem;
 }
 
 }  // namespace kel

@@ -1,8 +1,10 @@
 // The locked first-in first-out of buffers between the thread that received them and the one that hands them on.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <deque>
+#include <optional>
 
 #include "platform/kept_blocks.h"
 #include "platform/platform.h"
@@ -49,7 +51,16 @@ class SafeQueue {
   void leave(const KeptBlocks& keptBlocks) NO_THREAD_SAFETY_ANALYSIS;
 
  private:
-  std::deque<queue_element_struct> mQueue GUARDED_BY(mLock);
+  bool empty() const REQUIRES(mLock) { return mFirstCount == 0 && !mQueue; }
+  queue_element_struct takeFront() REQUIRES(mLock);
+
+  // A plain task has one answer: the heap is needed only for what is queued behind the first few buffers, and no longer
+  // than there is any.
+  static constexpr std::uint32_t kFirst = 4;
+  std::array<queue_element_struct, kFirst> mFirst GUARDED_BY(mLock);  ///< in a ring
+  std::uint32_t mFirstFront GUARDED_BY(mLock) = 0;
+  std::uint32_t mFirstCount GUARDED_BY(mLock) = 0;
+  std::optional<std::deque<queue_element_struct>> mQueue GUARDED_BY(mLock);  ///< never empty
   platform::CriticalSection mLock;
 };
 

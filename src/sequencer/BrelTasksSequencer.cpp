@@ -1,6 +1,7 @@
 #include "sequencer/BrelTasksSequencer.h"
 
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "platform/memory.h"
@@ -46,11 +47,17 @@ bool BrelTasksSequencer::init() {
 }
 
 BrelTasksSequencer::~BrelTasksSequencer() {
-  if (!acquire(kTableWait, Abandoned::refuse)) return;
+  if (!acquire(kTableWait, Abandoned::refuse)) {
+    for (std::optional<sequence_element>& element : mSequences) {
+      if (!element) continue;
+      mKeptBlocks.leave(element->buffer);
+      element->asyncBuffersQueue.leave(mKeptBlocks);
+    }
+    return;
+  }
   Acquired acquired(*this);
   // The mutex is taken again inside.
   for (std::uint32_t number = 0; number < kSequenceNumbers; ++number) FreeSequence(number);
-  mSequences.clear();
   acquired.release();
   if (mMutex.handle != nullptr) platform::closeHandle(mMutex.handle);
 }
@@ -71,11 +78,8 @@ bool BrelTasksSequencer::Acquired::release() NO_THREAD_SAFETY_ANALYSIS {
 }
 
 sequence_element* BrelTasksSequencer::find(std::uint32_t seqNum) {
-  mSequencesIter = mSequences.find(seqNum);
-  return mSequencesIter != mSequences.end() ? mSequencesIter->second : nullptr;
+  return seqNum < kSequenceNumbers && mSequences[seqNum] ? &*mSequences[seqNum] : nullptr;
 }
-
-void BrelTasksSequencer::refile() { mSequences.insert(mSequences.extract(mSequencesIter)); }
 
 // ---------------------------------------------------------------------------------------------------------------------
 // Opening and closing
@@ -90,27 +94,35 @@ SeqStatus BrelTasksSequencer::AssignSequence(ApiType apiType, std::uint32_t comm
   if (!acquire(kTableWait, Abandoned::accept)) return SEQ_ASSIGN_FAILED;
   Acquired acquired(*this);
 
-  // Made before the test for a number. If there is none, or if something fails below, it is treated as a kept block.
-  const auto leave = [this](sequence_element* unfiled) {
-    if (!mKeptBlocks.released()) return;
-    delete unfiled->asyncBuffersQueue;
-    delete unfiled;
-  };
-  std::unique_ptr<sequence_element, decltype(leave)> element(new sequence_element{}, leave);
-  if (mFreeSeqNums.empty()) return SEQ_ASSIGN_NO_FREE_NUMBER;
+  if (mFreeSeqNums.empty()) {
+    if (!mKeptBlocks.released()) {
+      // A refused sequence leaves the memory of one: clients know this growth of the process. As a call this cannot be
+      // optimised away, which a block that nobody uses otherwise is.
+      [[maybe_unused]] void* const kept = ::operator new(sizeof(sequence_element));
+    }
+    return SEQ_ASSIGN_NO_FREE_NUMBER;
+  }
   const std::uint32_t number = mFreeSeqNums.front();
   mFreeSeqNums.pop_front();
   *seqNum = number;
   *streamSeqNum = GetStreamSeqNum(number);
   *streamEndSeqNum = GetStreamEndSeqNum(number);
 
-  for (platform::Handle* event : {&element->syncDataEvent, &element->aSyncDataEvent, &element->stopEvent}) {
-    *event = platform::createEvent(false, false);
-    if (*event == nullptr) return SEQ_ASSIGN_FAILED;
+  // From here on a failure loses the number, and the events that were made.
+  platform::Handle events[3];
+  for (platform::Handle& event : events) {
+    event = platform::createEvent(false, false);
+    if (event == nullptr) return SEQ_ASSIGN_FAILED;
   }
-  *syncDataEvent = element->syncDataEvent;
-  *aSyncDataEvent = element->aSyncDataEvent;
-  *stopEvent = element->stopEvent;
+  std::optional<sequence_element>& element = mSequences[number];
+  element.emplace();
+  if (element->asyncBuffersQueue.init() != QUEUE_INIT_OK) {
+    element.reset();
+    return SEQ_ASSIGN_FAILED;
+  }
+  *syncDataEvent = element->syncDataEvent = events[0];
+  *aSyncDataEvent = element->aSyncDataEvent = events[1];
+  *stopEvent = element->stopEvent = events[2];
   element->apiType = apiType;
   element->commandID = commandID;
   element->TUI = TUI;
@@ -118,12 +130,7 @@ SeqStatus BrelTasksSequencer::AssignSequence(ApiType apiType, std::uint32_t comm
   element->streamCallbackFunc = streamCallbackFunc;
   element->isAsync = isAsync;
   element->isStream = isStream;
-
-  element->asyncBuffersQueue = new SafeQueue;
-  if (element->asyncBuffersQueue->init() != QUEUE_INIT_OK) return SEQ_ASSIGN_FAILED;
   element->serial = ++mLastSerial;
-  mSequences[number] = element.get();
-  element.release();
   if (!acquired.release()) return SEQ_ASSIGN_FAILED;
   report(kInfo, "AssignSequence", "assigned sequence number ", number, " \n");
   return SEQ_ASSIGN_OK;
@@ -144,7 +151,7 @@ SeqStatus BrelTasksSequencer::FreeSequence(std::uint32_t seqNum) {
   std::uint8_t* queued = nullptr;
   std::uint32_t queuedSize = 0;
   for (;;) {
-    const QueueResult queueRes = element->asyncBuffersQueue->extract(&queued, &queuedSize);
+    const QueueResult queueRes = element->asyncBuffersQueue.extract(&queued, &queuedSize);
     if (queueRes == QUEUE_EMPTY) break;
     if (queueRes == QUEUE_EXTRACT_FAILED) {
       report(kError, "FreeSequence", "problem extracting from asyncBuffersQueue \n");
@@ -152,12 +159,10 @@ SeqStatus BrelTasksSequencer::FreeSequence(std::uint32_t seqNum) {
     }
     std::free(queued);
   }
-  if (element->asyncBuffersQueue->shutdown() != QUEUE_SHUTDOWN_OK) result = SEQ_FREE_FAILED;
-  delete element->asyncBuffersQueue;
+  if (element->asyncBuffersQueue.shutdown() != QUEUE_SHUTDOWN_OK) result = SEQ_FREE_FAILED;
   std::free(element->buffer);
 
-  mSequences.erase(mSequencesIter);
-  delete element;
+  mSequences[seqNum].reset();
   mFreeSeqNums.push_back(seqNum);
   if (!acquired.release()) return SEQ_FREE_FAILED;
   report(kInfo, "FreeSequence", "freed sequence number ", seqNum, " \n");
@@ -179,7 +184,6 @@ bool BrelTasksSequencer::update(std::uint32_t seqNum, Change change) try {
     return false;
   }
   const bool changed = change(*element);
-  if (changed) refile();
   return acquired.release() && changed;
 } catch (const std::bad_alloc&) {
   return false;
@@ -218,7 +222,7 @@ SeqStatus BrelTasksSequencer::InsertAsyncDataBySeqNum(std::uint32_t seqNum, cons
           << " \n";
     }
     // A queue that cannot grow keeps its own lock, and whoever comes to it next, on another thread, waits for ever.
-    const QueueResult queue_res = element.asyncBuffersQueue->insert(copy.get(), copySize);
+    const QueueResult queue_res = element.asyncBuffersQueue.insert(copy.get(), copySize);
     std::uint8_t* const queued = copy.release();
     if (queue_res != QUEUE_INSERT_OK) {
       mKeptBlocks.leave(queued);
@@ -266,7 +270,7 @@ SeqStatus BrelTasksSequencer::RetrieveBySeqNum(std::uint32_t seqNum, sequence_sn
   *snapshot = {};
   if (!acquire(kTableWait, Abandoned::accept)) return SEQ_RETRIEVE_FAILED;
   Acquired acquired(*this);
-  const sequence_element* element = find(seqNum);
+  sequence_element* element = find(seqNum);
   if (element == nullptr) return SEQ_RETRIEVE_NOT_FOUND;
   snapshot->apiType = element->apiType;
   snapshot->commandID = element->commandID;
@@ -282,7 +286,7 @@ SeqStatus BrelTasksSequencer::RetrieveBySeqNum(std::uint32_t seqNum, sequence_sn
       // Most look-ups have no use for the answer, and a failure would cost them their connection.
     }
   }
-  snapshot->asyncBuffersQueue = element->asyncBuffersQueue;
+  snapshot->asyncBuffersQueue = &element->asyncBuffersQueue;
   snapshot->callbackFunc = element->callbackFunc;
   snapshot->streamCallbackFunc = element->streamCallbackFunc;
   snapshot->asyncThreadHandle = element->asyncThreadHandle;
@@ -395,11 +399,11 @@ SeqStatus BrelTasksSequencer::RetrieveNextAsyncBufferBySeqNum(std::uint32_t seqN
   // A task that was refused may have closed this sequence between the two, and another may have its number by now. That
   // is a failure, as for a sequence that was gone before, and not an empty queue: behind that the sequence's thread would
   // go on to wait on events that are closed with the sequence, and may be another's.
-  const sequence_element* element = find(seqNum);
+  sequence_element* element = find(seqNum);
   if (element == nullptr || element->serial != serial) return SEQ_RETRIEVE_FAILED;
   std::uint8_t* tmpAsyncBuffer = nullptr;
   std::uint32_t tmpAsyncBufferSize = 0;
-  const QueueResult queue_res = element->asyncBuffersQueue->extract(&tmpAsyncBuffer, &tmpAsyncBufferSize);
+  const QueueResult queue_res = element->asyncBuffersQueue.extract(&tmpAsyncBuffer, &tmpAsyncBufferSize);
   if (!acquired.release()) {
     std::free(tmpAsyncBuffer);
     return SEQ_RETRIEVE_FAILED;

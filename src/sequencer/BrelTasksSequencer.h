@@ -1,8 +1,9 @@
 // The table of open task sequences of one engine.
 #pragma once
 
+#include <array>
 #include <cstdint>
-#include <map>
+#include <optional>
 
 #include "listeners/SafeQueue.h"
 #include "logging/ALogger.h"
@@ -60,8 +61,8 @@ struct sequence_element {
   bool ackArrived;            ///< the first answer of a stream was seen
   std::uint8_t* buffer;       ///< copy of the answer for the waiting thread, or null; owned
   std::uint32_t bufferSize;   ///< in bytes
-  SafeQueue* asyncBuffersQueue;  ///< answers for the listener thread; owned, with the buffers in it
-  std::uint64_t serial;          ///< no other sequence has it, not even one with the same number or address
+  SafeQueue asyncBuffersQueue;  ///< answers for the listener thread, with the buffers in it
+  std::uint64_t serial;         ///< no other sequence has it, not even one with the same number or address
 };
 
 /// What a lookup gives out of a sequence: a copy, whose `buffer` is a block of the receiver's own.
@@ -111,6 +112,8 @@ class FreeNumbers {
 /// numbers rotate: one that was freed comes again when all that were freed before it have been used. The engine says
 /// when a sequence ends; the sequencer never does, knows nothing of the data and calls no client.
 ///
+/// An open sequence has its place in the table itself, so that opening one needs no heap.
+///
 /// Threads: any. mMutex is held for one table operation at a time, never during a wait for the device and never around
 /// client code; the queue's lock is taken inside it. All data crosses the table by copy. A failure is a status, an
 /// exhausted heap too: an operation that does not get the mutex within a minute, or no memory for what it files,
@@ -118,7 +121,8 @@ class FreeNumbers {
 class BrelTasksSequencer {
  public:
   BrelTasksSequencer();
-  /// Frees what is open; gives up, with nothing freed, if the mutex is not acquired, or was abandoned.
+  /// Frees what is open; gives up if the mutex is not acquired, or was abandoned. The answers that open sequences hold
+  /// are then kept blocks.
   ~BrelTasksSequencer();
   BrelTasksSequencer(const BrelTasksSequencer&) = delete;
   BrelTasksSequencer& operator=(const BrelTasksSequencer&) = delete;
@@ -178,7 +182,7 @@ class BrelTasksSequencer {
   KeptBlocks mKeptBlocks;  ///< The engine copies its own setting here.
 
  private:
-  using Sequences = std::map<std::uint32_t, sequence_element*>;
+  using Sequences = std::array<std::optional<sequence_element>, kSequenceNumbers>;
 
   /// The kernel mutex in a form that the thread-safety analysis can follow.
   struct CAPABILITY("mutex") TableMutex {
@@ -206,11 +210,8 @@ class BrelTasksSequencer {
 
   bool init();
   bool acquire(std::uint32_t milliseconds, Abandoned abandoned) TRY_ACQUIRE(true, mMutex);
-  /// Sets mSequencesIter; the element, or null.
+  /// The element, or null.
   sequence_element* find(std::uint32_t seqNum) REQUIRES(mMutex);
-  /// How every change of an element ends: its entry is taken out and filed again. The entry's own memory goes with it, so
-  /// nothing can be lost between the two.
-  void refile() REQUIRES(mMutex);
   /// The frame of the insert operations: `change` is called with the element under the mutex and says whether it did.
   template <class Change>
   bool update(std::uint32_t seqNum, Change change);
@@ -226,8 +227,7 @@ class BrelTasksSequencer {
   ALogger mLogger;
 
   // Guarded by mMutex.
-  Sequences mSequences GUARDED_BY(mMutex);
-  Sequences::iterator mSequencesIter GUARDED_BY(mMutex);  ///< the last lookup's position
+  Sequences mSequences GUARDED_BY(mMutex);  ///< by their numbers
   FreeNumbers mFreeSeqNums GUARDED_BY(mMutex);
 
   TableMutex mMutex;

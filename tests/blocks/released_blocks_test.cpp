@@ -43,6 +43,17 @@ TEST_F(ReleasedBlocks, OfATaskThatIsNotAnsweredAndOfItsLateAnswers) {
   EXPECT_TRUE(Deliver(connected, kDebugValTui, 0, "later still"));
 }
 
+// Its sequences are then never closed.
+TEST_F(ReleasedBlocks, OfATableThatItsLastOwnerLeftBehind) {
+  folder.writeSettings("RxWaitTimeout=0\n");
+  const std::uint32_t connected = connect();
+  DropRequests(0);
+  EXPECT_EQ(InvokeVal(connected, {1, 2, 3}).status, kStatusFailed);
+  EXPECT_TRUE(Deliver(connected, kDebugValTui, 0, "late"));
+  const platform::Handle mutex = EngineInside(*GetBrelInst(connected)).sequencerMutex();
+  std::thread([mutex] { platform::waitForOne(mutex, platform::kInfinite); }).join();
+}
+
 TEST_F(ReleasedBlocks, OfTasksThatFindNoNumber) {
   const std::uint32_t connected = connect();
   DropRequests(0);

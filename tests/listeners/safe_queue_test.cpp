@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <thread>
 #include <vector>
 
@@ -51,6 +52,48 @@ TEST(SafeQueue, TakesANullBufferLikeAnyOther) {
   EXPECT_EQ(extracted.buffer, nullptr);
   EXPECT_EQ(extracted.size, 0u);
   EXPECT_EQ(Extracted(queue).result, 7u);
+}
+
+// It changes its store more than once on the way.
+TEST(SafeQueue, KeepsTheOrderHoweverManyAreTakenInBetween) {
+  SafeQueue queue;
+  std::uint32_t inserted = 0, taken = 0;
+  for (const std::uint32_t count : {1u, 3u, 4u, 5u, 2u, 40u, 100u, 1u, 6u, 4u}) {
+    for (std::uint32_t i = 0; i < count; ++i) queue.insert(nullptr, inserted++);
+    for (std::uint32_t i = 0; i < (count + 1) / 2; ++i) ASSERT_EQ(Extracted(queue).size, taken++);
+  }
+  while (taken < inserted) ASSERT_EQ(Extracted(queue).size, taken++);
+  EXPECT_EQ(Extracted(queue).result, QUEUE_EMPTY);
+}
+
+TEST(SafeQueue, NeedsNoMemoryForAFewBuffersAtATime) {
+  const FailingHeap heap(0);
+  SafeQueue queue;
+  for (std::uint32_t i = 0; i < 100; i += 2) {
+    queue.insert(nullptr, i);
+    queue.insert(nullptr, i + 1);
+    EXPECT_EQ(Extracted(queue).size, i);
+    EXPECT_EQ(Extracted(queue).size, i + 1);
+  }
+  EXPECT_FALSE(heap.failed());
+}
+
+TEST(SafeQueue, LeavesWhatNobodyTookAsKeptBlocksSay) {
+  for (const bool released : {false, true}) {
+    KeptBlocks keptBlocks;
+    keptBlocks.setReleased(released);
+    SafeQueue queue;
+    std::vector<std::uint8_t*> blocks;
+    for (int i = 0; i < 50; ++i) {
+      blocks.push_back(static_cast<std::uint8_t*>(std::malloc(1)));
+      queue.insert(blocks.back(), 1);
+    }
+    queue.leave(keptBlocks);
+    EXPECT_EQ(Extracted(queue).result, QUEUE_EMPTY);
+    for (std::uint8_t* block : blocks) {
+      if (!released) std::free(block);
+    }
+  }
 }
 
 TEST(SafeQueue, HasNoLimit) {

@@ -1,5 +1,6 @@
 #include "listeners/AsyncListener.h"
 
+#include <array>
 #include <cstdlib>
 #include <new>
 #include <type_traits>
@@ -20,6 +21,10 @@ constexpr std::uint32_t kExitEngineGone = 4;
 template <class Value>
 void Set(std::atomic<Value>& member, std::type_identity_t<Value> value) {
   if (member.load(std::memory_order_relaxed) != value) member.store(value, std::memory_order_relaxed);
+}
+
+std::array<platform::Handle, 3> EventsOf(const AsyncThreadArguments& arguments) {
+  return {arguments.aSyncDataEvent, arguments.stopEvent, arguments.mGeneralStopEvent};
 }
 
 }  // namespace
@@ -52,7 +57,9 @@ std::uint32_t AsyncListener::shutdown() { return LISTENER_SHUTDOWN_OK; }
 std::uint32_t AsyncListener::startListen(platform::Handle* threadHandleOut, AsyncThreadArguments* threadArguments) {
   const std::uint32_t currentSeqNum = threadArguments->seqNum;
   std::uint32_t threadId = 0;
-  const platform::Handle thread = platform::createThread(listenerThreadFunc, threadArguments, &threadId);
+  const auto mEvents = EventsOf(*threadArguments);
+  const platform::Handle thread = platform::createWaitingThread(
+      listenerThreadFunc, threadArguments, &threadId, mEvents.size(), mEvents.data(), waitLimit(*threadArguments));
   mListenerThread = thread;
   mListenerThreadId = threadId;
   const int shownSeqNum = static_cast<int>(currentSeqNum);
@@ -86,14 +93,14 @@ std::uint32_t AsyncListener::listenerThreadFunc(void* argument) {
 }
 
 std::uint32_t AsyncListener::listen(const AsyncThreadArguments& arguments) {
-  const platform::Handle mEvents[] = {arguments.aSyncDataEvent, arguments.stopEvent, arguments.mGeneralStopEvent};
+  const auto mEvents = EventsOf(arguments);
   const std::uint32_t currentSeqNum = arguments.seqNum;
-  const std::uint32_t waitLimit = arguments.isStream ? platform::kInfinite : mWaitTimeout.load();
+  const std::uint32_t limit = waitLimit(arguments);
   std::uint32_t asyncDataBuffersDeAllocCount = 0;
   bool filed = arguments.filing == nullptr;
   for (;;) {
     std::uint32_t exitCode = kExitEnd;
-    const std::uint32_t ended = platform::waitForAny(3, mEvents, waitLimit);
+    const std::uint32_t ended = platform::waitForAny(mEvents.size(), mEvents.data(), limit);
     if (!filed && (ended == 0 || ended == platform::kWaitTimeout)) {
       filed = awaitFiling(*arguments.filing);
       if (!filed) return kExitEnd;
@@ -119,8 +126,8 @@ std::uint32_t AsyncListener::listen(const AsyncThreadArguments& arguments) {
         deliver(currentSeqNum, kErrorCodeTimeout, nullptr, 0);
         reportThread(kInfo, currentSeqNum, ") - processing with errorCode WAIT_TIMEOUT finished. \n");
         freeSequenceData(currentSeqNum);
-        reportThread(kInfo, currentSeqNum, ") - exiting with code 0 - End of listenerThreadFunc(). Handle= ",
-                     mListenerThread.load(), " \n");
+        reportThread(kInfo, currentSeqNum,
+                     ") - exiting with code 0 - End of listenerThreadFunc(). Handle= ", mListenerThread.load(), " \n");
         return kExitEnd;
       default:
         reportThread(kError, currentSeqNum, ") - exiting with code 3. Handle= ", mListenerThread.load(), " \n");
@@ -134,7 +141,8 @@ bool AsyncListener::awaitFiling(AsyncThreadFiling& filing) {
   return filing.filed;
 }
 
-bool AsyncListener::deliver(std::uint32_t seqNum, std::uint32_t errorCode, std::uint8_t* buffer, std::uint32_t size) try {
+bool AsyncListener::deliver(std::uint32_t seqNum, std::uint32_t errorCode, std::uint8_t* buffer,
+                            std::uint32_t size) try {
   return mProcessDataFunc.load()(mEngineHandle, seqNum, errorCode, buffer, size) != 0;
 } catch (const std::bad_alloc&) {
   // The answer is lost, and the thread goes on to the next one.
@@ -163,7 +171,8 @@ bool AsyncListener::drain(const AsyncThreadArguments& arguments, std::uint32_t* 
         freeSequenceData(currentSeqNum);
         *exitCode = kExitGeneralStop;
         return false;
-      default: break;
+      default:
+        break;
     }
     reportThread(kInfo, currentSeqNum, ") - data event received, extracting from queue. \n");
     const std::uint32_t queueRes =

@@ -98,6 +98,9 @@ class AsyncListener {
   KeptBlocks mKeptBlocks;  ///< The engine copies its own setting here.
 
  private:
+  std::uint32_t waitLimit(const AsyncThreadArguments& arguments) const {
+    return arguments.isStream ? platform::kInfinite : mWaitTimeout.load();
+  }
   static std::uint32_t listenerThreadFunc(void* argument);
   std::uint32_t listen(const AsyncThreadArguments& arguments);
   /// Waits until the thread is filed or given up. Whether it was filed.

@@ -120,6 +120,11 @@ using ThreadFunction = std::uint32_t (*)(void* argument);
 /// what one has left taken stays taken, and what it has changed of its signals or its name is put back.
 Handle createThread(ThreadFunction function, void* argument, std::uint32_t* threadId);
 
+/// The same for a function that begins with waitForAny() and these arguments. The wait counts from here. It may be
+/// begun for the thread while that still has nothing else to do, so that nobody wakes it only to have it wait.
+Handle createWaitingThread(ThreadFunction function, void* argument, std::uint32_t* threadId, std::uint32_t count,
+                           const Handle* objects, std::uint32_t milliseconds);
+
 /// Has threads of the system's that are kept for later ones end, and keeps none until the next createThread(). It does
 /// not wait for them. Without it such a thread ends after a second without work.
 void releaseThreads();

@@ -36,6 +36,10 @@ bool Fails(PlatformCall call) {
 extern "C" {
 
 Handle __real__ZN3kel8platform12createThreadEPFjPvES1_Pj(ThreadFunction function, void* argument, std::uint32_t* id);
+Handle __real__ZN3kel8platform19createWaitingThreadEPFjPvES1_PjjPKS1_j(ThreadFunction function, void* argument,
+                                                                       std::uint32_t* id, std::uint32_t count,
+                                                                       const Handle* objects,
+                                                                       std::uint32_t milliseconds);
 bool __real__ZN3kel8platform17setThreadPriorityEPvi(Handle thread, int priority);
 bool __real__ZN3kel8platform11closeHandleEPv(Handle handle);
 bool __real__ZN3kel8platform8setEventEPv(Handle event);
@@ -48,6 +52,10 @@ Module __real__ZN3kel8platform11loadLibraryEPKc(const char* name);
 bool __real__ZN3kel8platform11freeLibraryEPv(Module library);
 
 Handle __wrap__ZN3kel8platform12createThreadEPFjPvES1_Pj(ThreadFunction function, void* argument, std::uint32_t* id);
+Handle __wrap__ZN3kel8platform19createWaitingThreadEPFjPvES1_PjjPKS1_j(ThreadFunction function, void* argument,
+                                                                       std::uint32_t* id, std::uint32_t count,
+                                                                       const Handle* objects,
+                                                                       std::uint32_t milliseconds);
 bool __wrap__ZN3kel8platform17setThreadPriorityEPvi(Handle thread, int priority);
 bool __wrap__ZN3kel8platform11closeHandleEPv(Handle handle);
 bool __wrap__ZN3kel8platform8setEventEPv(Handle event);
@@ -62,6 +70,15 @@ bool __wrap__ZN3kel8platform11freeLibraryEPv(Module library);
 Handle __wrap__ZN3kel8platform12createThreadEPFjPvES1_Pj(ThreadFunction function, void* argument, std::uint32_t* id) {
   if (Fails(PlatformCall::kCreateThread)) return nullptr;
   return __real__ZN3kel8platform12createThreadEPFjPvES1_Pj(function, argument, id);
+}
+
+Handle __wrap__ZN3kel8platform19createWaitingThreadEPFjPvES1_PjjPKS1_j(ThreadFunction function, void* argument,
+                                                                       std::uint32_t* id, std::uint32_t count,
+                                                                       const Handle* objects,
+                                                                       std::uint32_t milliseconds) {
+  if (Fails(PlatformCall::kCreateThread)) return nullptr;
+  return __real__ZN3kel8platform19createWaitingThreadEPFjPvES1_PjjPKS1_j(function, argument, id, count, objects,
+                                                                         milliseconds);
 }
 
 bool __wrap__ZN3kel8platform17setThreadPriorityEPvi(Handle thread, int priority) {

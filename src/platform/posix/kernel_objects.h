@@ -50,8 +50,8 @@ inline constexpr std::uint32_t kMostInVain = 2;
 /// One wait, on the stack of the thread that waits.
 struct Waiter {
   Thread& thread;
-  WaitLink* const links;
-  const std::uint32_t count;
+  WaitLink* links;
+  std::uint32_t count;
   std::uint32_t result = kWaitTimeout;  ///< another one from the moment when an object is handed over
   std::uint32_t inVain = 0;             ///< times that it came for a mutex
   Waiter* nextToWake = nullptr;
@@ -84,12 +84,16 @@ struct Object {
   void* module = nullptr;  ///< keeps this code mapped while the thread runs
 };
 
+/// No result of a wait.
+inline constexpr std::uint32_t kNotBegun = kWaitFailed - 1;
+
 /// What is kept per thread, this library's own or not. It lies in the thread's own storage and has no code at its start
 /// or end, so that to have it takes no memory.
 struct Thread {
   Object* firstOwned = nullptr;
   std::uint64_t number = 0;  ///< that no other thread of the process ever has; 0 until it is needed. The thread's own
-  bool isWatched = false;    ///< its end will give up the mutexes that it then owns; the thread's own to read and write
+  std::uint32_t begunWait = kNotBegun;  ///< result of the wait that was begun on its behalf, until it asks for it
+  bool isWatched = false;  ///< its end will give up the mutexes that it then owns; the thread's own to read and write
 };
 
 extern thread_local constinit Thread tThread;
@@ -172,6 +176,8 @@ inline bool isOpenTo(const Object& object, const Thread& thread) REQUIRES(gLock)
 std::uint32_t take(Object& object, Thread& thread) REQUIRES(gLock);
 
 void enqueue(WaitLink& link) REQUIRES(gLock);
+/// Sleeps until a waiter that is in its queues has its result, or the deadline passes (null: for good).
+void sleepInQueues(Waiter& waiter, const timespec* deadline);
 /// Takes a waiter off all its queues. A mutex that it was invited for is offered to the next one.
 void dequeue(Waiter& waiter, Operation& operation) REQUIRES(gLock);
 /// Signals an object and hands it over to as many as it lets through, or has the first one come for a mutex. The caller

@@ -5,7 +5,6 @@
 #include <sys/prctl.h>
 
 #include <csignal>
-#include <utility>
 
 #include "platform/posix/errors.h"
 #include "platform/posix/kernel_objects.h"
@@ -58,11 +57,18 @@ constexpr std::uint32_t kMostParked = 64;
 /// client that unloads the library with a connection open still has it.
 constexpr std::uint32_t kIdleTime = 1000;
 
-/// A thread of the system's that waits for work, on its own stack.
+/// How many objects a wait may name that is begun for a parked thread.
+constexpr std::uint32_t kMostBegun = 4;
+
+/// A thread of the system's that waits for work, on its own stack. If that work begins with a wait, the thread sleeps
+/// on in the queues of what it waits for, and is woken once, by the end of the wait.
 struct Parked {
   Object* work = nullptr;  ///< null: end
   Parked* next = nullptr;
-  std::atomic<std::uint32_t> called = 0;  ///< set without gLock, and the last that is done to it from outside
+  WaitLink links[kMostBegun];
+  Waiter waiter{.thread = currentThread(), .links = links, .count = 0};
+  timespec deadline = {};  ///< of the wait, if it has one
+  bool hasDeadline = false;
 };
 
 constinit Parked* gParked GUARDED_BY(gLock) = nullptr;  // the one that came last first: its memory is still at hand
@@ -72,6 +78,11 @@ constinit bool gKeepsThreads GUARDED_BY(gLock) = false;
 bool park(Parked& place) REQUIRES(gLock) {
   if (!gKeepsThreads || gParkedCount == kMostParked) return false;
   place.next = gParked;
+  place.waiter.count = 0;
+  place.waiter.result = kWaitTimeout;
+  place.waiter.inVain = 0;
+  place.waiter.nextToWake = nullptr;
+  place.waiter.word.store(kAsleep, std::memory_order_relaxed);
   gParked = &place;
   ++gParkedCount;
   return true;
@@ -96,22 +107,40 @@ bool leave(const Parked& place) REQUIRES(gLock) {
   return false;
 }
 
-void call(Parked& place) {
-  place.called.store(1, std::memory_order_release);
-  wakeOne(place.called);
+/// Has a thread that was taken wake and begin with its work.
+void call(Parked& place, Operation& operation) REQUIRES(gLock) {
+  place.waiter.result = kNotBegun;
+  operation.wakeLater(place.waiter);
+}
+
+/// Begins a wait for a thread that was taken. False if the thread must do so itself: the wait ends at once, or before
+/// the thread would look, or is for what is no event.
+bool beginWait(Parked& place, std::uint32_t count, const Handle* objects, std::uint32_t milliseconds) REQUIRES(gLock) {
+  if (count == 0 || count > kMostBegun || milliseconds < kIdleTime) return false;
+  for (std::uint32_t i = 0; i < count; ++i) {
+    Object* const object = find(objects[i], Kind::event);
+    if (object == nullptr || object->signalled) return false;
+    place.links[i] = {.object = object, .waiter = &place.waiter, .previous = nullptr, .next = nullptr};
+  }
+  place.waiter.count = count;
+  place.hasDeadline = milliseconds != kInfinite;
+  if (place.hasDeadline) place.deadline = after(milliseconds);
+  for (std::uint32_t i = 0; i < count; ++i) enqueue(place.links[i]);
+  return true;
 }
 
 /// False if the thread is to end.
 bool awaitWork(Parked& place) {
-  const timespec deadline = after(kIdleTime);
-  while (place.called.load(std::memory_order_acquire) == 0) {
-    if (sleepWhile(place.called, 0, &deadline)) continue;
+  const timespec idleUntil = after(kIdleTime);
+  while (place.waiter.word.load(std::memory_order_acquire) == kAsleep) {
+    if (sleepWhile(place.waiter.word, kAsleep, &idleUntil)) continue;
     const Operation operation;
     if (leave(place)) return false;
     break;
   }
-  // Who took it in that very moment has yet to call it.
-  while (place.called.load(std::memory_order_acquire) == 0) sleepWhile(place.called, 0, nullptr);
+  // It has work by now, and either has been called, or is about to be, or waits.
+  sleepInQueues(place.waiter, place.hasDeadline ? &place.deadline : nullptr);
+  place.waiter.thread.begunWait = place.waiter.result;
   return place.work != nullptr;
 }
 
@@ -159,11 +188,13 @@ class Life {
     abandonMutexes(self, operation);
     signal(mObject, operation);
     drop(mObject);
+    self.begunWait = kNotBegun;
+    mPlace.work = nullptr;
     if (mCameToItsEnd && park(mPlace)) {
       self.number = 0;
-    } else {
-      mPlace.work = nullptr;
-      mPlace.called.store(1, std::memory_order_relaxed);
+    } else {  // called already, and for nothing
+      mPlace.waiter.result = kNotBegun;
+      mPlace.waiter.word.store(kReleased, std::memory_order_relaxed);
     }
   }
   Life(const Life&) = delete;
@@ -172,7 +203,6 @@ class Life {
   void run(const Appearance& appearance) {
     mObject.function(mObject.argument);
     appearance.putBack();
-    mPlace.called.store(0, std::memory_order_relaxed);
     mCameToItsEnd = true;
   }
 
@@ -220,29 +250,33 @@ bool startHoldingModule(Object& object) {
 }  // namespace
 
 Handle createThread(ThreadFunction function, void* argument, std::uint32_t* threadId) {
+  return createWaitingThread(function, argument, threadId, 0, nullptr, 0);
+}
+
+Handle createWaitingThread(ThreadFunction function, void* argument, std::uint32_t* threadId, std::uint32_t count,
+                           const Handle* objects, std::uint32_t milliseconds) {
   static constinit std::atomic<std::uint32_t> lastId = 0;
 
   Object* thread = nullptr;
   Parked* parked = nullptr;
   {
-    const Operation operation;
+    Operation operation;
     thread = newObject(Kind::thread);
     if (!thread) return nullptr;
     thread->manualReset = true;
     thread->function = function;
     thread->argument = argument;
     ++thread->references;  // one for the handle and one for the running thread
+    *threadId = lastId.fetch_add(1, std::memory_order_relaxed) + 1;
     gKeepsThreads = true;
     parked = takeParked();
-    if (parked) parked->work = thread;
+    if (parked) {
+      parked->work = thread;
+      if (!beginWait(*parked, count, objects, milliseconds)) call(*parked, operation);
+    }
   }
   const Handle handle = handleOf(*thread);
-  *threadId = lastId.fetch_add(1, std::memory_order_relaxed) + 1;
-  if (parked) {
-    call(*parked);
-    return handle;
-  }
-  if (startHoldingModule(*thread)) return handle;
+  if (parked || startHoldingModule(*thread)) return handle;
   const Operation operation;
   drop(*thread);
   close(handle);
@@ -251,15 +285,9 @@ Handle createThread(ThreadFunction function, void* argument, std::uint32_t* thre
 }
 
 void releaseThreads() {
-  Parked* parked = nullptr;
-  {
-    const Operation operation;
-    gKeepsThreads = false;
-    parked = std::exchange(gParked, nullptr);
-    gParkedCount = 0;
-    for (Parked* place = parked; place != nullptr; place = place->next) place->work = nullptr;
-  }
-  while (parked != nullptr) call(*std::exchange(parked, parked->next));
+  Operation operation;
+  gKeepsThreads = false;
+  while (Parked* const place = takeParked()) call(*place, operation);
 }
 
 // There is nothing to raise: an ordinary user may not, and for a user who may, each signal would have the woken thread

@@ -2,6 +2,8 @@
 #include <sched.h>
 #include <unistd.h>
 
+#include <utility>
+
 #include "platform/posix/errors.h"
 #include "platform/posix/kernel_objects.h"
 
@@ -36,8 +38,9 @@ bool takeFirstOpen(Waiter& waiter) REQUIRES(gLock) {
   return false;
 }
 
-/// Sleeps until the waiter has its result or the deadline passes.
-void sleepInQueues(Waiter& waiter, const timespec* deadline) {
+}  // namespace
+
+void posix::sleepInQueues(Waiter& waiter, const timespec* deadline) {
   for (;;) {
     const bool inTime = sleepUntilCalled(waiter, deadline);
     {
@@ -54,16 +57,16 @@ void sleepInQueues(Waiter& waiter, const timespec* deadline) {
   }
 }
 
-}  // namespace
-
 std::uint32_t waitForAny(std::uint32_t count, const Handle* objects, std::uint32_t milliseconds) {
   if (count == 0 || count > kMostWaited) {
     setLastError(kInvalidParameter);
     return kWaitFailed;
   }
+  Thread& self = currentThread();
+  if (self.begunWait != kNotBegun) return std::exchange(self.begunWait, kNotBegun);
   WaitLink links[kMostWaited];  // left as it is: a wait pays only for the links that it uses
-  Waiter waiter{.thread = currentThread(), .links = links, .count = count};
-  EndWatch watch(waiter.thread);
+  Waiter waiter{.thread = self, .links = links, .count = count};
+  EndWatch watch(self);
   {
     const Operation operation;
     for (std::uint32_t i = 0; i < count; ++i) {

@@ -44,6 +44,11 @@ Handle createThread(ThreadFunction function, void* argument, std::uint32_t* thre
   return thread;
 }
 
+Handle createWaitingThread(ThreadFunction function, void* argument, std::uint32_t* threadId, std::uint32_t /*count*/,
+                           const Handle* /*objects*/, std::uint32_t /*milliseconds*/) {
+  return createThread(function, argument, threadId);
+}
+
 void releaseThreads() {}
 
 // Raising a priority needs no privilege here, so a refusal is the fault of the handle.

@@ -12,7 +12,7 @@
 namespace {
 
 void Log(kel::ALogger& logger, std::uint32_t number) {
-  logger.log(kel::kInfo, "IssueCommandBase", kel::kLogFlags) << "assigned sequence number " << number << " \n";
+  logger.line(kel::kInfo, "IssueCommandBase", "assigned sequence number ", number, " \n");
 }
 
 void LogLineOff(benchmark::State& state) {

@@ -54,20 +54,14 @@ class ALogger {
 
   /// Opens a line of that level. `function` may be null.
   ALogger& log(std::uint32_t level, const char* function, std::uint32_t flags) {
-    if (isEnabled(level)) {
-      mFormatFlags.store(flags, std::memory_order_relaxed);
-      writeHead(level, function);
-      mLineEnabled.store(true, std::memory_order_relaxed);
-    } else if (isLineEnabled()) {
-      mLineEnabled.store(false, std::memory_order_relaxed);
-    }
+    open(level, function, flags);
     return *this;
   }
 
   /// A line of those pieces. Where it is switched off, no piece is looked at.
   template <class... Pieces>
   void line(std::uint32_t level, const char* function, const Pieces&... pieces) {
-    if (log(level, function, kLogFlags).isLineEnabled()) (*this << ... << pieces);
+    if (open(level, function, kLogFlags)) (*this << ... << pieces);
   }
 
   ALogger& operator<<(const char* text) { return insert(text); }
@@ -94,11 +88,21 @@ class ALogger {
     }
   }
 
-  bool isLineEnabled() const { return mLineEnabled.load(std::memory_order_relaxed); }
+  /// False if the level is switched off.
+  bool open(std::uint32_t level, const char* function, std::uint32_t flags) {
+    if (!isEnabled(level)) {
+      if (mLineEnabled.load(std::memory_order_relaxed)) mLineEnabled.store(false, std::memory_order_relaxed);
+      return false;
+    }
+    mFormatFlags.store(flags, std::memory_order_relaxed);
+    writeHead(level, function);
+    mLineEnabled.store(true, std::memory_order_relaxed);
+    return true;
+  }
 
   template <class Value>
   ALogger& insert(Value value) {
-    if (isLineEnabled()) write(value);
+    if (mLineEnabled.load(std::memory_order_relaxed)) write(value);
     return *this;
   }
 

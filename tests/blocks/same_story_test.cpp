@@ -1,4 +1,5 @@
 // One story told with kept blocks and with released ones: nobody outside can tell the two apart.
+#include <algorithm>
 #include <filesystem>
 #include <regex>
 #include <sstream>
@@ -38,12 +39,12 @@ struct Seen {
 class SameStory : public AsyncTest {
  protected:
   Seen tell(const std::string& setting) {
-    dumpSettings(setting);
     ::testing::internal::CaptureStdout();
     mSeen = {};
     mCalls = gCalls.waitFor(0).size();
     mBroadcasts = gBroadcasts.waitFor(0).size();
-    story();
+    answeredStory(setting);
+    unansweredStory(setting);
     const std::string console = ::testing::internal::GetCapturedStdout();
     if (HasFailure()) std::fputs(console.c_str(), stderr);  // with what failed
     takeConsole(console);
@@ -56,11 +57,22 @@ class SameStory : public AsyncTest {
   }
 
  private:
-  void story() {
+  void connect(const std::string& settings) {
+    std::string all = "LogToConsole=1\n" + settings;
+    for (const char* name : kDumps) all += std::string(name) + "Filename=" + name + "\n";
+    folder.writeSettings(all);
     SluiceHubSim_Reset();
     AddRule(RuleFor(0, SLUICEHUBSIM_BEFORE_REPLY));
     ASSERT_EQ(BrelInit(&handle, nullptr, 1, nullptr, TakeBroadcast, [](std::uint32_t) {}), kStatusOk);
     engine = GetBrelInst(handle);
+  }
+  void disconnect() {
+    engine.reset();
+    EXPECT_EQ(BrelFinalize(handle), kStatusOk);
+  }
+
+  void answeredStory(const std::string& setting) {
+    connect("RxWaitTimeout=" + std::to_string(kLong) + "\n" + setting);
 
     // Long requests and short ones in turn: a block that was used before must not show.
     answered(Invoke(handle, kDebugRef, std::string(5000, 'x').data(), 5000));
@@ -90,19 +102,10 @@ class SameStory : public AsyncTest {
     // From here on the test is the device.
     SluiceHubSim_ClearRules();
     DropRequests(0);
-    answered(Invoke(handle, kDebugRef, "not answered", 12));
-    const std::uint32_t numberThatStaysTaken = GetTuiSeqNum(LastRequest().seqTUI);
-    EXPECT_TRUE(Deliver(handle, kDebugRefTui, numberThatStaysTaken, "late"));
-    EXPECT_TRUE(Deliver(handle, kDebugRefTui, numberThatStaysTaken, "later still"));
-    EXPECT_FALSE(Deliver(handle, kDebugRefTui, 63, "for nobody"));
-
     const Asked asked = InvokeAsync(handle, kDebugRef, OnTask);
     deliver(kDebugRefTui, asked.seqNum, "answer");
     waitForListeners();
     note("asynchronous");
-    EXPECT_EQ(InvokeAsync(handle, kDebugVal, OnTask).status, kStatusOk);  // and nobody answers
-    waitForListeners();
-    note("timed out");
     const Asked stream = InvokeAsync(handle, kDebugRef, OnTask, OnStream);
     deliver(kDebugRefTui, stream.seqNum, "opening");
     deliver(kDebugRefTui, stream.seqNum | kStreamClass, "message");
@@ -112,35 +115,51 @@ class SameStory : public AsyncTest {
 
     // The listener's thread is through with it before the receiving one goes on.
     const std::size_t broadcasts = gBroadcasts.waitFor(0).size();
+    const std::size_t former = LogText("Brel_Broadcast_Listener.logs").size();
     {
       const AfterSetEvent handled([&] { gBroadcasts.waitFor(broadcasts + 1); });
       EXPECT_TRUE(Deliver(handle, kBroadcastTui | 2 << 19, 0, "a broadcast of no known type"));
     }
+    waitUntilSaid("Brel_Broadcast_Listener.logs", former, {"data processing finished \n"});
     note("broadcast");
-    engine.reset();
-    EXPECT_EQ(BrelFinalize(handle), kStatusOk);
+    disconnect();
   }
 
-  void dumpSettings(const std::string& setting) {
-    std::string settings = "LogToConsole=1\nRxWaitTimeout=50\n" + setting;
-    for (const char* name : kDumps) settings += std::string(name) + "Filename=" + name + "\n";
-    folder.writeSettings(settings);
+  void unansweredStory(const std::string& setting) {
+    connect("RxWaitTimeout=0\n" + setting);
+    SluiceHubSim_ClearRules();
+    DropRequests(0);
+    answered(Invoke(handle, kDebugRef, "not answered", 12));
+    const std::uint32_t numberThatStaysTaken = GetTuiSeqNum(LastRequest().seqTUI);
+    EXPECT_TRUE(Deliver(handle, kDebugRefTui, numberThatStaysTaken, "late"));
+    EXPECT_TRUE(Deliver(handle, kDebugRefTui, numberThatStaysTaken, "later still"));
+    EXPECT_FALSE(Deliver(handle, kDebugRefTui, 63, "for nobody"));
+    {
+      const platform::InSection first(EngineInside(*engine).initLock());  // its thread tells of the time-out afterwards
+      EXPECT_EQ(InvokeAsync(handle, kDebugVal, OnTask).status, kStatusOk);
+    }
+    waitForListeners();
+    note("timed out");
+    disconnect();
   }
 
   /// Hands a record to the engine with the sequence's thread kept from it until that is done, and waits until the
   /// thread has handed it on and is back at its wait.
   void deliver(std::uint32_t TUI, std::uint32_t sequenceByte, const std::string& payload) {
     const std::size_t calls = gCalls.waitFor(0).size();
-    const std::string former = LogText("Brel_Async_Listener.logs");
+    const std::size_t former = LogText("Brel_Async_Listener.logs").size();
     {
       const HeldSequences held(EngineInside{*engine});
       EXPECT_TRUE(Deliver(handle, TUI, sequenceByte, payload));
     }
     gCalls.waitFor(calls + 1);
-    const auto said = [&](const char* text) {
-      return LogText("Brel_Async_Listener.logs").find(text, former.size()) != std::string::npos;
-    };
-    while (!said("queue empty. \n") && !said("sequence data freed. \n")) std::this_thread::yield();
+    waitUntilSaid("Brel_Async_Listener.logs", former, {"queue empty. \n", "sequence data freed. \n"});
+  }
+
+  /// Waits for one of the texts, behind what the log has had before.
+  static void waitUntilSaid(const char* log, std::size_t former, std::initializer_list<const char*> texts) {
+    const auto said = [&](const char* text) { return LogText(log).find(text, former) != std::string::npos; };
+    while (std::none_of(texts.begin(), texts.end(), said)) std::this_thread::yield();
   }
 
   void waitForListeners() {

@@ -56,8 +56,9 @@ BrelTasksSequencer::~BrelTasksSequencer() {
     return;
   }
   Acquired acquired(*this);
-  // The mutex is taken again inside.
-  for (std::uint32_t number = 0; number < kSequenceNumbers; ++number) FreeSequence(number);
+  for (std::uint32_t number = 0; number < kSequenceNumbers; ++number) {
+    if (mSequences[number]) FreeSequence(number);  // takes the mutex again
+  }
   acquired.release();
   if (mMutex.handle != nullptr) platform::closeHandle(mMutex.handle);
 }

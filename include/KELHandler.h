@@ -10,8 +10,8 @@
  *     KEL_Init();
  *     if (KEL_Connect(NULL, NULL, &conn) == KEL_OK) {
  *       uint32_t values[3] = {1, 2, 3};
- *       if (KEL_SendReceiveKEL(conn, "TASK_ID_APPLICATION_DEBUG_VAL", 1, values, sizeof values, &answer, &size, NULL) ==
- *           KEL_OK) { ... }
+ *       if (KEL_SendReceiveKEL(conn, "TASK_ID_APPLICATION_DEBUG_VAL", 1, values, sizeof values, &answer, &size,
+ *                              NULL) == KEL_OK) { ... }
  *       KEL_Disconnect(conn);
  *     }
  *     KEL_Finalize();
@@ -32,14 +32,15 @@
  *  5. Threads. Every function may be called from any thread. KEL_Connect, KEL_ConnectEx, KEL_Disconnect, the four
  *     KEL_SendReceive* functions and KEL_ValidateVersion run one at a time in the whole process, over all connections:
  *     a call that waits for its answer keeps the others waiting for as long, which is RxWaitTimeout at most (10000 ms
- *     unless Brel.ini says otherwise). The other functions take no lock and do not block. A call under this rule may need
-     the system's loader: a library's constructor or destructor, or a DllMain, must not make one.
- *  6. Callbacks run on threads of the library, one at a time per connection. Callbacks of different tasks may run on the
- *     same system thread, one after the other: what one leaves in thread-local data, or changes of its thread's locale,
- *     floating-point mode or processors, the next one finds. The pointers that callbacks get are told with each type. A callback may call any function here; a call under rule 5 waits until that of another thread has
- *     ended. KEL_Disconnect waits for its connection's running callback. It therefore never returns if that callback
- *     itself calls it, nor if that callback meanwhile makes another call under rule 5; and from then on no call under
- *     rule 5 returns at all. A C++ exception that leaves a callback ends the program.
+ *     unless Brel.ini says otherwise). The other functions take no lock and do not block. A call under this rule may
+ *     need the system's loader: a library's constructor or destructor, or a DllMain, must not make one.
+ *  6. Callbacks run on threads of the library, one at a time per connection. Callbacks of different tasks may run on
+ *     the same system thread, one after the other: what one leaves in thread-local data, or changes of its thread's
+ *     locale, floating-point mode or processors, the next one finds. The pointers that callbacks get are told with each
+ *     type. A callback may call any function here; a call under rule 5 waits until that of another thread has ended.
+ *     KEL_Disconnect waits for its connection's running callback. It therefore never returns if that callback itself
+ *     calls it, nor if that callback meanwhile makes another call under rule 5; and from then on no call under rule 5
+ *     returns at all. A C++ exception that leaves a callback ends the program.
  *  7. Null pointers. Each function says which of its pointers may be null, and what that means. One of which it says
  *     nothing must not be null; a callback that is null is never called.
  *  8. An exhausted heap is a refusal like any other, with the function's own code: nothing is thrown at a client. What
@@ -90,7 +91,8 @@ typedef struct VersionArray {
 /**
  * Receives broadcasts of one connection, on a thread of the library that serves nothing else.
  *
- * TUIname      The task's name in the task table, or "UNKNOWN_TASK"; not null. A block that is the client's from now on.
+ * TUIname      The task's name in the task table, or "UNKNOWN_TASK"; not null. A block that is the client's from now
+ *              on.
  * isRef        1 if the payload is REF, 0 if it is VAL.
  * payload      A copy of the payload that is the client's from now on; not null, also for a size of 0.
  * payloadSize  Its size in bytes.
@@ -106,8 +108,8 @@ typedef void (*KEL_BroadcastCallback)(char* TUIname, uint32_t isRef, void* paylo
  * commandID     As given with the task.
  * sequenceByte  The sequence number of the task, as given out with the request.
  * isRef         1 if the answer is REF, 0 if it is VAL or there is none.
- * data          The payload, valid until the callback returns. Not null. The record of an error stays valid for good, but
- *               where ReleaseBlocks is set it is released when the callback has returned.
+ * data          The payload, valid until the callback returns. Not null. The record of an error stays valid for good,
+ *               but where ReleaseBlocks is set it is released when the callback has returned.
  * dataSize      Its size in bytes.
  * seqTUI        A word of the device's own, handed on as it came.
  */
@@ -193,9 +195,10 @@ KEL_API uint32_t KEL_SendReceiveKEL(uint64_t conn, const char* taskName, uint32_
  * taskName                       Name of the task in the task table; case counts. Null is an unknown name.
  * commandID                      A number of the client's own, given back in stream callbacks.
  * inputBuffer, inputBufferSize   The payload. Null or size 0: three zeros for a VAL task, nothing for a REF task.
- * initialSeqTUI                  Goes into the request's seqTUI word if the task needs no sequence number, that is, with
- *                                responseExpected 0 and no stream. Mind that such a task, when the device side refuses
- *                                it, ends the task that has number 0, with what KEL_SendReceiveAsyncKELEx says of that.
+ * initialSeqTUI                  Goes into the request's seqTUI word if the task needs no sequence number, that is,
+ *                                with responseExpected 0 and no stream. Mind that such a task, when the device side
+ *                                refuses it, ends the task that has number 0, with what KEL_SendReceiveAsyncKELEx says
+ *                                of that.
  * responseExpected               0: do not wait. Anything else: wait for the answer.
  * resultTaskType, resultParam4   Not used, never written; may be null.
  * expectedResultsTaskBuffer      Gets the answer's payload in a block that is the client's, also for an empty payload.
@@ -240,8 +243,8 @@ KEL_API uint32_t KEL_SendReceiveAsyncKEL(uint64_t conn, const char* taskName, ui
  *                               connection is closed before that, or another task's refusal ends this one. May be null.
  * streamCallbackFunc            Not null: the task answers with a stream, whose messages go there.
  *
- * Returns KEL_OK, KEL_E_CONNECTION if the connection is not open, or KEL_E_ASYNC_TASK if the task could not be sent, and
- * then neither callback is called.
+ * Returns KEL_OK, KEL_E_CONNECTION if the connection is not open, or KEL_E_ASYNC_TASK if the task could not be sent,
+ * and then neither callback is called.
  */
 KEL_API uint32_t KEL_SendReceiveAsyncKELEx(uint64_t conn, const char* taskName, uint32_t commandID,
                                            const void* inputBuffer, uint32_t inputBufferSize, uint32_t initialSeqTUI,

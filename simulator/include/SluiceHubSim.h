@@ -274,8 +274,8 @@ SLUICEHUBSIM_API uint32_t SluiceHubSim_WaitIdle(uint32_t timeoutMs);
 
 /**
  * Begins a capture: every L5 message and event of the process from now on, in a pcapng file of link type USER0.
- * docs/captures.md tells how to read it. The environment variable SLUICEHUB_CAPTURE names a file to begin with the first
- * connection, and goes before this. The capture ends with the process; SluiceHubSim_Reset leaves it alone.
+ * docs/captures.md tells how to read it. The environment variable SLUICEHUB_CAPTURE names a file to begin with the
+ * first connection, and goes before this. The capture ends with the process; SluiceHubSim_Reset leaves it alone.
  *
  * fileName    Its file, in UTF-8; an older one is replaced. `%p` becomes digits that differ from process to process.
  *

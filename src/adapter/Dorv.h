@@ -1,7 +1,8 @@
 // The adapter: the engine's only road to the device side, over the L5 layer of the pipe library.
 //
-// One row per engine links it to an L5 connection. Calling order: Dorv_Init, Dorv_Connect, any number of Dorv_Send, then
-// Dorv_Disconnect or straight Dorv_Finalize. What comes in is handed to the two callbacks on threads of the pipe library.
+// One row per engine links it to an L5 connection. Calling order: Dorv_Init, Dorv_Connect, any number of Dorv_Send,
+// then Dorv_Disconnect or straight Dorv_Finalize. What comes in is handed to the two callbacks on threads of the pipe
+// library.
 //
 // A row's states:
 //

@@ -22,7 +22,8 @@ std::uint32_t Dorv_Send(std::uint32_t handle, const task* record, std::uint32_t 
   DorvInstance& row = gDorvInstances[handle];
 
   const std::uint32_t L5sndBufferSize = sizeof(KelRequestHeader) + size;
-  // A payload beyond the limit is carried whole, in a block of its own; so is one whose size does not agree with `size`.
+  // A payload beyond the limit is carried whole, in a block of its own; so is one whose size does not agree with
+  // `size`.
   const std::size_t room = std::max(sizeof(KelRequestHeader) + std::size_t{size},
                                     sizeof(KelRequestHeader) + sizeof(WireTask) + std::size_t{record->payloadSize});
   std::uint8_t stackBuffer[kSendBufferSize];

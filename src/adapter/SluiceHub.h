@@ -1,8 +1,8 @@
 // The closed pipe library SluiceHub, as far as this library uses it: what is linked, and what is looked up at run time.
 //
 // It reaches the process by both roads at once. The imports below are resolved when the library is loaded; the two
-// functions of the second group are looked up after the adapter has loaded the same file once more (adapter/Loading.cpp).
-// Beacon_WriteTrace, the ninth import, stands with the trace calls (logging/Trace.h).
+// functions of the second group are looked up after the adapter has loaded the same file once more
+// (adapter/Loading.cpp). Beacon_WriteTrace, the ninth import, stands with the trace calls (logging/Trace.h).
 #pragma once
 
 #include <cstdint>

@@ -65,8 +65,8 @@ class BrelTUIsList {
 
   /// The table's bytes as they stand in the file, or else in the library. `*fileName` stays the list's. `*buffer` is a
   /// block of the caller's if it comes from a file and the library's if it is built in, and nothing says which. A
-  /// byte 0xFF or a failed read ends the copy of a file early; `*length` is the file's all the same, and the rest of the
-  /// block is zero.
+  /// byte 0xFF or a failed read ends the copy of a file early; `*length` is the file's all the same, and the rest of
+  /// the block is zero.
   bool RetrieveRawTUIsList(const char** fileName, const char** buffer, std::uint32_t* length);
 
   /// Whether RetrieveRawTUIsList() gave out the library's own table.

@@ -1,10 +1,10 @@
 // The front interface: the engine's operations as plain functions by instance handle. The exports stand on it, and
 // in-process users of the static library may.
 //
-// Every function returns an engine status (Status.h): 2 is success, and 1 also stands for a handle without an engine and
-// for an exhausted heap. None throws.
-// What an operation does, and who owns what it gives out, stands with the member of BrelEngine that it calls. Nothing
-// here takes the exports' lock: several tasks may run at once, from several threads.
+// Every function returns an engine status (Status.h): 2 is success, and 1 also stands for a handle without an engine
+// and for an exhausted heap. None throws. What an operation does, and who owns what it gives out, stands with the
+// member of BrelEngine that it calls. Nothing here takes the exports' lock: several tasks may run at once, from several
+// threads.
 #pragma once
 
 #include <cstdint>
@@ -14,8 +14,8 @@
 
 namespace kel {
 
-/// Makes an engine and brings it up. `*handle` gets its handle. 2, or 1 with no engine in the table; what may be left of
-/// it all the same is told with AddBrelInst() and BrelEngine::init().
+/// Makes an engine and brings it up. `*handle` gets its handle. 2, or 1 with no engine in the table; what may be left
+/// of it all the same is told with AddBrelInst() and BrelEngine::init().
 Status BrelInit(std::uint32_t* handle, const char* TUIsFilePath, std::uint8_t activateVersionControl,
                 const char* versionsVectorsPath, KEL_BroadcastCallback broadcastCallback,
                 AlertsCallback alertsCallback);

@@ -53,8 +53,9 @@ class BrelEngine {
   // What a client calls, through the front functions in Brel.h: any thread, several at once
   // -------------------------------------------------------------------------------------------------------------------
 
-  // Lifecycle.cpp. The paths may be null. 2, or 1, 3, 5, 7, 11, 21 with everything taken down again that Finalize() takes
-  // down; or 1 with nothing taken down if an exception was met, an exhausted heap above all. An adapter row is then lost.
+  // Lifecycle.cpp. The paths may be null. 2, or 1, 3, 5, 7, 11, 21 with everything taken down again that Finalize()
+  // takes down; or 1 with nothing taken down if an exception was met, an exhausted heap above all. An adapter row is
+  // then lost.
   Status init(const char* TUIsFilePath, bool activateVersionControl, const char* versionsVectorsPath);
   /// 2, or 1 with the engine half torn down.
   Status Finalize();
@@ -67,8 +68,8 @@ class BrelEngine {
                     std::uint32_t inputBufferSize, std::uint32_t initialSeqTUI, std::uint8_t responseExpected,
                     void** expectedResultsTaskBuffer, std::uint32_t* expectedResultsTaskBufferSize,
                     std::uint32_t* resultParam4, OpaqueCallback streamCallbackFunc);
-  /// The same for a record that the caller has built and keeps. `*responseRecord` gets the whole answer in a block of the
-  /// caller's, `*responseSize` its size with the head.
+  /// The same for a record that the caller has built and keeps. `*responseRecord` gets the whole answer in a block of
+  /// the caller's, `*responseSize` its size with the head.
   Status IssueCommand(std::uint32_t commandID, task* record, task** responseRecord, std::uint32_t* responseSize,
                       OpaqueCallback streamCallbackFunc);
 

@@ -9,8 +9,8 @@
 
 namespace kel {
 
-// The client's callbacks of a sequence that was opened with a record of the client's own. They get the whole record, valid
-// during the call, and as its size that of the payload. With the exports' tasks go the types in KELHandler.h.
+// The client's callbacks of a sequence that was opened with a record of the client's own. They get the whole record,
+// valid during the call, and as its size that of the payload. With the exports' tasks go the types in KELHandler.h.
 using IssueAsyncCommandCallback = void (*)(std::uint32_t commandID, std::uint32_t sequenceByte, void* record,
                                            std::uint32_t size);
 using IssueStreamCallback = void (*)(std::uint32_t commandID, std::uint32_t sequenceByte, std::uint32_t streamEnd,

@@ -14,8 +14,8 @@ namespace kel {
 
 class AsyncListener;
 
-/// Whether a thread was filed with its sequence, which its delivery relies on: the end of a sequence asks for its thread.
-/// Shared by the thread and by who starts it, since either may be done with it first.
+/// Whether a thread was filed with its sequence, which its delivery relies on: the end of a sequence asks for its
+/// thread. Shared by the thread and by who starts it, since either may be done with it first.
 struct AsyncThreadFiling {
   platform::CriticalSection lock;  ///< held by who starts the thread, until it is filed or given up
   bool filed GUARDED_BY(lock) = false;
@@ -60,15 +60,15 @@ inline constexpr std::uint32_t kErrorCodeTimeout = 2;
 ///   data event             hands on all that is queued, then waits again
 ///   sequence's stop event  frees the sequence, ends with 1
 ///   general stop event     frees the sequence, ends with 2
-///   time-out               reports error 2, frees the sequence, ends with 0. Each wait has the whole time; a stream has
-///                          no time-out
+///   time-out               reports error 2, frees the sequence, ends with 0. Each wait has the whole time; a stream
+///                          has no time-out
 ///   anything else          ends with 3
 ///
 /// It also ends, with the sequence left open, when it cannot take the next answer from the queue (0) or the engine is
 /// gone (4). A thread that ends like this stays counted, so that the general stop of its engine never returns.
 ///
-/// A thread delivers nothing before it is filed: with a short time-out it may be ready ahead of that, and then waits. One
-/// that was given up instead ends with 0 and delivers nothing at all; its sequence is closed by who gave it up.
+/// A thread delivers nothing before it is filed: with a short time-out it may be ready ahead of that, and then waits.
+/// One that was given up instead ends with 0 and delivers nothing at all; its sequence is closed by who gave it up.
 ///
 /// Threads: init() and startListen() come from client threads, several at once, while older threads run. What they set
 /// is atomic; a line may so show the handle of the thread that was started last.

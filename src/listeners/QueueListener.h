@@ -38,9 +38,9 @@ using ProcessDataFunc = std::uint32_t (*)(std::uint32_t engineHandle, const std:
 ///   running       startListen()  the events and the thread
 ///   stopped       stopListen()   none
 ///
-/// The thread ends at its own stop event or at the engine's general one, looked at before each buffer, or when the engine
-/// has no use for it any more; buffers that are then still queued are lost, and become kept blocks with the listener's
-/// end. While the client's function runs it sees neither event, so stopListen() waits as long as that takes.
+/// The thread ends at its own stop event or at the engine's general one, looked at before each buffer, or when the
+/// engine has no use for it any more; buffers that are then still queued are lost, and become kept blocks with the
+/// listener's end. While the client's function runs it sees neither event, so stopListen() waits as long as that takes.
 ///
 /// Threads: recvData() comes from the pipe library's threads, the rest from the engine's start and stop. Queue and log
 /// have their own locking; the handles are atomic, since data may still come while the listener stops.
@@ -55,7 +55,8 @@ class QueueListener {
   QueueListener(const QueueListener&) = delete;
   QueueListener& operator=(const QueueListener&) = delete;
 
-  /// Makes the events, which stay the listener's, and gives their handles out. The general stop event stays the engine's.
+  /// Makes the events, which stay the listener's, and gives their handles out. The general stop event stays the
+  /// engine's.
   ListenerResult init(std::uint32_t engineHandle, ProcessDataFunc processDataFunc, platform::Handle* dataEventOut,
                       platform::Handle* stopWaitEventOut, platform::Handle generalStopEvent);
   /// `owner` keeps the listener, and all that it hands its buffers to, alive until the thread has ended.

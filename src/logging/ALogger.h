@@ -23,18 +23,18 @@ inline constexpr const char* kLoggerRegistryKey = "Software\\Brel\\ALogger";
 ///
 ///     [0 - 0] info - DorvL5 - Dorv_Init - (0) - Success.
 ///
-/// each behind a line break of its own. A line is a head call and the insertions that follow it; nothing is kept between
-/// them, for each opens the file, appends and closes it. A line can therefore be followed from outside while the process
-/// runs or when it has died, and several processes may share a file.
+/// each behind a line break of its own. A line is a head call and the insertions that follow it; nothing is kept
+/// between them, for each opens the file, appends and closes it. A line can therefore be followed from outside while
+/// the process runs or when it has died, and several processes may share a file.
 ///
-/// Threads: any number, with no lock. Pieces of lines from several threads may interleave, and a thread may see the line
-/// flag of another. Where the system appends in two steps, as Windows does, a piece may take the place of one that is
-/// written at the same moment. A head call that is switched off costs the test of its switch and that of the line flag,
-/// an insertion behind it another of the line flag. Memory is written only where the line before was on, so that threads
-/// do not take the logger from each other's caches.
+/// Threads: any number, with no lock. Pieces of lines from several threads may interleave, and a thread may see the
+/// line flag of another. Where the system appends in two steps, as Windows does, a piece may take the place of one that
+/// is written at the same moment. A head call that is switched off costs the test of its switch and that of the line
+/// flag, an insertion behind it another of the line flag. Memory is written only where the line before was on, so that
+/// threads do not take the logger from each other's caches.
 ///
-/// Nothing is ever reported or thrown: a missing key, an unwritable folder, a failed open or an exhausted heap only means
-/// that lines are lost.
+/// Nothing is ever reported or thrown: a missing key, an unwritable folder, a failed open or an exhausted heap only
+/// means that lines are lost.
 class ALogger {
  public:
   constexpr ALogger() = default;

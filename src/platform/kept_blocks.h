@@ -7,9 +7,9 @@
 
 namespace kel {
 
-/// Says what becomes of a block that nobody uses any more, where the library is known to keep it: it stays allocated, or
-/// is released if ReleaseBlocks asks for that. Each object that has such blocks has one of these, to which the engine
-/// copies its setting. Threads: any.
+/// Says what becomes of a block that nobody uses any more, where the library is known to keep it: it stays allocated,
+/// or is released if ReleaseBlocks asks for that. Each object that has such blocks has one of these, to which the
+/// engine copies its setting. Threads: any.
 class KeptBlocks {
  public:
   KeptBlocks() = default;

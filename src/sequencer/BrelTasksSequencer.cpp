@@ -66,8 +66,9 @@ BrelTasksSequencer::~BrelTasksSequencer() {
 bool BrelTasksSequencer::acquire(std::uint32_t milliseconds, Abandoned abandoned) NO_THREAD_SAFETY_ANALYSIS {
   switch (platform::waitForOne(mMutex.handle, milliseconds)) {
     case platform::kWaitObject: return true;
-    // Who refuses an abandoned mutex has become its owner all the same, and gives nothing back: that is for an operation
-    // that was let in. The mutex is free again when this thread has ended, and is then found abandoned once more.
+    // Who refuses an abandoned mutex has become its owner all the same, and gives nothing back: that is for an
+    // operation that was let in. The mutex is free again when this thread has ended, and is then found abandoned once
+    // more.
     case platform::kWaitAbandoned: return abandoned == Abandoned::accept;
     default: return false;
   }
@@ -398,8 +399,8 @@ SeqStatus BrelTasksSequencer::RetrieveNextAsyncBufferBySeqNum(std::uint32_t seqN
   if (serial == 0 || !acquire(kNextBufferWait, Abandoned::refuse)) return SEQ_RETRIEVE_FAILED;
   Acquired acquired(*this);
   // A task that was refused may have closed this sequence between the two, and another may have its number by now. That
-  // is a failure, as for a sequence that was gone before, and not an empty queue: behind that the sequence's thread would
-  // go on to wait on events that are closed with the sequence, and may be another's.
+  // is a failure, as for a sequence that was gone before, and not an empty queue: behind that the sequence's thread
+  // would go on to wait on events that are closed with the sequence, and may be another's.
   sequence_element* element = find(seqNum);
   if (element == nullptr || element->serial != serial) return SEQ_RETRIEVE_FAILED;
   std::uint8_t* tmpAsyncBuffer = nullptr;

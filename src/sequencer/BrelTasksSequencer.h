@@ -154,8 +154,8 @@ class BrelTasksSequencer {
   /// for which there is no memory is missing, like one that was never filed.
   SeqStatus RetrieveBySeqNum(std::uint32_t seqNum, sequence_snapshot* snapshot);
 
-  // Parts of a sequence. The status is that of RetrieveBySeqNum, and to be looked at first: with any but SEQ_RETRIEVE_OK
-  // the outputs mean nothing, and no buffer is given out.
+  // Parts of a sequence. The status is that of RetrieveBySeqNum, and to be looked at first: with any but
+  // SEQ_RETRIEVE_OK the outputs mean nothing, and no buffer is given out.
   SeqStatus RetrieveSyncDataEventBySeqNum(std::uint32_t seqNum, platform::Handle* syncDataEvent);
   SeqStatus RetrieveASyncDataEventBySeqNum(std::uint32_t seqNum, platform::Handle* aSyncDataEvent);
   SeqStatus RetrieveAsyncThreadInfoBySeqNum(std::uint32_t seqNum, platform::Handle* stopEvent,
@@ -172,8 +172,8 @@ class BrelTasksSequencer {
   /// The copied buffer is the caller's; null if there is none, or no memory for it.
   SeqStatus RetrieveDataBySeqNum(std::uint32_t seqNum, std::uint32_t* TUI, std::uint8_t** buffer,
                                  std::uint32_t* bufferSize, bool* isStream);
-  /// Takes the oldest answer off the queue; it is the caller's. SEQ_RETRIEVE_EMPTY if there is none, SEQ_RETRIEVE_FAILED
-  /// if there is no such sequence, or it is closed meanwhile.
+  /// Takes the oldest answer off the queue; it is the caller's. SEQ_RETRIEVE_EMPTY if there is none,
+  /// SEQ_RETRIEVE_FAILED if there is no such sequence, or it is closed meanwhile.
   SeqStatus RetrieveNextAsyncBufferBySeqNum(std::uint32_t seqNum, std::uint32_t* TUI, std::uint8_t** buffer,
                                             std::uint32_t* bufferSize, bool* isStream);
 

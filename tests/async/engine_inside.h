@@ -52,8 +52,8 @@ class HeldSequences {
   const platform::Handle mMutex;
 };
 
-/// While it lives this thread may handle answers in the place of a sequence's own, which then frees nothing before it is
-/// done. The locks are taken in the engine's order.
+/// While it lives this thread may handle answers in the place of a sequence's own, which then frees nothing before it
+/// is done. The locks are taken in the engine's order.
 class InPlaceOfThread {
  public:
   explicit InPlaceOfThread(EngineInside inside) : mInLock(inside.initLock()), mHeld(inside) {}

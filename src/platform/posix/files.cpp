@@ -24,8 +24,8 @@ int formatNow(const char* format, char (&text)[kDateTextSize]) {
 
 const char kPathSeparator = '/';
 
-// The system opens a folder for reading too, and fails only the reads. Most files that are asked for here are not there,
-// so a stream is made only for one that is.
+// The system opens a folder for reading too, and fails only the reads. Most files that are asked for here are not
+// there, so a stream is made only for one that is.
 std::FILE* openToRead(const char* fileName) {
   const int descriptor = open(fileName, O_RDONLY);
   if (descriptor != -1) {

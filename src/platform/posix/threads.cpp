@@ -50,8 +50,8 @@ bool holdModule(void** module) {
 // of its function serves the next function that is started, as another thread: it has a number of its own, owns
 // nothing, and has its signals and its name put back. One that is ended by pthread_exit() is gone.
 
-/// As many as one connection can use at once. More would lie idle as a rule.
-constexpr std::uint32_t kMostParked = 64;
+/// As many as 15 connections use that have 16 tasks under way each. More would lie idle as a rule.
+constexpr std::uint32_t kMostParked = 256;
 
 /// After so many milliseconds without work a thread ends. It also keeps the library mapped; so this is how long a
 /// client that unloads the library with a connection open still has it.

@@ -56,9 +56,8 @@ BrelTasksSequencer::~BrelTasksSequencer() {
     return;
   }
   Acquired acquired(*this);
-  for (std::uint32_t number = 0; number < kSequenceNumbers; ++number) {
-    if (mSequences[number]) FreeSequence(number);  // takes the mutex again
-  }
+  // The mutex is taken again inside.
+  for (std::uint32_t number = 0; number < kSequenceNumbers; ++number) FreeSequence(number);
   acquired.release();
   if (mMutex.handle != nullptr) platform::closeHandle(mMutex.handle);
 }

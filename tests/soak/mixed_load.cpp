@@ -4,8 +4,8 @@
 //
 // Every call is followed to its outcome, no callback may come behind its connection's end, and what the process has of
 // the system must not grow but for what the library keeps on purpose, which is counted; with blocks released that is no
-// memory at all. Ends with a table and a
-// verdict: status 0, or 1 if anything is lost, late or grows, or if calls do not come back.
+// memory at all. Ends with a table and a verdict: status 0, or 1 if anything is lost, late or grows, or if calls do not
+// come back.
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -488,11 +488,8 @@ int main(int argc, char** argv) {
   folder.writeSettings(std::string(kSettings) + (released ? "ReleaseBlocks=1\n" : ""));
   folder.write("SluiceHub.json", kScenario);
   KEL_Init();
-  if (released) {
-    gBlocks = {0, 0, 0, 0};
-  } else {
-    MeasureVersionCheck();
-  }
+  if (released) gBlocks = {0, 0, 0, 0};
+  MeasureVersionCheck();  // which also starts what a process has from its first thread on
   const int status = Soak(seconds).run();
   KEL_Finalize();
   return status;

@@ -134,10 +134,9 @@ TEST_F(ThreadThatBeginsWithAWait, IsToldOfItsTimeOutInTime) {
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(1500));
 }
 
-TEST_F(ThreadThatBeginsWithAWait, IsToldOfAStaleHandle) {
-  const Handle stale = createEvent(false, false);
-  closeHandle(stale);
-  EXPECT_EQ(WaitingThread({mFirst, stale}, kLong).result(), kWaitFailed);
+// A null handle is none on every system; the value of a closed one may be the thread's own.
+TEST_F(ThreadThatBeginsWithAWait, IsToldOfANullHandle) {
+  EXPECT_EQ(WaitingThread({mFirst, nullptr}, kLong).result(), kWaitFailed);
 }
 
 TEST_F(ThreadThatBeginsWithAWait, OwnsTheMutexThatItWaitedFor) {

@@ -185,6 +185,8 @@ TEST_F(Reload, ALibraryLoadedTwiceStaysForItsSecondUser) {
   EXPECT_TRUE(first.unload());
   EXPECT_TRUE(IsLoaded(kLibrary));
   Use(second);
+  EXPECT_TRUE(second.unload());
+  EXPECT_TRUE(LeavesProcess());
 }
 
 TEST_F(Reload, NothingButTheExportsIsFound) {

@@ -20,6 +20,16 @@ class ReleasedBlocks : public AsyncTest {
     return connected;
   }
 
+  /// With number 0 taken by a task whose answer came when it was waited for no longer.
+  std::uint32_t connectAndAnswerTooLate() {
+    folder.writeSettings("RxWaitTimeout=0\n");
+    const std::uint32_t connected = connect();
+    DropRequests(0);
+    EXPECT_EQ(InvokeVal(connected, {1, 2, 3}).status, kStatusFailed);
+    EXPECT_TRUE(Deliver(connected, kDebugValTui, 0, "late"));
+    return connected;
+  }
+
   const EnvironmentVariable released{"KELHANDLER_RELEASE_BLOCKS", "1"};
 };
 
@@ -35,21 +45,13 @@ TEST_F(ReleasedBlocks, OfSynchronousTasks) {
 }
 
 TEST_F(ReleasedBlocks, OfATaskThatIsNotAnsweredAndOfItsLateAnswers) {
-  folder.writeSettings("RxWaitTimeout=0\n");
-  const std::uint32_t connected = connect();
-  DropRequests(0);
-  EXPECT_EQ(InvokeVal(connected, {1, 2, 3}).status, kStatusFailed);
-  EXPECT_TRUE(Deliver(connected, kDebugValTui, 0, "late"));
+  const std::uint32_t connected = connectAndAnswerTooLate();
   EXPECT_TRUE(Deliver(connected, kDebugValTui, 0, "later still"));
 }
 
 // Its sequences are then never closed.
 TEST_F(ReleasedBlocks, OfATableThatItsLastOwnerLeftBehind) {
-  folder.writeSettings("RxWaitTimeout=0\n");
-  const std::uint32_t connected = connect();
-  DropRequests(0);
-  EXPECT_EQ(InvokeVal(connected, {1, 2, 3}).status, kStatusFailed);
-  EXPECT_TRUE(Deliver(connected, kDebugValTui, 0, "late"));
+  const std::uint32_t connected = connectAndAnswerTooLate();
   const platform::Handle mutex = EngineInside(*GetBrelInst(connected)).sequencerMutex();
   std::thread([mutex] { platform::waitForOne(mutex, platform::kInfinite); }).join();
 }

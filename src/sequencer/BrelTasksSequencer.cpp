@@ -12,12 +12,6 @@ namespace {
 constexpr std::uint32_t kTableWait = 60000;
 constexpr std::uint32_t kNextBufferWait = 5000;
 
-bool CloseEvent(platform::Handle* event) {
-  const bool closed = *event == nullptr || platform::closeHandle(*event);
-  *event = nullptr;
-  return closed;
-}
-
 /// What both ways of filing data give to the caller.
 void HandOut(const sequence_element& element, platform::Handle* syncDataEvent, platform::Handle* aSyncDataEvent,
              AsyncListener** asyncListenerInstance, bool* isAsync, bool* isStream) {
@@ -59,7 +53,7 @@ BrelTasksSequencer::~BrelTasksSequencer() {
   // The mutex is taken again inside.
   for (std::uint32_t number = 0; number < kSequenceNumbers; ++number) FreeSequence(number);
   acquired.release();
-  if (mMutex.handle != nullptr) platform::closeHandle(mMutex.handle);
+  platform::closeHandle(mMutex.handle);
 }
 
 bool BrelTasksSequencer::acquire(std::uint32_t milliseconds, Abandoned abandoned) NO_THREAD_SAFETY_ANALYSIS {
@@ -145,8 +139,8 @@ SeqStatus BrelTasksSequencer::FreeSequence(std::uint32_t seqNum) {
   Acquired acquired(*this);
   sequence_element* element = find(seqNum);
   if (element == nullptr) return SEQ_FREE_FAILED;
-  for (platform::Handle* event : {&element->syncDataEvent, &element->aSyncDataEvent, &element->stopEvent}) {
-    if (!CloseEvent(event)) result = SEQ_FREE_FAILED;
+  for (const platform::Handle event : {element->syncDataEvent, element->aSyncDataEvent, element->stopEvent}) {
+    if (!platform::closeHandle(event)) result = SEQ_FREE_FAILED;
   }
 
   std::uint8_t* queued = nullptr;
@@ -279,7 +273,7 @@ SeqStatus BrelTasksSequencer::RetrieveBySeqNum(std::uint32_t seqNum, sequence_sn
   snapshot->syncDataEvent = element->syncDataEvent;
   snapshot->aSyncDataEvent = element->aSyncDataEvent;
   snapshot->stopEvent = element->stopEvent;
-  if (element->buffer != nullptr && element->bufferSize != 0) {
+  if (element->buffer != nullptr) {
     try {
       snapshot->buffer = CopyBlock(element->buffer, element->bufferSize);
       snapshot->bufferSize = element->bufferSize;
@@ -409,10 +403,8 @@ SeqStatus BrelTasksSequencer::RetrieveNextAsyncBufferBySeqNum(std::uint32_t seqN
     std::free(tmpAsyncBuffer);
     return SEQ_RETRIEVE_FAILED;
   }
-  if (tmpAsyncBuffer != nullptr && tmpAsyncBufferSize != 0) {
-    *buffer = tmpAsyncBuffer;
-    *bufferSize = tmpAsyncBufferSize;
-  }
+  *buffer = tmpAsyncBuffer;
+  *bufferSize = tmpAsyncBufferSize;
   return queue_res == QUEUE_EMPTY ? SEQ_RETRIEVE_EMPTY : SEQ_RETRIEVE_OK;
 }
 

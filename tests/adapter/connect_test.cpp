@@ -212,6 +212,25 @@ TEST_F(Connecting, IsNothingToEndOnAFreeRow) {
   EXPECT_EQ(log.fresh(), RowInfo(9, kDisconnect, "Start. \n"));
 }
 
+// No engine connects without a row.
+TEST_F(Connecting, LeavesTheLinkOfAFreeRowOpen) {
+  const std::uint32_t other = connectRow();
+  setReply({0, 1001, 1, 'B', 0});
+  ASSERT_EQ(Dorv_Connect(9, "127.0.0.1", 1234), DORV_OK);
+  const std::uint64_t link = Dorv_GetL5Connection(9);
+  const std::uint64_t sent = messagesSent();
+  log.fresh();
+  EXPECT_EQ(Dorv_Disconnect(9), DORV_OK);
+  EXPECT_EQ(log.fresh(), RowInfo(9, kDisconnect, "Start. \n"));
+  setReply({0, 1001, 1, 255, 0});
+  EXPECT_EQ(Dorv_Connect(8, "127.0.0.1", 1234), DORV_FAILED);
+  EXPECT_EQ(Dorv_GetL5Connection(9), link);
+  EXPECT_NE(Dorv_GetL5Connection(8), 0u);
+  EXPECT_EQ(messagesSent(), sent + 1);
+  EXPECT_EQ(SluiceHubSim_GetConnections(nullptr, 0), 3u);
+  EXPECT_EQ(row(other).disconnecting, 0u);
+}
+
 TEST_F(Connecting, GivesEachRowALinkOfItsOwn) {
   const std::uint32_t one = connectRow('A'), other = connectRow('B');
   EXPECT_NE(Dorv_GetL5Connection(one), Dorv_GetL5Connection(other));

@@ -8,9 +8,41 @@
 #include "support/platform_calls.h"
 #include "support/process_resources.h"
 
+namespace {
+bool gInitFails = false;
+}
+
+extern "C" {
+
+// Where calls of kel::AsyncListener::init() are sent by the linker. It has no way to fail, and the engine looks at its
+// result all the same.
+std::uint32_t __real__ZN3kel13AsyncListener4initEjPFjjjjPhjEPFjjPvjPS1_PjEPFbjjEPFvS1_jEjS4_S4_S4_j(
+    kel::AsyncListener*, std::uint32_t, kel::ProcessSequenceDataFunc, kel::RetrieveNextBufferFunc,
+    kel::FreeSequenceFunc, kel::SetResponseStatusFunc, std::uint32_t, kel::platform::Handle, kel::platform::Handle,
+    kel::platform::Handle, std::uint32_t);
+std::uint32_t __wrap__ZN3kel13AsyncListener4initEjPFjjjjPhjEPFjjPvjPS1_PjEPFbjjEPFvS1_jEjS4_S4_S4_j(
+    kel::AsyncListener* listener, std::uint32_t engineHandle, kel::ProcessSequenceDataFunc processDataFunc,
+    kel::RetrieveNextBufferFunc retrieveNextBufferFunc, kel::FreeSequenceFunc freeSequenceFunc,
+    kel::SetResponseStatusFunc setResponseStatusFunc, std::uint32_t seqNum, kel::platform::Handle dataEvent,
+    kel::platform::Handle stopWaitEvent, kel::platform::Handle generalStopEvent, std::uint32_t logToConsole);
+
+std::uint32_t __wrap__ZN3kel13AsyncListener4initEjPFjjjjPhjEPFjjPvjPS1_PjEPFbjjEPFvS1_jEjS4_S4_S4_j(
+    kel::AsyncListener* listener, std::uint32_t engineHandle, kel::ProcessSequenceDataFunc processDataFunc,
+    kel::RetrieveNextBufferFunc retrieveNextBufferFunc, kel::FreeSequenceFunc freeSequenceFunc,
+    kel::SetResponseStatusFunc setResponseStatusFunc, std::uint32_t seqNum, kel::platform::Handle dataEvent,
+    kel::platform::Handle stopWaitEvent, kel::platform::Handle generalStopEvent, std::uint32_t logToConsole) {
+  if (gInitFails) return kel::LISTENER_INIT_FAILED;
+  return __real__ZN3kel13AsyncListener4initEjPFjjjjPhjEPFjjPvjPS1_PjEPFbjjEPFvS1_jEjS4_S4_S4_j(
+      listener, engineHandle, processDataFunc, retrieveNextBufferFunc, freeSequenceFunc, setResponseStatusFunc, seqNum,
+      dataEvent, stopWaitEvent, generalStopEvent, logToConsole);
+}
+
+}  // extern "C"
+
 namespace kel::test {
 namespace {
 
+using ::testing::EndsWith;
 using ::testing::IsEmpty;
 
 constexpr std::uint32_t kNotOpen = 40;
@@ -37,6 +69,15 @@ bool HandleValuesComeAgain() {
   platform::closeHandle(second);
   return first == second;
 }
+
+/// While one lives, no listener becomes ready.
+class FailingInit {
+ public:
+  FailingInit() { gInitFails = true; }
+  ~FailingInit() { gInitFails = false; }
+  FailingInit(const FailingInit&) = delete;
+  FailingInit& operator=(const FailingInit&) = delete;
+};
 
 class ThreadsTest : public AsyncTest {
  protected:
@@ -73,6 +114,38 @@ TEST_F(ThreadsTest, ActivationMakesTheListenerReadyAndStartsNoThread) {
             Transcript().info("ActivateAsyncThread", "OK init async listener \n"));
   EXPECT_EQ(inside().threads(), 0);
   EXPECT_TRUE(inside().listenerActive());
+}
+
+TEST_F(ThreadsTest, AListenerThatIsNotReadyIsNotActivated) {
+  const FailingInit failing;
+  EXPECT_EQ(EngineSays([this] { EXPECT_FALSE(inside().activate()); }),
+            Transcript().error("ActivateAsyncThread", "problem init async listener \n"));
+  EXPECT_FALSE(inside().listenerActive());
+}
+
+TEST_F(ThreadsTest, AnEngineDoesNotComeUpWithAListenerThatIsNotReady) {
+  std::uint32_t number = kNoBrelHandle;
+  const std::shared_ptr<BrelEngine> refused = AddBrelInst(&number);
+  const FailingInit failing;
+  engineLog.fresh();
+  EngineSays([&] { EXPECT_EQ(refused->init(nullptr, false, nullptr), kStatusFailed); });
+  EXPECT_THAT(engineLog.fresh(),
+              EndsWith(EngineLog()
+                           .info("init", "loaded TUIs \n")
+                           .error("ActivateAsyncThread", "problem init async listener \n")
+                           .error("init", "could not activate async thread \n")
+                           .info("Finalize", "Start \n")
+                           .info("ShutdownAsyncThread", "async listener not active - stop not required \n")
+                           .info("Finalize", "End \n")
+                           .text()));
+  RemoveBrelInst(number);
+}
+
+TEST_F(ThreadsTest, AListenerThatIsNotReadyStartsNoThread) {
+  const FailingInit failing;
+  EXPECT_EQ(EngineSays([this] { EXPECT_FALSE(inside().generate(7, dataEvent, stopEvent, false)); }),
+            Problem("GenerateAsyncThread", 7, "problem init async listener"));
+  EXPECT_EQ(inside().threads(), 0);
 }
 
 TEST_F(ThreadsTest, AThreadThatCannotBeFiledIsTakenBack) {

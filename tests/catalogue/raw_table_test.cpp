@@ -86,6 +86,18 @@ TEST_F(RawTable, FailsIfTheFileIsEmptyAndNothingWasRead) {
   expectReported({kFileIsEmpty, kResourceIsEmpty});
 }
 
+TEST_F(RawTable, IsTheBuiltInOneIfTheFileHasNoPosition) {
+  readBuiltIn();
+  mDirectory.write("table.csv", "ONE");
+  EXPECT_TRUE(printed([this] {
+    const FailingTell noPosition;
+    return mList.RetrieveRawTUIsList(&mName, &mBuffer, &mLength);
+  }));
+  EXPECT_EQ(mBuffer, platform::findResource(nullptr, "#101", "TUISFILE").bytes);
+  EXPECT_EQ(mLength, 4101U);
+  expectReported({kFileIsEmpty});
+}
+
 TEST_F(RawTable, HasTheExactBytesOfAFile) {
   std::string content = "ONE\r\nTWO\n\r\n\x1A three";
   content += '\0';

@@ -154,6 +154,19 @@ TEST_F(RowReader, RefusesANameOf100Bytes) {
   expectReported({{"error", "ReadOneTUI", "could not read NAME field. \n", "could not read TUI NAME field. \n"}});
 }
 
+TEST(RowReaderOfAFreshList, HasNoLogYetAndTellsOnTheConsole) {
+  BrelTUIsList list;
+  list.mLogToConsole = 1;
+  const std::string text(100, 'N');
+  const char* position = text.c_str();
+  Row row;
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(list.ReadOneTUI(&position, &row.name, &row.index, &row.zone, &row.target, &row.priority, &row.type,
+                            &row.decimalTUI, &row.hexTUI, &row.oneTUIlineLength),
+            0);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "ReadOneTUI - could not read TUI NAME field. \n");
+}
+
 TEST_F(RowReader, RefusesOtherWordsOf100Bytes) {
   const std::string most(98, 'W');
   const std::string tooLong(99, 'W');
@@ -177,6 +190,7 @@ TEST_F(RowReader, ReadsTheDecimalTUIAsFarAsItIsANumber) {
   EXPECT_EQ(read("A,  0, 0, KEL_TRACE, 1, REF, 0x12, 0x1\n").decimalTUI, 0U);
   EXPECT_EQ(read("A,  0, 0, KEL_TRACE, 1, REF,\t 0012, 0x1\n").decimalTUI, 12U);
   EXPECT_EQ(read("A,  0, 0, KEL_TRACE, 1, REF, +12, 0x1\n").decimalTUI, 12U);
+  EXPECT_EQ(read("A,  0, 0, KEL_TRACE, 1, REF, -12, 0x1\n").decimalTUI, 0xFFFFFFF4U);
 }
 
 TEST_F(RowReader, RefusesARowWithTooFewCommasAtTheFieldThatIsMissing) {

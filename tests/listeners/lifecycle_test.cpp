@@ -191,6 +191,18 @@ TYPED_TEST(Lifecycle, CannotStopAThreadThatWasNeverStarted) {
   EXPECT_EQ(this->console(), "stopListen - unhandled result on wait for listener thread exit \n");
 }
 
+TYPED_TEST(Lifecycle, StaysOpenIfTheWaitForItsThreadTimesOut) {
+  this->start();
+  {
+    const FailingCall failing(PlatformCall::kWaitForOneInTime);
+    EXPECT_EQ(this->listener->stopListen(), LISTENER_STOP_PROBLEM);
+  }
+  EXPECT_TRUE(platform::setEvent(this->dataEvent));
+  EXPECT_THAT(this->console(), HasSubstr("stopListen - WAIT_TIMEOUT on wait for listener thread exit \n"));
+  EXPECT_THAT(this->log(),
+              HasSubstr(this->line("error", "stopListen", "WAIT_TIMEOUT on wait for listener thread exit \n")));
+}
+
 TYPED_TEST(Lifecycle, ShutsDownRepeatedly) {
   EXPECT_EQ(this->listener->shutdown(), LISTENER_SHUTDOWN_OK);
   this->init();

@@ -234,6 +234,20 @@ TEST_F(Logger, SharesNoReadingOfAnotherKey) {
   EXPECT_FALSE(anyFile());
 }
 
+TEST_F(Logger, WithoutAKeyHasNothingToShareAndIsOff) {
+  switchLog(true, true, true);
+  const SwitchesReadOnce forAll;
+  ALogger other;
+  other.setRegistryKey(kLoggerRegistryKey);
+  other.setRegistryKey(nullptr);
+  other.setFileName("test.logs");
+  other.log(kError, "function", kLogFlags) << "text";
+  EXPECT_FALSE(anyFile());
+  setUp();
+  logger.log(kError, nullptr, kLogFlags) << "text";
+  EXPECT_EQ(written(), "\n[0 - 0] error - Module - text");
+}
+
 TEST_F(Logger, MayBeGivenAnotherFileWhileItWrites) {
   setUp(true, true, true);
   std::thread writer([this] {

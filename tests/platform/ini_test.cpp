@@ -33,6 +33,12 @@ TEST(Ini, AMissingFileGivesTheDefaultWithoutItsTrailingBlanks) {
   EXPECT_STREQ(value, "default");
 }
 
+TEST(Ini, WithoutRoomNothingIsWritten) {
+  char value[] = "before";
+  EXPECT_EQ(iniValue("Common", "Key", "default", value, 0, "./no_such_file.ini"), 0U);
+  EXPECT_STREQ(value, "before");
+}
+
 TEST(Ini, AFolderInThePlaceOfTheFileGivesTheDefault) {
   const char* const name = "./ini_test_folder.ini";
   std::filesystem::create_directory(name);

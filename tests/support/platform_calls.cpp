@@ -109,6 +109,7 @@ bool __wrap__ZN3kel8platform12releaseMutexEPv(Handle mutex) {
 std::uint32_t __wrap__ZN3kel8platform10waitForOneEPvj(Handle object, std::uint32_t milliseconds) {
   if (tNotedTimes != nullptr) tNotedTimes->waits.push_back(milliseconds);
   if (Fails(PlatformCall::kWaitForOne)) return kel::platform::kWaitFailed;
+  if (Fails(PlatformCall::kWaitForOneInTime)) return kel::platform::kWaitTimeout;
   return __real__ZN3kel8platform10waitForOneEPvj(object, milliseconds);
 }
 

@@ -8,7 +8,15 @@
 
 namespace kel::test {
 
-enum class PlatformCall { kCreateThread, kSetThreadPriority, kCloseHandle, kSetEvent, kWaitForOne, kReleaseMutex };
+enum class PlatformCall {
+  kCreateThread,
+  kSetThreadPriority,
+  kCloseHandle,
+  kSetEvent,
+  kWaitForOne,
+  kWaitForOneInTime,  ///< the failure is a time-out
+  kReleaseMutex,
+};
 
 /// While one lives, a call fails on the thread that made it, with nothing done, once `after` such calls were let
 /// through. One at a time.

@@ -9,14 +9,20 @@
 namespace kel::test {
 namespace {
 
-TEST_F(TaskList, IsNotReadFromAPipe) {
+TEST_F(TaskList, IsNotReadFromAPipeNorTakenFromOneAsItStands) {
   ASSERT_EQ(mkfifo("table.csv", 0600), 0);
   const int bothEnds = open("table.csv", O_RDWR);  // so that the list need not wait for a writer
   ASSERT_GE(bothEnds, 0);
   EXPECT_TRUE(readTUIs());
+  const char *name = nullptr, *buffer = nullptr;
+  std::uint32_t length = 0;
+  EXPECT_TRUE(printed([&] { return mList.RetrieveRawTUIsList(&name, &buffer, &length); }));
   expectReported({{"info", "ReadTUIs", kOpened},
-                  {"error", "ReadTUIs", "The KEL_ALLTASKS.csv TUIs file is EMPTY. Using defaults. \n"}});
+                  {"error", "ReadTUIs", "The KEL_ALLTASKS.csv TUIs file is EMPTY. Using defaults. \n"},
+                  {"error", "RetrieveRawTUIsList",
+                   "The KEL_ALLTASKS.csv TUIs file is EMPTY. Retrieving internal resource. \n"}});
   EXPECT_EQ(tuiOf("TASK_ID_TRACE_ADAPTER"), 614400U);
+  EXPECT_EQ(length, 4101U);
   close(bothEnds);
 }
 

@@ -45,9 +45,9 @@ endif()
 
 foreach(file IN LISTS files)
   read_directives("${file}" directives)
-  # Platforms are known to the platform's own code, to what a tool asks beyond it, and to tests that are about one of
-  # them.
-  string(REGEX MATCH "^src/platform/|^(tests|tools)/.*/(posix|win32)/" knows_system "${file}")
+  # Platforms are known to the platform's own code, to what the client layer and a tool ask beyond it, and to tests that
+  # are about one of them.
+  string(REGEX MATCH "^src/platform/|^include/kel/detail/|^(tests|tools)/.*/(posix|win32)/" knows_system "${file}")
   string(REGEX REPLACE "^src/([^/]+)/.*" "\\1" folder "${file}")
   foreach(line IN LISTS directives)
     if(line MATCHES "#[ \t]*include[ \t]*[<\"]([^>\"]+)[>\"]")

@@ -3,8 +3,8 @@
 
 #include <algorithm>
 #include <memory>
-#include <random>
 
+#include "catalogue/random_tables.h"
 #include "catalogue/shipped_rows.h"
 #include "catalogue/task_list_test.h"
 
@@ -12,52 +12,6 @@ namespace kel::test {
 namespace {
 
 constexpr std::uint32_t kTables = 300;
-
-using Random = std::mt19937;
-
-std::uint32_t below(Random& random, std::size_t limit) {
-  return std::uniform_int_distribution<std::uint32_t>(0, static_cast<std::uint32_t>(limit) - 1)(random);
-}
-
-/// Bytes of all kinds, or of those that the format is made of.
-std::string anyBytes(Random& random) {
-  constexpr std::string_view kOften = ",, \t\r\n0123456789xREFVALKEL_\xFF-+";
-  const bool free = below(random, 3) == 0;
-  std::string bytes(below(random, 2000), '\0');
-  for (char& byte : bytes) byte = free ? static_cast<char>(below(random, 256)) : kOften[below(random, kOften.size())];
-  return bytes;
-}
-
-/// Rows of the shipped table with a few faults in them.
-std::string spoiltTable(Random& random) {
-  std::string table;
-  for (std::uint32_t rows = below(random, 8); rows > 0; --rows) {
-    table += RowText(kShippedRows[below(random, std::size(kShippedRows))]) + (below(random, 2) ? "\r\n" : "\n");
-  }
-  for (std::uint32_t faults = below(random, 4); faults > 0 && !table.empty(); --faults) {
-    const std::uint32_t place = below(random, table.size());
-    switch (below(random, 4)) {
-      case 0:
-        table.resize(place);
-        break;
-      case 1:
-        table[place] = static_cast<char>(below(random, 256));
-        break;
-      case 2:
-        table.erase(place, 1 + below(random, 20));
-        break;
-      default:
-        table.insert(place, below(random, 400), below(random, 2) ? 'W' : ' ');
-        break;
-    }
-  }
-  return table;
-}
-
-std::string randomTable(std::uint32_t seed) {
-  Random random(seed);
-  return below(random, 2) ? anyBytes(random) : spoiltTable(random);
-}
 
 // Without log and console, which would only take their time.
 class RandomTable : public testing::Test {
@@ -73,7 +27,7 @@ class RandomTable : public testing::Test {
 TEST_F(RandomTable, IsWalkedRowByRowWithinItsBounds) {
   for (std::uint32_t seed = 1; seed <= kTables * 10; ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
-    const std::string table = randomTable(seed);
+    const std::string table = RandomTableText(seed);
     const auto block = std::make_unique<char[]>(table.size() + 1);
     table.copy(block.get(), table.size());
     const char* const end = block.get() + std::string_view(block.get()).size();
@@ -107,7 +61,7 @@ TEST_F(RandomTable, IsWalkedRowByRowWithinItsBounds) {
 TEST_F(RandomTable, IsReadFromAFileOrRefused) {
   for (std::uint32_t seed = 1; seed <= kTables; ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
-    const std::string table = randomTable(seed);
+    const std::string table = RandomTableText(seed);
     mDirectory.write("table.csv", table);
     const bool read = mList.ReadTUIs();
     EXPECT_FALSE(read && table.empty());
@@ -119,7 +73,7 @@ TEST_F(RandomTable, IsReadFromAFileOrRefused) {
 TEST_F(RandomTable, IsRetrievedUpToItsFirst0xFF) {
   for (std::uint32_t seed = 1; seed <= kTables; ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
-    const std::string table = randomTable(seed);
+    const std::string table = RandomTableText(seed);
     if (table.empty()) continue;
     mDirectory.write("table.csv", table);
     const char* name = nullptr;

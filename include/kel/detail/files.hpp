@@ -1,0 +1,31 @@
+/**
+ * @file
+ * Files, opened as the library opens them.
+ */
+#ifndef KEL_DETAIL_FILES_HPP
+#define KEL_DETAIL_FILES_HPP
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <system_error>
+
+namespace kel {
+inline namespace v1 {
+namespace detail {
+
+/** A stream of the bytes of a file. It is not open if the file cannot be opened, or is a folder. */
+inline std::ifstream openToRead(const std::string& path) {
+#ifndef _WIN32
+  // Here a folder can be opened, and only fails to be read.
+  std::error_code unknown;
+  if (std::filesystem::is_directory(path.c_str(), unknown)) return {};
+#endif
+  return std::ifstream(path.c_str(), std::ios::binary);
+}
+
+}  // namespace detail
+}  // namespace v1
+}  // namespace kel
+
+#endif

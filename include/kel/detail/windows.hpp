@@ -1,0 +1,18 @@
+/**
+ * @file
+ * The system's own header, with as little in it as will do; nothing on other systems.
+ */
+#ifndef KEL_DETAIL_WINDOWS_HPP
+#define KEL_DETAIL_WINDOWS_HPP
+
+#ifdef _WIN32
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+#endif
+
+#endif

@@ -4,8 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <istream>
 #include <iterator>
 #include <new>
+#include <streambuf>
+#include <utility>
 
 #include "catalogue/BrelTUIsList.h"
 #include "catalogue/random_tables.h"
@@ -13,6 +16,7 @@
 #include "engine/Brel.h"
 #include "engine/Instances.h"
 #include "platform/ini_cases.h"
+#include "platform/platform.h"
 #include "support/core_process.h"
 #include "support/failing_heap.h"
 #include "support/private_member.h"
@@ -120,7 +124,7 @@ TEST_F(TaskTableTest, FindsNamesWithoutTheHeap) {
 TEST_F(TaskTableTest, AnExhaustedHeapThrowsBadAllocAndNothingElse) {
   mFolder.write("table.csv", RowText(kShippedRows[0]) + "\n" + RowText(kShippedRows[1]) + "\n");
   mFolder.writeSettings("TUIsFilePath=table.csv\n");
-  for (const auto& make : {+[] { return TaskTable::builtIn(); }, +[] { return *TaskTable::read("table.csv"); },
+  for (const auto& make : {+[] { return TaskTable::builtIn(); }, +[] { return TaskTable::read("table.csv").value(); },
                            +[] { return TaskTable::inForce(""); }}) {
     const std::size_t whole = make().size();
     bool failed = true;
@@ -203,6 +207,7 @@ TEST_F(TaskTableTest, EdgesOfTheFormatReadAsInTheLibrary) {
       "A, 0, 0, T, 1, VAL, , 0x7",
       "A, 0, 0, T, 1, VAL, -1, 0x7",
       "A, 0, 0, T, 1, VAL, 99999999999, 0x7",
+      "A, 0, 0, T, 1, VAL, \v7, 0x7",
       "A, 0, 0, T, 1, VAL, 7 ",
       "A, 0, 0, T, 1, VAL, 7,",
       row + "\nA, 0, 0",
@@ -211,6 +216,29 @@ TEST_F(TaskTableTest, EdgesOfTheFormatReadAsInTheLibrary) {
     SCOPED_TRACE(testing::PrintToString(content));
     expectReadAlike(content);
   }
+}
+
+/// Bytes that can be read, and then a failure.
+class FailingBuffer : public std::streambuf {
+ public:
+  explicit FailingBuffer(std::string bytes) : mBytes(std::move(bytes)) {
+    setg(mBytes.data(), mBytes.data(), mBytes.data() + mBytes.size());
+  }
+
+ protected:
+  int_type underflow() override { throw std::ios_base::failure("the disk is gone"); }
+
+ private:
+  std::string mBytes;
+};
+
+TEST_F(TaskTableTest, ALineThatCannotBeReadToItsEndIsNone) {
+  FailingBuffer buffer("one\r\ntwo");
+  std::istream stream(&buffer);
+  detail::LineReader lines(stream);
+  ASSERT_TRUE(lines.next());
+  EXPECT_EQ(lines.line(), "one");
+  EXPECT_FALSE(lines.next());
 }
 
 TEST_F(TaskTableTest, RandomBytesAndSpoiltTablesReadAsInTheLibrary) {
@@ -309,6 +337,17 @@ TEST_F(TaskTableTest, SettingsAreReadAsThePlatformReadsThem) {
     ++compared;
   }
   EXPECT_GT(compared, 50U);
+}
+
+TEST_F(TaskTableTest, LongSettingsAreCutAsThePlatformCutsThem) {
+  for (const std::string& quote : {std::string(), std::string("\"")}) {
+    for (std::size_t size = 1018; size < 1030; ++size) {
+      mFolder.writeSettings("Key=" + quote + std::string(size, 'x') + "y" + quote + "\n");
+      char expected[detail::kIniTextSize];
+      platform::iniValue("Common", "Key", "", expected, sizeof expected, "./Brel.ini");
+      EXPECT_EQ(detail::iniText("./Brel.ini", "Common", "Key", "none"), expected) << size << quote;
+    }
+  }
 }
 
 }  // namespace

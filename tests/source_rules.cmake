@@ -44,6 +44,14 @@ if(count EQUAL 0)
 endif()
 
 foreach(file IN LISTS files)
+  # The client layer is for every compiler, and what GCC and Clang have beyond the language goes unnoticed there.
+  if(file MATCHES "^include/kel/")
+    file(STRINGS "${ROOT}/${file}" own REGEX "__(attribute__|builtin_|extension__|typeof|int128)|pragma GCC")
+    if(own)
+      fault("${file}" "has what only some compilers know: ${own}")
+    endif()
+  endif()
+
   read_directives("${file}" directives)
   # Platforms are known to the platform's own code, to what the client layer and a tool ask beyond it, and to tests that
   # are about one of them.

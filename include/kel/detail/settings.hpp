@@ -12,7 +12,6 @@
 #include <string>
 #include <string_view>
 
-#include "kel/detail/files.hpp"
 #include "kel/detail/windows.hpp"
 
 namespace kel {
@@ -83,8 +82,8 @@ inline std::optional<std::string_view> findIniValue(std::string_view content, st
 
 /** The text of a key, or the default, which has no quotes and no blanks round it. */
 inline std::string iniText(const char* fileName, const char* section, const char* key, const char* defaultText) {
-  // Byte by byte, so that a file that fails in the middle has what stands ahead of that.
-  std::ifstream file = openToRead(fileName);
+  // Byte by byte, so that a file that fails in the middle has what stands ahead of that. A folder has nothing.
+  std::ifstream file(fileName, std::ios::binary);
   std::string content;
   for (char byte = 0; file.get(byte);) content.push_back(byte);
   const std::optional<std::string_view> value = findIniValue(content, section, key);

@@ -10,7 +10,6 @@
 #ifndef KEL_DETAIL_TABLE_ROW_HPP
 #define KEL_DETAIL_TABLE_ROW_HPP
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <istream>
@@ -89,7 +88,8 @@ class TableRow {
   static bool isType(std::string_view text) { return text == "REF" || text == "VAL"; }
 
   static std::string_view withoutBlanks(std::string_view text) {
-    return text.substr(std::min(text.find_first_not_of(kWhiteSpace), text.size()));
+    const std::size_t begin = text.find_first_not_of(kWhiteSpace);
+    return begin != text.npos ? text.substr(begin) : std::string_view();
   }
 
   /** Stands behind the next comma. */

@@ -1,4 +1,6 @@
 // The way out on the listener threads: broadcasts and alerts.
+#include <atomic>
+
 #include "adapter/Dorv.h"
 #include "engine/IncomingData.h"
 #include "engine/engine_test.h"
@@ -193,6 +195,34 @@ TEST_F(AlertTest, WithoutACallbackIsToldToTheLogAndDropped) {
                 .error("BrelEngineAlertsCallback", "callback - errorCode = 4 \n")
                 .info("BrelEngineAlertsCallback", "callback - Alert arrived but no alerts callback exists \n")
                 .text());
+}
+
+TEST_F(AlertTest, ThatIsQueuedIsToldToLogAndConsole) {
+  static std::atomic<bool> mayReturn{false};
+  folder.writeSettings("LogToConsole=1\n");
+  ::testing::internal::CaptureStdout();
+  start(nullptr, [](Status status) {
+    NoteAlert(status);
+    mayReturn.wait(false);
+  });
+  EXPECT_EQ(BrelEngineAlertsCallback(0, 3), 1u);
+  gAlerts.waitFor(1);  // from here on the listener's thread is in its client and says nothing
+  ::testing::internal::GetCapturedStdout();
+  engineLog.fresh();
+  ::testing::internal::CaptureStdout();
+  EXPECT_EQ(BrelEngineAlertsCallback(0, 4), 1u);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+            "Alerts callback - errorCode = 4 \n"
+            "recvData - inserting buffer to queue \n"
+            "recvData - set data event \n"
+            "BrelEngineAlertsCallback - callback - Alert buffer copied & event set \n");
+  EXPECT_EQ(engineLog.fresh(), EngineLog()
+                                   .error("BrelEngineAlertsCallback", "callback - errorCode = 4 \n")
+                                   .info("BrelEngineAlertsCallback", "callback - Alert buffer copied & event set \n")
+                                   .text());
+  mayReturn = true;
+  mayReturn.notify_all();
+  EXPECT_THAT(gAlerts.waitFor(2), ::testing::ElementsAre(17, 18));
 }
 
 TEST_F(AlertTest, WhileTheEngineIsNotInitialisedDoesNotReachTheListener) {

@@ -99,6 +99,11 @@ TYPED_TEST(Lifecycle, StopsAheadOfTheNextBufferAndLosesTheRest) {
   EXPECT_THAT(this->leftInQueue(), ElementsAre("two", "three"));
   EXPECT_THAT(this->console(), EndsWith("listenerThreadFunc - data event received, data processing finished \n" +
                                         std::string(kStopped) + "stopListen - listener thread exited \n"));
+  EXPECT_THAT(
+      this->log(),
+      EndsWith(this->line("info", "listenerThreadFunc", "data event received, data processing finished \n") +
+               this->line("info", "listenerThreadFunc", "stop wait event received - exiting listener thread \n") +
+               this->line("info", "stopListen", "listener thread exited \n")));
 }
 
 TYPED_TEST(Lifecycle, LooksAtTheStopAfterItHasWokenForData) {
@@ -180,6 +185,22 @@ TYPED_TEST(Lifecycle, EndsWhenItCannotWait) {
                                      EndsWith(" \nstopListen - listener thread exited \n")));
 }
 
+// A look at the stops that fails keeps nothing back; the wait that follows ends the thread.
+TYPED_TEST(Lifecycle, EndsWhenItCannotWaitAgain) {
+  this->start();
+  this->engine.hold();
+  this->receive("one");
+  this->engine.waitFor(1);
+  this->receive("two");
+  platform::closeHandle(this->generalStopEvent);
+  this->generalStopEvent = nullptr;
+  this->engine.letGo();
+  const std::string gone = this->line("error", "listenerThreadFunc", "Listener Thread exited with code 0. Handle= 0x");
+  while (this->log().find(gone) == std::string::npos) std::this_thread::yield();
+  EXPECT_EQ(this->listener->stopListen(), LISTENER_STOPPED);
+  EXPECT_THAT(this->engine.data(), ElementsAre("one", "two"));
+}
+
 TYPED_TEST(Lifecycle, HasNothingToStopBeforeItsEventsAreThere) {
   EXPECT_EQ(this->listener->stopListen(), LISTENER_STOP_PROBLEM);
   EXPECT_EQ(this->console(), "");
@@ -189,6 +210,17 @@ TYPED_TEST(Lifecycle, CannotStopAThreadThatWasNeverStarted) {
   this->init();
   EXPECT_EQ(this->listener->stopListen(), LISTENER_STOP_PROBLEM);
   EXPECT_EQ(this->console(), "stopListen - unhandled result on wait for listener thread exit \n");
+}
+
+TYPED_TEST(Lifecycle, TellsThatTheWaitForItsThreadFailed) {
+  this->start();
+  {
+    const FailingCall failing(PlatformCall::kWaitForOne);
+    EXPECT_EQ(this->listener->stopListen(), LISTENER_STOP_PROBLEM);
+  }
+  EXPECT_TRUE(platform::setEvent(this->dataEvent));
+  EXPECT_THAT(this->log(),
+              HasSubstr(this->line("error", "stopListen", "unhandled result on wait for listener thread exit \n")));
 }
 
 TYPED_TEST(Lifecycle, StaysOpenIfTheWaitForItsThreadTimesOut) {

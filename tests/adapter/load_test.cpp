@@ -131,12 +131,23 @@ TEST(RefusedPipeLibrary, BlocksEveryOtherThreadForGood) {
   EXPECT_EQ(platform::waitForOne(ended, 100), platform::kWaitTimeout);
 }
 
+/// Rows for this thread and for two others.
+void ExpectRowsForSeveralThreads() {
+  EXPECT_EQ(Dorv_Init(Engine::onRecord, Engine::onAlert), 0u);
+  for (const std::uint32_t row : {1u, 2u}) {
+    std::thread([row] { EXPECT_EQ(Dorv_Init(Engine::onRecord, Engine::onAlert), row); }).join();
+  }
+}
+
 TEST(AcceptedPipeLibrary, BlocksNobody) {
   const CoreProcess process;
-  EXPECT_EQ(Dorv_Init(Engine::onRecord, Engine::onAlert), 0u);
-  std::uint32_t handle = kNoDorvHandle;
-  std::thread([&] { handle = Dorv_Init(Engine::onRecord, Engine::onAlert); }).join();
-  EXPECT_EQ(handle, 1u);
+  ExpectRowsForSeveralThreads();
+}
+
+TEST(UncheckedPipeLibrary, BlocksNobody) {
+  const CoreProcess process;
+  SluiceHubSim_ForceResult(SLUICEHUBSIM_IS_VERSION_VALIDATION_ENABLED, 0);
+  ExpectRowsForSeveralThreads();
 }
 
 TEST_F(PipeLibrary, WithoutItsTableGivesNoRow) {

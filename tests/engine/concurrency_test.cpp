@@ -1,6 +1,8 @@
 // Many client threads on one engine, past the lock of the exports.
+#include <atomic>
 #include <thread>
 
+#include "engine/DorvBinding.h"
 #include "engine/engine_test.h"
 #include "support/private_member.h"
 
@@ -65,6 +67,41 @@ TEST_F(ConcurrencyTest, AnswersThatComeInAnotherOrderStillFindTheirTasks) {
       }
     }
   });
+}
+
+/// A task that goes out and waits for nothing.
+Status SendOnly(std::uint32_t handle) { return Invoke(handle, kDebugVal, nullptr, 0, 0, 0).status; }
+
+TEST_F(ConcurrencyTest, AnEngineSendsOneRequestAtATime) {
+  SwitchLogsOff(registry);
+  const std::uint32_t handle = start();
+  static std::atomic<std::uint32_t> inside{0};
+  static std::atomic<bool> met{false};
+  gDorv.Send = [](std::uint32_t dorvHandle, const task* record, std::uint32_t size) {
+    if (++inside > 1) met = true;
+    std::this_thread::yield();
+    const std::uint32_t code = Dorv_Send(dorvHandle, record, size);
+    --inside;
+    return code;
+  };
+  OnManyThreads([&](std::uint32_t) {
+    for (std::uint32_t i = 0; i < kTasks; ++i) ASSERT_EQ(SendOnly(handle), kStatusOk);
+  });
+  EXPECT_FALSE(met);
+}
+
+TEST_F(ConcurrencyTest, EnginesSendWithoutWaitingForEachOther) {
+  const std::uint32_t handles[] = {start(), start()};
+  static std::atomic<std::uint32_t> inside{0};
+  gDorv.Send = [](std::uint32_t, const task*, std::uint32_t) {
+    ++inside;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kLong);
+    while (inside < 2 && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+    return std::uint32_t{inside == 2 ? DORV_OK : DORV_FAILED};
+  };
+  std::thread other([&] { EXPECT_EQ(SendOnly(handles[1]), kStatusOk); });
+  EXPECT_EQ(SendOnly(handles[0]), kStatusOk);
+  other.join();
 }
 
 TEST_F(ConcurrencyTest, EnginesComeAndGoBesideOnesThatWork) {

@@ -240,8 +240,10 @@ KEL_API uint32_t KEL_SendReceiveAsyncKEL(uint64_t conn, const char* taskName, ui
  *                               KEL_Disconnect not return. Null: the number is not given out, and a refusal ends no
  *                               other task.
  * callbackFunc                  Called once with the answer, or with error 2 when none came in time; not at all if the
- *                               connection is closed before that, or another task's refusal ends this one. May be null.
- * streamCallbackFunc            Not null: the task answers with a stream, whose messages go there.
+ *                               task needs no sequence number, the connection is closed before that, or another task's
+ *                               refusal ends this one. May be null.
+ * streamCallbackFunc            Not null: the task answers with a stream, whose messages go there. callbackFunc then
+ *                               gets the stream's opening, for which there is no time-out.
  *
  * Returns KEL_OK, KEL_E_CONNECTION if the connection is not open, or KEL_E_ASYNC_TASK if the task could not be sent,
  * and then neither callback is called.

@@ -105,6 +105,37 @@ TEST_F(TearDownTest, ListenersThatCannotBeStoppedAreToldAndTheEndGoesOn) {
   while (!last.expired()) std::this_thread::yield();
 }
 
+// From the first step on what comes in is dropped, though the listeners run still.
+TEST_F(TearDownTest, AnEngineWhoseLinkIsBeingCutIsUpNoLonger) {
+  static std::atomic<bool> wasUp{true};
+  static std::atomic<std::uint32_t> alertTaken{4711};
+  gDorv.Disconnect = [](std::uint32_t dorv) {
+    wasUp = EngineInside(*GetBrelInstByDorvHandle(dorv)).initialized().load();
+    alertTaken = BrelEngineAlertsCallback(dorv, DORV_SOCKET_WAS_CLOSED_BY_PEER);
+    return Dorv_Disconnect(dorv);
+  };
+  EXPECT_EQ(engine->Finalize(), kStatusOk);
+  EXPECT_FALSE(wasUp);
+  EXPECT_EQ(alertTaken, 0u);
+}
+
+TEST_F(TearDownTest, TheLinkIsNotCutWhileAClientIsBeingCalled) {
+  static const platform::Handle cut = platform::createEvent(true, false);
+  gDorv.Disconnect = [](std::uint32_t dorv) {
+    platform::setEvent(cut);
+    return Dorv_Disconnect(dorv);
+  };
+  std::future<Status> ended;
+  {
+    const platform::InSection calling(EngineInside(*engine).initLock());
+    ended = std::async(std::launch::async, [this] { return engine->Finalize(); });
+    EXPECT_EQ(platform::waitForOne(cut, 200), platform::kWaitTimeout);
+  }
+  EXPECT_EQ(ended.get(), kStatusOk);
+  EXPECT_EQ(platform::waitForOne(cut, 0), platform::kWaitObject);
+  platform::closeHandle(cut);
+}
+
 // Each time an event is set the listener that is told to stop gets no more data.
 TEST_F(TearDownTest, AListenerIsNoLongerActiveWhenItIsToldToStop) {
   const auto record = Record(5u << 12, 0, 0, "");

@@ -195,10 +195,10 @@ TYPED_TEST(Lifecycle, EndsWhenItCannotWaitAgain) {
   platform::closeHandle(this->generalStopEvent);
   this->generalStopEvent = nullptr;
   this->engine.letGo();
-  const std::string gone = this->line("error", "listenerThreadFunc", "Listener Thread exited with code 0. Handle= 0x");
-  while (this->log().find(gone) == std::string::npos) std::this_thread::yield();
   EXPECT_EQ(this->listener->stopListen(), LISTENER_STOPPED);
   EXPECT_THAT(this->engine.data(), ElementsAre("one", "two"));
+  EXPECT_THAT(this->log(),
+              HasSubstr(this->line("error", "listenerThreadFunc", "Listener Thread exited with code 0. Handle= 0x")));
 }
 
 TYPED_TEST(Lifecycle, HasNothingToStopBeforeItsEventsAreThere) {
@@ -254,6 +254,23 @@ TYPED_TEST(Lifecycle, TellsWhichHandlesWouldNotClose) {
             "shutdown - could not close mDataEvent handle \n"
             "shutdown - could not close mStopWaitEvent handle \n");
   EXPECT_EQ(this->listener->shutdown(), LISTENER_SHUTDOWN_OK);
+}
+
+// Each is reason enough by itself.
+TYPED_TEST(Lifecycle, TellsOfTheOneHandleThatWouldNotClose) {
+  this->init();
+  {
+    const FailingCall failing(PlatformCall::kCloseHandle, 1);
+    EXPECT_EQ(this->listener->shutdown(), LISTENER_SHUTDOWN_PROBLEM);
+  }
+  this->start();
+  {
+    const FailingCall failing(PlatformCall::kCloseHandle, 2);
+    EXPECT_EQ(this->listener->stopListen(), LISTENER_STOP_PROBLEM);
+  }
+  EXPECT_EQ(this->console(), "shutdown - could not close mStopWaitEvent handle \n" + std::string(kStopped) +
+                                 "shutdown - could not close mListenerThread handle \n"
+                                 "stopListen - problem on listener thread shutdown \n");
 }
 
 TYPED_TEST(Lifecycle, TellsThatAStopHadAProblem) {

@@ -18,118 +18,146 @@ thread_local constinit Thread tThread;
 
 namespace {
 
-constexpr unsigned kSlotBits = 24;  // of a handle's value; the generation lies above
 constexpr std::uint32_t kChunkSize = 256;
 constexpr std::uint32_t kMostChunks = 4096;
+constexpr std::uint64_t kSlotMask = kOneGeneration - 1;
 
-constinit Object* gChunks[kMostChunks] GUARDED_BY(gLock) = {};
+constinit std::atomic<Object*> gChunks[kMostChunks] = {};
 constinit std::uint32_t gSlots GUARDED_BY(gLock) = 0;  // used so far
-constinit Object* gFirstFree GUARDED_BY(gLock) = nullptr;
-constinit std::size_t gOpenHandles GUARDED_BY(gLock) = 0;
 
-Object* newSlot() REQUIRES(gLock) {
-  const std::uint32_t chunk = gSlots / kChunkSize;
-  if (chunk == kMostChunks) {
+// The free slots, a stack: the number of the first and 1, and above it how many have been taken from here. The count
+// keeps whoever has read a slot's next one from making that the first, if the slot has been away meanwhile.
+constinit std::atomic<std::uint64_t> gFree = 0;
+
+Object* at(std::uint32_t slot) {
+  if (slot >= kMostChunks * kChunkSize) return nullptr;
+  Object* const chunk = gChunks[slot / kChunkSize].load(std::memory_order_acquire);
+  return chunk != nullptr ? &chunk[slot % kChunkSize] : nullptr;
+}
+
+Object* takeFree() {
+  std::uint64_t first = gFree.load(std::memory_order_acquire);
+  while ((first & kSlotMask) != 0) {
+    Object* const object = at(static_cast<std::uint32_t>(first & kSlotMask) - 1);
+    const std::uint32_t next = object->nextFree.load(std::memory_order_relaxed);
+    if (gFree.compare_exchange_weak(first, ((first & ~kSlotMask) + kSlotMask + 1) | next, std::memory_order_acq_rel,
+                                    std::memory_order_acquire)) {
+      return object;
+    }
+  }
+  return nullptr;
+}
+
+Object* newSlot() {
+  const Operation operation;
+  const std::uint32_t number = gSlots / kChunkSize;
+  if (number == kMostChunks) {
     fail(kTooManyHandles);
     return nullptr;
   }
-  if (!gChunks[chunk]) gChunks[chunk] = new (std::nothrow) Object[kChunkSize];
-  if (!gChunks[chunk]) {
-    fail(kOutOfMemory);
-    return nullptr;
+  if (gSlots % kChunkSize == 0) {
+    auto* const chunk = new (std::nothrow) Object[kChunkSize];
+    if (!chunk) {
+      fail(kOutOfMemory);
+      return nullptr;
+    }
+    gChunks[number].store(chunk, std::memory_order_release);
   }
-  Object& object = gChunks[chunk][gSlots % kChunkSize];
-  object.slot = gSlots++;
-  return &object;
+  Object* const object = at(gSlots);
+  object->slot = gSlots++;
+  return object;
 }
 
-void unlinkOwned(Object& mutex) REQUIRES(gLock) {
-  (mutex.previousOwned ? mutex.previousOwned->nextOwned : mutex.owner->firstOwned) = mutex.nextOwned;
+void unlinkOwned(Object& mutex, Thread& thread) {
+  (mutex.previousOwned ? mutex.previousOwned->nextOwned : thread.firstOwned) = mutex.nextOwned;
   if (mutex.nextOwned) mutex.nextOwned->previousOwned = mutex.previousOwned;
 }
 
-// Ends the ownership of a mutex, whoever is next. It may be the last that kept the mutex.
-void disown(Object& mutex, Operation& operation) REQUIRES(gLock) {
-  unlinkOwned(mutex);
-  mutex.owner = nullptr;
-  mutex.entries = 0;
-  signal(mutex, operation);
-  drop(mutex);
+// Fixes the result of the first in an object's queue.
+void handOver(Object& object, std::uint32_t result, Operation& operation) REQUIRES(gLock) {
+  WaitLink& first = *object.firstWaiting;
+  Waiter& waiter = *first.waiter;
+  waiter.result = result + static_cast<std::uint32_t>(&first - waiter.links);
+  dequeue(waiter, operation);
+  operation.wakeLater(waiter);
+}
+
+// Ends the ownership of this thread. `free` is what the state has more of when the mutex is free: kSignalled, and
+// kAbandoned where its owner ends.
+void disown(Object& mutex, Thread& thread, State free) {
+  const auto unlessWaited = [=](State state) { return (state & kWaited) != 0 ? state : state | free; };
+  unlinkOwned(mutex, thread);
+  mutex.owner.store(nullptr, std::memory_order_relaxed);
+  if ((change(mutex, unlessWaited) & kWaited) == 0) return;
+  Operation operation;
+  if ((change(mutex, unlessWaited) & kWaited) == 0) return;
+  Waiter& first = *mutex.firstWaiting->waiter;
+  if (first.inVain < kMostInVain) {
+    change(mutex, [=](State state) { return state | free; });
+    operation.invite(first);
+  } else {
+    own(mutex, first.thread);
+    handOver(mutex, resultOf(free), operation);
+  }
 }
 
 }  // namespace
 
-Object* newObject(Kind kind) {
-  Object* const object = gFirstFree ? gFirstFree : newSlot();
+Object* newObject(State state) {
+  Object* object = takeFree();
+  if (!object) object = newSlot();
   if (!object) return nullptr;
-  if (object == gFirstFree) gFirstFree = object->nextFree;
-  *object = Object{.generation = object->generation, .slot = object->slot, .references = 1, .kind = kind};
-  ++gOpenHandles;
+  const State generation = object->state.load(std::memory_order_relaxed) & ~(kOneGeneration - 1);
+  object->state.store(generation | kOpen | state, std::memory_order_release);
   return object;
 }
 
 Handle handleOf(const Object& object) {
-  return reinterpret_cast<Handle>(object.generation << kSlotBits | (object.slot + 1));
+  const State generation = object.state.load(std::memory_order_relaxed) & ~(kOneGeneration - 1);
+  return reinterpret_cast<Handle>(generation | (object.slot + 1));
 }
 
-Object* find(Handle handle) {
-  const auto value = reinterpret_cast<std::uintptr_t>(handle);
-  const auto slot = static_cast<std::uint32_t>(value & ((1U << kSlotBits) - 1)) - 1;  // null gives the largest number
-  if (slot < gSlots) {
-    Object& object = gChunks[slot / kChunkSize][slot % kChunkSize];
-    if (object.generation == value >> kSlotBits) return &object;
-  }
+Object* slotOf(Handle handle) {
+  return at(static_cast<std::uint32_t>(reinterpret_cast<State>(handle) & kSlotMask) - 1);  // null: the largest number
+}
+
+Object* find(Handle handle, State kinds) {
+  Object* const object = slotOf(handle);
+  if (object && names(handle, object->state.load(std::memory_order_acquire), kinds)) return object;
   fail(kInvalidHandle);
   return nullptr;
 }
 
-Object* find(Handle handle, Kind kind) {
-  Object* const object = find(handle);
-  if (!object || object->kind == kind) return object;
-  fail(kInvalidHandle);
-  return nullptr;
+void recycle(Object& object) {
+  std::uint64_t first = gFree.load(std::memory_order_relaxed);
+  do {
+    object.nextFree.store(static_cast<std::uint32_t>(first & kSlotMask), std::memory_order_relaxed);
+  } while (!gFree.compare_exchange_weak(first, (first & ~kSlotMask) | (object.slot + 1), std::memory_order_release,
+                                        std::memory_order_relaxed));
 }
 
-void drop(Object& object) {
-  if (--object.references != 0) return;
-  object.nextFree = gFirstFree;
-  gFirstFree = &object;
+void own(Object& mutex, Thread& thread) {
+  mutex.owner.store(&thread, std::memory_order_relaxed);
+  mutex.entries = 1;
+  mutex.previousOwned = nullptr;
+  mutex.nextOwned = thread.firstOwned;
+  if (mutex.nextOwned) mutex.nextOwned->previousOwned = &mutex;
+  thread.firstOwned = &mutex;
 }
 
-bool close(Handle handle) {
-  Object* const object = find(handle);
-  if (!object) return false;
-  ++object->generation;
-  --gOpenHandles;
-  drop(*object);
-  return true;
-}
-
-std::uint32_t take(Object& object, Thread& thread) {
-  if (object.kind != Kind::mutex) {
-    object.signalled = object.manualReset;
-    return kWaitObject;
-  }
-  if (object.entries++ != 0) return kWaitObject;
-  object.signalled = false;
-  object.owner = &thread;
-  object.previousOwned = nullptr;
-  object.nextOwned = thread.firstOwned;
-  if (object.nextOwned) object.nextOwned->previousOwned = &object;
-  thread.firstOwned = &object;
-  ++object.references;
-  const bool abandoned = object.abandoned;
-  object.abandoned = false;
-  return abandoned ? kWaitAbandoned : kWaitObject;
-}
-
-void enqueue(WaitLink& link) {
-  Object& object = *link.object;
-  link.previous = object.lastWaiting;
+State enqueue(WaitLink& link, Handle handle, State kinds, bool takes) {
+  Object* const object = slotOf(handle);
+  const State before = change(object, handle, kinds, [=](State state) {
+    if ((state & kSignalled) == 0) return state | kWaited;
+    return takes ? takenIfSignalled(state) : state;
+  });
+  if (before == 0 || (before & kSignalled) != 0) return before;
+  link.object = object;
+  link.previous = object->lastWaiting;
   link.next = nullptr;
-  (link.previous ? link.previous->next : object.firstWaiting) = &link;
-  object.lastWaiting = &link;
-  ++object.references;
+  (link.previous ? link.previous->next : object->firstWaiting) = &link;
+  object->lastWaiting = &link;
+  return before;
 }
 
 void dequeue(Waiter& waiter, Operation& operation) {
@@ -137,32 +165,24 @@ void dequeue(Waiter& waiter, Operation& operation) {
     Object& object = *link->object;
     (link->previous ? link->previous->next : object.firstWaiting) = link->next;
     (link->next ? link->next->previous : object.lastWaiting) = link->previous;
-    if (object.kind == Kind::mutex && object.signalled && object.firstWaiting) {
+    if (!object.firstWaiting) {
+      change(object, [](State state) { return state & ~kWaited; });
+    } else if ((object.state.load(std::memory_order_relaxed) & (kMutex | kSignalled)) == (kMutex | kSignalled)) {
       operation.invite(*object.firstWaiting->waiter);
     }
-    drop(object);
   }
 }
 
 void signal(Object& object, Operation& operation) {
-  object.signalled = true;
-  while (object.signalled && object.firstWaiting) {
-    Waiter& waiter = *object.firstWaiting->waiter;
-    if (object.kind == Kind::mutex && waiter.inVain < kMostInVain) {
-      operation.invite(waiter);
-      return;
-    }
-    waiter.result = take(object, waiter.thread) + static_cast<std::uint32_t>(object.firstWaiting - waiter.links);
-    dequeue(waiter, operation);
-    operation.wakeLater(waiter);
+  if (object.firstWaiting && (object.state.load(std::memory_order_relaxed) & kManualReset) == 0) {
+    return handOver(object, kWaitObject, operation);
   }
+  change(object, [](State state) { return state | kSignalled; });
+  while (object.firstWaiting) handOver(object, kWaitObject, operation);
 }
 
-void abandonMutexes(Thread& thread, Operation& operation) {
-  while (thread.firstOwned) {
-    thread.firstOwned->abandoned = true;
-    disown(*thread.firstOwned, operation);
-  }
+void abandonMutexes(Thread& thread) {
+  while (thread.firstOwned) disown(*thread.firstOwned, thread, kSignalled | kAbandoned);
 }
 
 namespace {
@@ -175,8 +195,7 @@ bool gCanWatch = false;
 void endWatched(void* value) {
   Thread& thread = *static_cast<Thread*>(value);
   thread.isWatched = false;
-  Operation operation;
-  abandonMutexes(thread, operation);
+  abandonMutexes(thread);
 }
 
 [[gnu::constructor(101)]] void makeKey() { gCanWatch = pthread_key_create(&gWatched, endWatched) == 0; }
@@ -187,14 +206,12 @@ void endWatched(void* value) {
 
 }  // namespace
 
-EndWatch::~EndWatch() {
-  if (!mThread.isWatched || mThread.firstOwned) return;
+void EndWatch::end() {
   pthread_setspecific(gWatched, nullptr);
   mThread.isWatched = false;
 }
 
-bool EndWatch::begin() {
-  if (mThread.isWatched) return true;
+bool EndWatch::start() {
   // Any other failure is that of a key that went with the process, whose end nobody watches.
   if (pthread_setspecific(gWatched, &mThread) == ENOMEM) return fail(kOutOfMemory);
   return mThread.isWatched = true;
@@ -205,69 +222,64 @@ bool EndWatch::begin() {
 using namespace posix;
 
 Handle createEvent(bool manualReset, bool set) {
-  const Operation operation;
-  Object* const event = newObject(Kind::event);
-  if (!event) return nullptr;
-  event->manualReset = manualReset;
-  event->signalled = set;
-  return handleOf(*event);
+  Object* const event = newObject(kEvent | (manualReset ? kManualReset : 0) | (set ? kSignalled : 0));
+  return event ? handleOf(*event) : nullptr;
 }
 
 bool setEvent(Handle event) {
-  Operation operation;
-  Object* const object = find(event, Kind::event);
-  if (!object) return false;
-  signal(*object, operation);
-  return true;
+  const auto unlessWaited = [](State state) { return (state & kWaited) != 0 ? state : state | kSignalled; };
+  Object* const object = slotOf(event);
+  State before = change(object, event, kEvent, unlessWaited);
+  if ((before & kWaited) != 0) {
+    Operation operation;
+    before = change(object, event, kEvent, unlessWaited);
+    if ((before & kWaited) != 0) signal(*object, operation);
+  }
+  return before != 0 || fail(kInvalidHandle);
 }
 
 bool resetEvent(Handle event) {
-  const Operation operation;
-  Object* const object = find(event, Kind::event);
-  if (!object) return false;
-  object->signalled = false;
-  return true;
+  return change(slotOf(event), event, kEvent, [](State state) { return state & ~kSignalled; }) != 0 ||
+         fail(kInvalidHandle);
 }
 
 Handle createMutex(bool owned) {
   Thread& self = currentThread();
   EndWatch watch(self);
-  const Operation operation;
   if (!gCanWatch) {
     fail(kOutOfMemory);
     return nullptr;
   }
   if (owned && !watch.begin()) return nullptr;
-  Object* const mutex = newObject(Kind::mutex);
+  Object* const mutex = newObject(kMutex | (owned ? 0 : kSignalled));
   if (!mutex) return nullptr;
-  mutex->signalled = true;
-  if (owned) take(*mutex, self);
+  if (owned) own(*mutex, self);
   return handleOf(*mutex);
 }
 
 bool releaseMutex(Handle mutex) {
   Thread& self = currentThread();
-  const EndWatch watch(self);
-  Operation operation;
-  Object* const object = find(mutex, Kind::mutex);
+  Object* const object = find(mutex, kMutex);
   if (!object) return false;
-  if (object->owner != &self) return fail(kNotOwner);
-  if (object->entries == 1) {
-    disown(*object, operation);
-  } else {
-    --object->entries;
-  }
+  if (!isOwn(*object, self)) return fail(kNotOwner);
+  if (--object->entries != 0) return true;
+  const EndWatch watch(self);
+  disown(*object, self, kSignalled);
   return true;
 }
 
 bool closeHandle(Handle handle) {
-  const Operation operation;
-  return close(handle);
+  return change(slotOf(handle), handle, kAnyKind, [](State state) { return (state & ~kOpen) + kOneGeneration; }) != 0 ||
+         fail(kInvalidHandle);
 }
 
 std::size_t posix::openHandles() {
-  const Operation operation;
-  return gOpenHandles;
+  std::size_t count = 0;
+  Object* object;
+  for (std::uint32_t slot = 0; (object = at(slot)) != nullptr; ++slot) {
+    if ((object->state.load(std::memory_order_relaxed) & kOpen) != 0) ++count;
+  }
+  return count;
 }
 
 }  // namespace kel::platform

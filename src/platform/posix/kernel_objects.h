@@ -1,14 +1,21 @@
 // Events, mutexes and threads: the objects behind the handles, and how a thread waits for one.
 //
-// All of it lies under one lock, gLock, which each operation holds once and briefly. What has no lock of its own below
-// is guarded by it.
+// What an object is lies in one word, its state, and each operation on one object is one compare-and-swap of that word.
+// That holds for an operation that changes nothing, too: so the operations on an object have one order, and whatever a
+// thread did before its operation is seen by those whose operations on that object come later.
 //
-// An object lives in a slot of one table and never moves. Its handle is the slot's number with a generation above it,
-// and closing the handle moves the generation on; so a stale handle is seen to be one, and nothing ever reaches memory
-// through it. The slot is used again when the last reference to the object is dropped. References are held by the open
-// handle, by each wait for the object, by the owner of a mutex, and by a thread that still runs.
+// An object lives in a slot of one table and never moves. Its handle is the slot's number with a generation above it.
+// The state has the generation as well, which moves on when the handle is closed; so the compare-and-swap with a stale
+// handle fails, whatever has become of the slot, and nothing ever reaches memory through it. An object is kept by its
+// open handle, by those who wait for it, by the owner of a mutex, and by a thread that still runs. All of these are bits
+// of the state: so whoever takes the last one away knows it, and nobody else does, and returns the slot.
 //
-// A waiting thread hangs a link into the queue of each object that it waits for, and sleeps on a word of its own.
+// Those who sleep, and those who wake sleepers, hold gLock. It guards the queues, and the bit of the state that says
+// that there is somebody in the queue: who signals an object and finds that bit takes the lock, and who does not has no
+// one to wake. A waiting thread hangs a link into the queue of each object that it waits for, and sleeps on a word of
+// its own. It sets the bit of one object after the other, each only while that object is not open to it. When it has set
+// the last, none of them can be signalled but behind the lock; so a wait for several sees all of them at one moment.
+//
 // Whoever signals an object hands it over to the first in the queue: under the lock it takes the object for the waiter,
 // takes the waiter off all queues and fixes its result. Only behind the lock is the word set, which wakes the sleeper.
 // Nothing that happens in between can change the outcome: neither a reset, nor a time-out, nor a close.
@@ -17,6 +24,12 @@
 // Until that thread runs, whoever passes by may take and release the mutex as often as he likes; were it handed over,
 // everybody would stand behind a thread that is not even awake, and behind the next one after it. A waiter who came in
 // vain keeps its place, and after kMostInVain times the next release does hand the mutex over to it.
+//
+// Who owns a mutex is not in its state, which only says that it is taken. The owner is asked for by one question alone,
+// "is it I?", and that answer cannot change while a thread asks: only the thread itself becomes an owner or ceases to be
+// one, or somebody makes it the owner while it sleeps. If it is yes, the mutex was this thread's from before it looked
+// at the state, and is the object of the handle. Number of entries and the list of owned mutexes are the owner's too, so
+// they need no lock. The owner is erased before the state says that the mutex is free, and entered behind.
 #pragma once
 
 #include "platform/platform.h"
@@ -58,23 +71,46 @@ struct Waiter {
   std::atomic<std::uint32_t> word = kAsleep;
 };
 
-enum class Kind : std::uint8_t { event, mutex, thread };
+/// What an object is and how it is. Above these bits lies the generation, in the same place as in a handle.
+using State = std::uint64_t;
+inline constexpr State kOpen = 1;         ///< its handle is open
+inline constexpr State kSignalled = 2;    ///< an event is set, a mutex is free, a thread has ended
+inline constexpr State kWaited = 4;       ///< somebody is in its queue; changed under gLock only
+inline constexpr State kManualReset = 8;  ///< stays signalled when a wait takes it: a manual-reset event or a thread
+inline constexpr State kAbandoned = 16;   ///< a mutex whose last owner ended without releasing it; nobody was told yet
+inline constexpr State kEvent = 32;
+inline constexpr State kMutex = 64;
+inline constexpr State kThread = 128;
+inline constexpr State kAnyKind = kEvent | kMutex | kThread;
+
+inline constexpr unsigned kSlotBits = 24;  ///< of a handle's value; the generation lies above
+inline constexpr State kOneGeneration = State{1} << kSlotBits;
+
+/// Nobody keeps the object any more.
+constexpr bool isDead(State state) {
+  return (state & (kOpen | kWaited)) == 0 && (state & (kEvent | kSignalled)) != 0;
+}
+
+/// What a wait makes of the state of an object: the mutex or the auto-reset event is taken if it is signalled.
+constexpr State takenIfSignalled(State state) {
+  return (state & (kSignalled | kManualReset)) == kSignalled ? state & ~(kSignalled | kAbandoned) : state;
+}
+
+/// What ends a wait for an object that was in this state: kWaitObject or kWaitAbandoned.
+constexpr std::uint32_t resultOf(State state) { return (state & kAbandoned) != 0 ? kWaitAbandoned : kWaitObject; }
 
 struct Object {
-  std::uint64_t generation = 1;
-  std::uint32_t slot = 0;  ///< constant
-  std::uint32_t references = 0;
-  Object* nextFree = nullptr;
+  std::atomic<State> state{kOneGeneration};
+  std::uint32_t slot = 0;                   ///< constant
+  std::atomic<std::uint32_t> nextFree = 0;  ///< slot of the next free object and 1; 0: none
+  // The queue, guarded by gLock.
   WaitLink* firstWaiting = nullptr;
   WaitLink* lastWaiting = nullptr;
-  Kind kind = Kind::event;
-  bool manualReset = false;  ///< stays signalled when a wait takes it: a manual-reset event or a thread
-  bool signalled = false;    ///< an event is set, a mutex is free, a thread has ended
 
   // Of a mutex.
-  bool abandoned = false;  ///< its last owner ended without releasing it, and nobody was told yet
+  std::atomic<Thread*> owner = nullptr;
+  // The owner's.
   std::uint32_t entries = 0;
-  Thread* owner = nullptr;
   Object* previousOwned = nullptr;
   Object* nextOwned = nullptr;
 
@@ -94,6 +130,7 @@ struct Thread {
   std::uint64_t number = 0;  ///< that no other thread of the process ever has; 0 until it is needed. The thread's own
   std::uint32_t begunWait = kNotBegun;  ///< result of the wait that was begun on its behalf, until it asks for it
   bool isWatched = false;  ///< its end will give up the mutexes that it then owns; the thread's own to read and write
+  bool isOurs = false;     ///< runs a function of the library's, and behind that gives up its mutexes without a watch
 };
 
 extern thread_local constinit Thread tThread;
@@ -102,18 +139,23 @@ inline Thread& currentThread() { return tThread; }
 
 /// Stands around each operation by which its thread may come to own a mutex, or to own none any more. While a thread
 /// owns one its end is watched, and at no other time: so a thread that has used this library and lives on neither keeps
-/// it loaded, nor runs into it when it has been unloaded.
+/// it loaded, nor runs into it when it has been unloaded. A thread of the library's own needs no watch.
 class EndWatch {
  public:
   explicit EndWatch(Thread& thread) : mThread(thread) {}
-  ~EndWatch();
+  ~EndWatch() {
+    if (mThread.isWatched && !mThread.firstOwned) end();
+  }
   EndWatch(const EndWatch&) = delete;
   EndWatch& operator=(const EndWatch&) = delete;
 
   /// Before a mutex becomes the thread's. False, with the last error set, for want of memory.
-  bool begin();
+  bool begin() { return mThread.isWatched || mThread.isOurs || start(); }
 
  private:
+  bool start();
+  void end();
+
   Thread& mThread;
 };
 
@@ -159,31 +201,67 @@ class SCOPED_CAPABILITY Operation {
   Waiter** mEnd = &mFirst;
 };
 
-/// A new object with one reference, or null with the last error set.
-Object* newObject(Kind kind) REQUIRES(gLock);
+/// A new object in this state, whose handle is open. Null with the last error set.
+Object* newObject(State state);
 Handle handleOf(const Object& object);
-/// The object of an open handle, or null with the last error set.
-Object* find(Handle handle) REQUIRES(gLock);
-Object* find(Handle handle, Kind kind) REQUIRES(gLock);
-void drop(Object& object) REQUIRES(gLock);
-bool close(Handle handle) REQUIRES(gLock);
 
-/// Would a wait by this thread end at once?
-inline bool isOpenTo(const Object& object, const Thread& thread) REQUIRES(gLock) {
-  return object.signalled || (object.kind == Kind::mutex && object.owner == &thread);
+/// The slot that a handle names, or null.
+Object* slotOf(Handle handle);
+
+/// Is that the state of what the handle names, and of such a kind?
+inline bool names(Handle handle, State state, State kinds) {
+  return (reinterpret_cast<State>(handle) ^ state) >> kSlotBits == 0 && (state & kOpen) != 0 && (state & kinds) != 0;
 }
-/// Does to an object what a wait does that it ends. Gives kWaitObject or kWaitAbandoned.
-std::uint32_t take(Object& object, Thread& thread) REQUIRES(gLock);
 
-void enqueue(WaitLink& link) REQUIRES(gLock);
+/// The object of an open handle, or null with the last error set. It may be closed at any moment.
+Object* find(Handle handle, State kinds = kAnyKind);
+
+/// Gives an object that is dead back to those who make new ones.
+void recycle(Object& object);
+
+/// Makes of the state what `next` says. Gives the state before. The object is kept by something that is the caller's:
+/// a place in its queue, or the ownership.
+template <class Next>
+State change(Object& object, Next next) {
+  State before = object.state.load(std::memory_order_relaxed);
+  while (!object.state.compare_exchange_weak(before, next(before), std::memory_order_acq_rel,
+                                             std::memory_order_relaxed)) {
+  }
+  if (isDead(next(before))) recycle(object);
+  return before;
+}
+
+/// The same for what an open handle names. 0 if it names nothing of such a kind, and then the state is left alone.
+template <class Next>
+State change(Object* object, Handle handle, State kinds, Next next) {
+  if (object == nullptr) return 0;
+  State before = object->state.load(std::memory_order_relaxed);
+  do {
+    if (!names(handle, before, kinds)) return 0;
+  } while (!object->state.compare_exchange_weak(before, next(before), std::memory_order_acq_rel,
+                                                std::memory_order_relaxed));
+  if (isDead(next(before))) recycle(*object);
+  return before;
+}
+
+/// Is this thread the owner?
+inline bool isOwn(const Object& object, const Thread& thread) {
+  return object.owner.load(std::memory_order_relaxed) == &thread;
+}
+/// Makes the thread the owner of a mutex, whose state says that it is taken.
+void own(Object& mutex, Thread& thread);
+/// Gives up all mutexes of a thread that ends.
+void abandonMutexes(Thread& thread);
+
+/// Takes a place in the queue of what the handle names, unless that is signalled; then takes that, if `takes`. Gives
+/// the state before, 0 if the handle does not name anything of such a kind.
+State enqueue(WaitLink& link, Handle handle, State kinds, bool takes) REQUIRES(gLock);
 /// Sleeps until a waiter that is in its queues has its result, or the deadline passes (null: for good).
 void sleepInQueues(Waiter& waiter, const timespec* deadline);
 /// Takes a waiter off all its queues. A mutex that it was invited for is offered to the next one.
 void dequeue(Waiter& waiter, Operation& operation) REQUIRES(gLock);
-/// Signals an object and hands it over to as many as it lets through, or has the first one come for a mutex. The caller
-/// holds a reference.
+/// Signals an event or a thread, and hands it over to as many as it lets through. Something keeps the object that the
+/// caller knows of.
 void signal(Object& object, Operation& operation) REQUIRES(gLock);
-/// Gives up all mutexes of a thread that ends.
-void abandonMutexes(Thread& thread, Operation& operation) REQUIRES(gLock);
 
 }  // namespace kel::platform::posix

@@ -115,17 +115,19 @@ void call(Parked& place, Operation& operation) REQUIRES(gLock) {
 
 /// Begins a wait for a thread that was taken. False if the thread must do so itself: the wait ends at once, or before
 /// the thread would look, or is for what is no event.
-bool beginWait(Parked& place, std::uint32_t count, const Handle* objects, std::uint32_t milliseconds) REQUIRES(gLock) {
+bool beginWait(Parked& place, std::uint32_t count, const Handle* objects, std::uint32_t milliseconds,
+               Operation& operation) REQUIRES(gLock) {
   if (count == 0 || count > kMostBegun || milliseconds < kIdleTime) return false;
-  for (std::uint32_t i = 0; i < count; ++i) {
-    Object* const object = find(objects[i], Kind::event);
-    if (object == nullptr || object->signalled) return false;
-    place.links[i] = {.object = object, .waiter = &place.waiter, .previous = nullptr, .next = nullptr};
+  for (std::uint32_t& i = place.waiter.count; i < count; ++i) {
+    place.links[i].waiter = &place.waiter;
+    const State before = enqueue(place.links[i], objects[i], kEvent, false);
+    if (before != 0 && (before & kSignalled) == 0) continue;
+    dequeue(place.waiter, operation);
+    i = 0;
+    return false;
   }
-  place.waiter.count = count;
   place.hasDeadline = milliseconds != kInfinite;
   if (place.hasDeadline) place.deadline = after(milliseconds);
-  for (std::uint32_t i = 0; i < count; ++i) enqueue(place.links[i]);
   return true;
 }
 
@@ -180,14 +182,13 @@ class Appearance {
 /// A thread from here to its end, also if its function ends it by pthread_exit().
 class Life {
  public:
-  Life(Object& object, Parked& place) : mObject(object), mPlace(place) {}
+  Life(Object& object, Parked& place) : mObject(object), mPlace(place) { currentThread().isOurs = true; }
   ~Life() {
     Thread& self = currentThread();
-    const EndWatch watch(self);
+    self.isOurs = false;
+    abandonMutexes(self);
     Operation operation;
-    abandonMutexes(self, operation);
     signal(mObject, operation);
-    drop(mObject);
     self.begunWait = kNotBegun;
     mPlace.work = nullptr;
     if (mCameToItsEnd && park(mPlace)) {
@@ -257,29 +258,25 @@ Handle createWaitingThread(ThreadFunction function, void* argument, std::uint32_
                            const Handle* objects, std::uint32_t milliseconds) {
   static constinit std::atomic<std::uint32_t> lastId = 0;
 
-  Object* thread = nullptr;
+  Object* const thread = newObject(kThread | kManualReset);
+  if (!thread) return nullptr;
+  const Handle handle = handleOf(*thread);
+  thread->function = function;
+  thread->argument = argument;
+  *threadId = lastId.fetch_add(1, std::memory_order_relaxed) + 1;
   Parked* parked = nullptr;
   {
     Operation operation;
-    thread = newObject(Kind::thread);
-    if (!thread) return nullptr;
-    thread->manualReset = true;
-    thread->function = function;
-    thread->argument = argument;
-    ++thread->references;  // one for the handle and one for the running thread
-    *threadId = lastId.fetch_add(1, std::memory_order_relaxed) + 1;
     gKeepsThreads = true;
     parked = takeParked();
     if (parked) {
       parked->work = thread;
-      if (!beginWait(*parked, count, objects, milliseconds)) call(*parked, operation);
+      if (!beginWait(*parked, count, objects, milliseconds, operation)) call(*parked, operation);
     }
   }
-  const Handle handle = handleOf(*thread);
   if (parked || startHoldingModule(*thread)) return handle;
-  const Operation operation;
-  drop(*thread);
-  close(handle);
+  change(*thread, [](State state) { return state | kSignalled; });  // it is not running
+  closeHandle(handle);
   fail(kOutOfMemory);
   return nullptr;
 }
@@ -293,8 +290,7 @@ void releaseThreads() {
 // There is nothing to raise: an ordinary user may not, and for a user who may, each signal would have the woken thread
 // take the processor from the one that signals.
 bool setThreadPriority(Handle thread, int /*priority*/) {
-  const Operation operation;
-  return find(thread, Kind::thread) != nullptr;
+  return find(thread, kThread) != nullptr;
 }
 
 }  // namespace kel::platform

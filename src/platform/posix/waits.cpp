@@ -27,15 +27,69 @@ void awaitRelease(const Waiter& waiter) {
   while ((word = waiter.word.load(std::memory_order_acquire)) != kReleased) sleepWhile(waiter.word, word, nullptr);
 }
 
-/// Takes the first object that is open to the waiter. False if none is.
+/// Takes the first object that is open to a waiter in its queues. False if none is.
 bool takeFirstOpen(Waiter& waiter) REQUIRES(gLock) {
   for (std::uint32_t i = 0; i < waiter.count; ++i) {
     Object& object = *waiter.links[i].object;
-    if (!isOpenTo(object, waiter.thread)) continue;
-    waiter.result = take(object, waiter.thread) + i;
+    const State before = change(object, takenIfSignalled);
+    if ((before & kSignalled) == 0) continue;
+    if ((before & kMutex) != 0) own(object, waiter.thread);
+    waiter.result = resultOf(before) + i;
     return true;
   }
   return false;
+}
+
+/// Looks a handle up for a wait. If it is that of a mutex the thread's end is watched. Null with the last error set.
+Object* findToWait(Handle handle, EndWatch& watch) {
+  Object* const object = find(handle);
+  if (!object) return nullptr;
+  const bool isMutex = (object->state.load(std::memory_order_relaxed) & kMutex) != 0;
+  return isMutex && !watch.begin() ? nullptr : object;
+}
+
+/// Enters an object once more that is this thread's own already. False if it is not.
+bool enterAgain(Object& object, const Thread& self) {
+  if (!isOwn(object, self)) return false;
+  ++object.entries;
+  return true;
+}
+
+/// The result of a wait that found an object in this state and took it, or found its handle stale.
+std::uint32_t endAtOnce(State before, Object& object, Thread& self) {
+  if (before == 0) {
+    setLastError(kInvalidHandle);
+    return kWaitFailed;
+  }
+  if ((before & kMutex) != 0) own(object, self);
+  return resultOf(before);
+}
+
+/// A wait behind the first look at the handles, which are valid or were so then.
+std::uint32_t waitInQueues(Thread& self, std::uint32_t count, const Handle* handles, std::uint32_t milliseconds) {
+  WaitLink links[kMostWaited];  // left as it is: a wait pays only for the links that it uses
+  Waiter waiter{.thread = self, .links = links, .count = 0};
+  {
+    Operation operation;
+    for (std::uint32_t& i = waiter.count; i < count; ++i) {
+      links[i].waiter = &waiter;
+      Object& object = *slotOf(handles[i]);
+      const bool again = enterAgain(object, self);
+      const State before = again ? kSignalled : enqueue(links[i], handles[i], kAnyKind, true);
+      if (before != 0 && (before & kSignalled) == 0) continue;
+      const std::uint32_t result = endAtOnce(before, object, self);
+      dequeue(waiter, operation);
+      return result == kWaitFailed ? result : result + i;
+    }
+    if (milliseconds == 0) {
+      dequeue(waiter, operation);
+      return kWaitTimeout;
+    }
+  }
+  timespec deadline;
+  if (milliseconds != kInfinite) deadline = after(milliseconds);
+  sleepInQueues(waiter, milliseconds == kInfinite ? nullptr : &deadline);
+  return waiter.result;
 }
 
 }  // namespace
@@ -64,27 +118,24 @@ std::uint32_t waitForAny(std::uint32_t count, const Handle* objects, std::uint32
   }
   Thread& self = currentThread();
   if (self.begunWait != kNotBegun) return std::exchange(self.begunWait, kNotBegun);
-  WaitLink links[kMostWaited];  // left as it is: a wait pays only for the links that it uses
-  Waiter waiter{.thread = self, .links = links, .count = count};
+  if (count == 1) return waitForOne(*objects, milliseconds);
   EndWatch watch(self);
-  {
-    const Operation operation;
-    for (std::uint32_t i = 0; i < count; ++i) {
-      links[i].object = find(objects[i]);
-      links[i].waiter = &waiter;
-      if (!links[i].object) return kWaitFailed;
-      if (links[i].object->kind == Kind::mutex && !watch.begin()) return kWaitFailed;
-    }
-    if (takeFirstOpen(waiter) || milliseconds == 0) return waiter.result;
-    for (std::uint32_t i = 0; i < count; ++i) enqueue(links[i]);
+  for (std::uint32_t i = 0; i < count; ++i) {
+    if (!findToWait(objects[i], watch)) return kWaitFailed;
   }
-  timespec deadline;
-  if (milliseconds != kInfinite) deadline = after(milliseconds);
-  sleepInQueues(waiter, milliseconds == kInfinite ? nullptr : &deadline);
-  return waiter.result;
+  return waitInQueues(self, count, objects, milliseconds);
 }
 
-std::uint32_t waitForOne(Handle object, std::uint32_t milliseconds) { return waitForAny(1, &object, milliseconds); }
+std::uint32_t waitForOne(Handle handle, std::uint32_t milliseconds) {
+  Thread& self = currentThread();
+  EndWatch watch(self);
+  Object* const object = findToWait(handle, watch);
+  if (!object) return kWaitFailed;
+  if (enterAgain(*object, self)) return kWaitObject;
+  const State before = change(object, handle, kAnyKind, takenIfSignalled);
+  if (before == 0 || (before & kSignalled) != 0) return endAtOnce(before, *object, self);
+  return milliseconds != 0 ? waitInQueues(self, 1, &handle, milliseconds) : kWaitTimeout;
+}
 
 void sleepFor(std::uint32_t milliseconds) {
   while (milliseconds == kInfinite) pause();

@@ -5,35 +5,23 @@
 
 #include <new>
 
-#include "platform/posix/errors.h"
-
 namespace kel::platform {
 namespace posix {
 
 // Plain statics without destructors: a thread may end, and signal its end, while the process is already being taken
 // down.
 constinit FutexLock gLock;
+constinit std::atomic<Object*> gChunks[kMostChunks] = {};
 
 thread_local constinit Thread tThread;
 
 namespace {
 
-constexpr std::uint32_t kChunkSize = 256;
-constexpr std::uint32_t kMostChunks = 4096;
-constexpr std::uint64_t kSlotMask = kOneGeneration - 1;
-
-constinit std::atomic<Object*> gChunks[kMostChunks] = {};
 constinit std::uint32_t gSlots GUARDED_BY(gLock) = 0;  // used so far
 
 // The free slots, a stack: the number of the first and 1, and above it how many have been taken from here. The count
 // keeps whoever has read a slot's next one from making that the first, if the slot has been away meanwhile.
 constinit std::atomic<std::uint64_t> gFree = 0;
-
-Object* at(std::uint32_t slot) {
-  if (slot >= kMostChunks * kChunkSize) return nullptr;
-  Object* const chunk = gChunks[slot / kChunkSize].load(std::memory_order_acquire);
-  return chunk != nullptr ? &chunk[slot % kChunkSize] : nullptr;
-}
 
 Object* takeFree() {
   std::uint64_t first = gFree.load(std::memory_order_acquire);
@@ -107,25 +95,14 @@ Object* newObject(State state) {
   Object* object = takeFree();
   if (!object) object = newSlot();
   if (!object) return nullptr;
-  const State generation = object->state.load(std::memory_order_relaxed) & ~(kOneGeneration - 1);
+  const State generation = object->state.load(std::memory_order_relaxed) & ~kSlotMask;
   object->state.store(generation | kOpen | state, std::memory_order_release);
   return object;
 }
 
 Handle handleOf(const Object& object) {
-  const State generation = object.state.load(std::memory_order_relaxed) & ~(kOneGeneration - 1);
+  const State generation = object.state.load(std::memory_order_relaxed) & ~kSlotMask;
   return reinterpret_cast<Handle>(generation | (object.slot + 1));
-}
-
-Object* slotOf(Handle handle) {
-  return at(static_cast<std::uint32_t>(reinterpret_cast<State>(handle) & kSlotMask) - 1);  // null: the largest number
-}
-
-Object* find(Handle handle, State kinds) {
-  Object* const object = slotOf(handle);
-  if (object && names(handle, object->state.load(std::memory_order_acquire), kinds)) return object;
-  fail(kInvalidHandle);
-  return nullptr;
 }
 
 void recycle(Object& object) {

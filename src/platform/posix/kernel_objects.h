@@ -7,14 +7,15 @@
 // An object lives in a slot of one table and never moves. Its handle is the slot's number with a generation above it.
 // The state has the generation as well, which moves on when the handle is closed; so the compare-and-swap with a stale
 // handle fails, whatever has become of the slot, and nothing ever reaches memory through it. An object is kept by its
-// open handle, by those who wait for it, by the owner of a mutex, and by a thread that still runs. All of these are bits
-// of the state: so whoever takes the last one away knows it, and nobody else does, and returns the slot.
+// open handle, by those who wait for it, by the owner of a mutex, and by a thread that still runs. All of these are
+// bits of the state: so whoever takes the last one away knows it, and nobody else does, and returns the slot.
 //
 // Those who sleep, and those who wake sleepers, hold gLock. It guards the queues, and the bit of the state that says
 // that there is somebody in the queue: who signals an object and finds that bit takes the lock, and who does not has no
 // one to wake. A waiting thread hangs a link into the queue of each object that it waits for, and sleeps on a word of
-// its own. It sets the bit of one object after the other, each only while that object is not open to it. When it has set
-// the last, none of them can be signalled but behind the lock; so a wait for several sees all of them at one moment.
+// its own. It sets the bit of one object after the other, each only while that object is not open to it. When it has
+// set the last, none of them can be signalled but behind the lock; so a wait for several sees all of them at one
+// moment.
 //
 // Whoever signals an object hands it over to the first in the queue: under the lock it takes the object for the waiter,
 // takes the waiter off all queues and fixes its result. Only behind the lock is the word set, which wakes the sleeper.
@@ -26,13 +27,14 @@
 // vain keeps its place, and after kMostInVain times the next release does hand the mutex over to it.
 //
 // Who owns a mutex is not in its state, which only says that it is taken. The owner is asked for by one question alone,
-// "is it I?", and that answer cannot change while a thread asks: only the thread itself becomes an owner or ceases to be
-// one, or somebody makes it the owner while it sleeps. If it is yes, the mutex was this thread's from before it looked
-// at the state, and is the object of the handle. Number of entries and the list of owned mutexes are the owner's too, so
-// they need no lock. The owner is erased before the state says that the mutex is free, and entered behind.
+// "is it I?", and that answer cannot change while a thread asks: only the thread itself becomes an owner or ceases to
+// be one, or somebody makes it the owner while it sleeps. If it is yes, the mutex was this thread's from before it
+// looked at the state, and is the object of the handle. Number of entries and the list of owned mutexes are the owner's
+// too, so they need no lock. The owner is erased before the state says that the mutex is free, and entered behind.
 #pragma once
 
 #include "platform/platform.h"
+#include "platform/posix/errors.h"
 #include "platform/posix/futex.h"
 
 namespace kel::platform::posix {
@@ -85,11 +87,10 @@ inline constexpr State kAnyKind = kEvent | kMutex | kThread;
 
 inline constexpr unsigned kSlotBits = 24;  ///< of a handle's value; the generation lies above
 inline constexpr State kOneGeneration = State{1} << kSlotBits;
+inline constexpr State kSlotMask = kOneGeneration - 1;
 
 /// Nobody keeps the object any more.
-constexpr bool isDead(State state) {
-  return (state & (kOpen | kWaited)) == 0 && (state & (kEvent | kSignalled)) != 0;
-}
+constexpr bool isDead(State state) { return (state & (kOpen | kWaited)) == 0 && (state & (kEvent | kSignalled)) != 0; }
 
 /// What a wait makes of the state of an object: the mutex or the auto-reset event is taken if it is signalled.
 constexpr State takenIfSignalled(State state) {
@@ -205,8 +206,23 @@ class SCOPED_CAPABILITY Operation {
 Object* newObject(State state);
 Handle handleOf(const Object& object);
 
+inline constexpr std::uint32_t kChunkSize = 256;
+inline constexpr std::uint32_t kMostChunks = 4096;
+
+/// The table, which grows and never shrinks.
+extern constinit std::atomic<Object*> gChunks[kMostChunks];
+
+/// The slot of that number, or null.
+inline Object* at(std::uint32_t slot) {
+  if (slot >= kMostChunks * kChunkSize) return nullptr;
+  Object* const chunk = gChunks[slot / kChunkSize].load(std::memory_order_acquire);
+  return chunk != nullptr ? &chunk[slot % kChunkSize] : nullptr;
+}
+
 /// The slot that a handle names, or null.
-Object* slotOf(Handle handle);
+inline Object* slotOf(Handle handle) {
+  return at(static_cast<std::uint32_t>(reinterpret_cast<State>(handle) & kSlotMask) - 1);  // null: the largest number
+}
 
 /// Is that the state of what the handle names, and of such a kind?
 inline bool names(Handle handle, State state, State kinds) {
@@ -214,7 +230,12 @@ inline bool names(Handle handle, State state, State kinds) {
 }
 
 /// The object of an open handle, or null with the last error set. It may be closed at any moment.
-Object* find(Handle handle, State kinds = kAnyKind);
+inline Object* find(Handle handle, State kinds = kAnyKind) {
+  Object* const object = slotOf(handle);
+  if (object && names(handle, object->state.load(std::memory_order_acquire), kinds)) return object;
+  fail(kInvalidHandle);
+  return nullptr;
+}
 
 /// Gives an object that is dead back to those who make new ones.
 void recycle(Object& object);
@@ -224,10 +245,11 @@ void recycle(Object& object);
 template <class Next>
 State change(Object& object, Next next) {
   State before = object.state.load(std::memory_order_relaxed);
-  while (!object.state.compare_exchange_weak(before, next(before), std::memory_order_acq_rel,
-                                             std::memory_order_relaxed)) {
-  }
-  if (isDead(next(before))) recycle(object);
+  State after;
+  do {
+    after = next(before);
+  } while (!object.state.compare_exchange_weak(before, after, std::memory_order_acq_rel, std::memory_order_relaxed));
+  if (isDead(after)) recycle(object);
   return before;
 }
 
@@ -236,11 +258,12 @@ template <class Next>
 State change(Object* object, Handle handle, State kinds, Next next) {
   if (object == nullptr) return 0;
   State before = object->state.load(std::memory_order_relaxed);
+  State after;
   do {
     if (!names(handle, before, kinds)) return 0;
-  } while (!object->state.compare_exchange_weak(before, next(before), std::memory_order_acq_rel,
-                                                std::memory_order_relaxed));
-  if (isDead(next(before))) recycle(*object);
+    after = next(before);
+  } while (!object->state.compare_exchange_weak(before, after, std::memory_order_acq_rel, std::memory_order_relaxed));
+  if (isDead(after)) recycle(*object);
   return before;
 }
 

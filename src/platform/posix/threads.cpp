@@ -6,7 +6,6 @@
 
 #include <csignal>
 
-#include "platform/posix/errors.h"
 #include "platform/posix/kernel_objects.h"
 
 namespace kel::platform {
@@ -289,8 +288,6 @@ void releaseThreads() {
 
 // There is nothing to raise: an ordinary user may not, and for a user who may, each signal would have the woken thread
 // take the processor from the one that signals.
-bool setThreadPriority(Handle thread, int /*priority*/) {
-  return find(thread, kThread) != nullptr;
-}
+bool setThreadPriority(Handle thread, int /*priority*/) { return find(thread, kThread) != nullptr; }
 
 }  // namespace kel::platform

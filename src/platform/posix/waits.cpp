@@ -4,7 +4,6 @@
 
 #include <utility>
 
-#include "platform/posix/errors.h"
 #include "platform/posix/kernel_objects.h"
 
 namespace kel::platform {

@@ -41,6 +41,23 @@ TEST(Handle, WhatWasNeverAHandleIsRefused) {
   }
 }
 
+TEST(Handle, IsOneThreadsAloneWhileSeveralOpenAndClose) {
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([] {
+      for (int round = 0; round < 200'000; ++round) {
+        const Handle first = createEvent(false, false);
+        const Handle second = createEvent(false, false);
+        ASSERT_TRUE(closeHandle(first));
+        const Handle third = createEvent(false, false);
+        ASSERT_TRUE(closeHandle(second));
+        ASSERT_TRUE(closeHandle(third));
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
 // Threads share a few places for handles and use what they find there, which another may have closed at any moment.
 TEST(Handle, StaleOnesAreHarmlessUnderRandomUse) {
   const unsigned seed = std::random_device()();

@@ -31,9 +31,10 @@ Status BrelEngine::InvokeAsyncTask(const char* taskName, std::uint32_t commandID
   std::uint32_t TUI = 0;
   if (!mTUIsList.FindTuiByName("InvokeAsyncTask", taskName != nullptr ? taskName : "", &TUI)) return kStatusFailed;
   mDebugPrint("\nTUI = %d\n", static_cast<int>(TUI));
-  const auto record =
-      mKeptBlocks.hold(BuildRequest(TUI, responseExpected, initialSeqTUI, inputBuffer, inputBufferSize));
-  return IssueAsyncCommandBase(BREL_INVOKE_TASK, commandID, record.get(), seqNum, callbackFunc, streamCallbackFunc);
+  ScopedBlock<BrelTaskRecordCapacity> block(mKeptBlocks, RequestBlockSize(inputBuffer, inputBufferSize));
+  task* const record =
+      BuildRequest(block.get(), TUI, responseExpected, initialSeqTUI, inputBuffer, inputBufferSize);
+  return IssueAsyncCommandBase(BREL_INVOKE_TASK, commandID, record, seqNum, callbackFunc, streamCallbackFunc);
 }
 
 Status BrelEngine::IssueAsyncCommand(std::uint32_t commandID, task* record, std::uint32_t* seqNum,

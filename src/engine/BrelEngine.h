@@ -197,7 +197,8 @@ class BrelEngine {
   void setReleaseBlocks(std::uint32_t inFile);
 
   // SyncTasks.cpp.
-  static task* BuildRequest(std::uint32_t TUI, std::uint8_t responseExpected, std::uint32_t initialSeqTUI,
+  static std::size_t RequestBlockSize(const void* inputBuffer, std::uint32_t inputBufferSize);
+  static task* BuildRequest(void* block, std::uint32_t TUI, std::uint8_t responseExpected, std::uint32_t initialSeqTUI,
                             const void* inputBuffer, std::uint32_t inputBufferSize);
   Status IssueCommandBase(ApiType apiType, std::uint32_t commandID, task* record, task** responseRecord,
                           std::uint32_t* responseSize, OpaqueCallback streamCallbackFunc);

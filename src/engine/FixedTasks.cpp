@@ -55,8 +55,8 @@ Status BrelEngine::sendFixedTask(const FixedTask& fixed, std::uint32_t* seqNum, 
     report(kError, fixed.operation, "could not assign sequence number \n");
     return kStatusFailed;
   }
-  task* record =
-      BuildRequest(TUI, 1, MakeSeqTUI(TUI, static_cast<std::uint8_t>(*seqNum)), fixed.payload, fixed.payloadSize);
+  task* record = BuildRequest(AllocateBlock(RequestBlockSize(fixed.payload, fixed.payloadSize)), TUI, 1,
+                              MakeSeqTUI(TUI, static_cast<std::uint8_t>(*seqNum)), fixed.payload, fixed.payloadSize);
   const std::uint32_t dorvCode = SendToDorv(fixed.operation, record, record->payloadSize + std::uint32_t{sizeof(task)});
   std::free(record);
   return dorvCode == DORV_OK ? kStatusOk : TranslateDorvStatus(dorvCode);

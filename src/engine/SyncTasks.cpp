@@ -23,12 +23,13 @@ Status BrelEngine::InvokeTask(const char* taskName, std::uint32_t commandID, con
   if (!mTUIsList.FindTuiByName("InvokeTask", taskName != nullptr ? taskName : "", &TUI)) return kStatusFailed;
   mDebugPrint("\nTUI = %d\n", static_cast<int>(TUI));
 
-  const auto record =
-      mKeptBlocks.hold(BuildRequest(TUI, responseExpected, initialSeqTUI, inputBuffer, inputBufferSize));
+  ScopedBlock<BrelTaskRecordCapacity> block(mKeptBlocks, RequestBlockSize(inputBuffer, inputBufferSize));
+  task* const record =
+      BuildRequest(block.get(), TUI, responseExpected, initialSeqTUI, inputBuffer, inputBufferSize);
   task* responseRecord = nullptr;
   std::uint32_t responseSize = 0;
   const Status status =
-      IssueCommandBase(BREL_INVOKE_TASK, commandID, record.get(), &responseRecord, &responseSize, streamCallbackFunc);
+      IssueCommandBase(BREL_INVOKE_TASK, commandID, record, &responseRecord, &responseSize, streamCallbackFunc);
   const auto wholeResponse = mKeptBlocks.hold(responseRecord);
   if (status == kStatusOk && responseRecord != nullptr) {
     *expectedResultsTaskBufferSize = responseRecord->payloadSize;
@@ -45,16 +46,20 @@ Status BrelEngine::IssueCommand(std::uint32_t commandID, task* record, task** re
   return IssueCommandBase(BREL_ISSUE_COMMAND, commandID, record, responseRecord, responseSize, streamCallbackFunc);
 }
 
-/// A request in a block of the record capacity, or of what a payload beyond it needs.
-task* BrelEngine::BuildRequest(std::uint32_t TUI, std::uint8_t responseExpected, std::uint32_t initialSeqTUI,
-                               const void* inputBuffer, std::uint32_t inputBufferSize) {
-  const bool hasInput = inputBuffer != nullptr && inputBufferSize != 0;
-  const std::size_t needed = sizeof(task) + (hasInput ? std::size_t{inputBufferSize} : 0);
-  auto* record = static_cast<task*>(AllocateBlock(std::max<std::size_t>(needed, BrelTaskRecordCapacity)));
+/// The record capacity, or what a payload beyond it needs.
+std::size_t BrelEngine::RequestBlockSize(const void* inputBuffer, std::uint32_t inputBufferSize) {
+  const std::size_t payloadSize = inputBuffer != nullptr ? inputBufferSize : 0;
+  return std::max<std::size_t>(sizeof(task) + payloadSize, BrelTaskRecordCapacity);
+}
+
+/// Lays a request out in a block of that size.
+task* BrelEngine::BuildRequest(void* block, std::uint32_t TUI, std::uint8_t responseExpected,
+                               std::uint32_t initialSeqTUI, const void* inputBuffer, std::uint32_t inputBufferSize) {
+  auto* record = static_cast<task*>(block);
   record->TUI = TUI;
   record->responseExpected = responseExpected;
   record->seqTUI = initialSeqTUI;
-  if (hasInput) {
+  if (inputBuffer != nullptr && inputBufferSize != 0) {
     record->payloadSize = inputBufferSize;
     std::memcpy(PayloadOf(record), inputBuffer, inputBufferSize);
   } else {

@@ -2,8 +2,11 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdlib>
 #include <memory>
+
+#include "platform/memory.h"
 
 namespace kel {
 
@@ -39,6 +42,23 @@ class KeptBlocks {
 
  private:
   std::atomic<bool> mReleased{false};
+};
+
+/// A block for the life of a scope that is kept behind it. Where kept blocks are released it lies in the scope itself,
+/// if there is room, and takes nothing from the heap. Throws std::bad_alloc.
+template <std::size_t Room>
+class ScopedBlock {
+ public:
+  ScopedBlock(const KeptBlocks& keptBlocks, std::size_t size)
+      : mHeld(keptBlocks.hold<void>(keptBlocks.released() && size <= Room ? nullptr : AllocateBlock(size))) {}
+  ScopedBlock(const ScopedBlock&) = delete;
+  ScopedBlock& operator=(const ScopedBlock&) = delete;
+
+  void* get() { return mHeld != nullptr ? mHeld.get() : mRoom; }
+
+ private:
+  const KeptBlocks::Held<void> mHeld;
+  alignas(std::max_align_t) std::byte mRoom[Room];  // left as it is
 };
 
 }  // namespace kel

@@ -11,6 +11,7 @@ namespace {
 /// Calls a member of the engine with that handle; 1 if there is none, and for an exception: none goes on to a client.
 template <class... Parameters, class... Arguments>
 Status Call(std::uint32_t handle, Status (BrelEngine::*member)(Parameters...), Arguments... arguments) try {
+  const platform::MutexScope lookUps;
   const std::shared_ptr<BrelEngine> engine = GetBrelInst(handle);
   return engine != nullptr ? ((*engine).*member)(arguments...) : kStatusFailed;
 } catch (const std::exception&) {

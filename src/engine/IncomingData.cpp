@@ -37,6 +37,7 @@ std::uint32_t Process(std::uint32_t engineHandle, bool (BrelEngine::*handle)(con
 }  // namespace
 
 std::uint32_t BrelEngineCallback(std::uint32_t dorvHandle, const std::uint8_t* buffer, std::uint32_t bufferSize) {
+  const platform::MutexScope lookUps;
   const std::shared_ptr<BrelEngine> engine = GetBrelInstByDorvHandle(dorvHandle);
   return engine != nullptr ? engine->TakeRecord(buffer, bufferSize) : 0;
 }

@@ -109,6 +109,16 @@ Handle createMutex(bool owned);
 /// nobody who waits is passed over again and again.
 bool releaseMutex(Handle mutex);
 
+/// Stands round work in which a thread takes mutexes time and again. Everything above holds in it as it does outside; a
+/// platform may do once there what it else does for each mutex. Scopes may lie in each other.
+class MutexScope {
+ public:
+  MutexScope();
+  ~MutexScope();
+  MutexScope(const MutexScope&) = delete;
+  MutexScope& operator=(const MutexScope&) = delete;
+};
+
 /// A thread's work. Its result is the thread's exit code, which nobody reads.
 using ThreadFunction = std::uint32_t (*)(void* argument);
 

@@ -245,6 +245,14 @@ bool releaseMutex(Handle mutex) {
   return true;
 }
 
+MutexScope::MutexScope() { ++currentThread().mutexScopes; }
+
+MutexScope::~MutexScope() {
+  Thread& self = currentThread();
+  --self.mutexScopes;
+  const EndWatch endsHere(self);
+}
+
 bool closeHandle(Handle handle) {
   return change(slotOf(handle), handle, kAnyKind, [](State state) { return (state & ~kOpen) + kOneGeneration; }) != 0 ||
          fail(kInvalidHandle);

@@ -130,6 +130,7 @@ struct Thread {
   Object* firstOwned = nullptr;
   std::uint64_t number = 0;  ///< that no other thread of the process ever has; 0 until it is needed. The thread's own
   std::uint32_t begunWait = kNotBegun;  ///< result of the wait that was begun on its behalf, until it asks for it
+  std::uint32_t mutexScopes = 0;  ///< that it is in
   bool isWatched = false;  ///< its end will give up the mutexes that it then owns; the thread's own to read and write
   bool isOurs = false;     ///< runs a function of the library's, and behind that gives up its mutexes without a watch
 };
@@ -139,13 +140,14 @@ extern thread_local constinit Thread tThread;
 inline Thread& currentThread() { return tThread; }
 
 /// Stands around each operation by which its thread may come to own a mutex, or to own none any more. While a thread
-/// owns one its end is watched, and at no other time: so a thread that has used this library and lives on neither keeps
-/// it loaded, nor runs into it when it has been unloaded. A thread of the library's own needs no watch.
+/// owns one its end is watched, and on to the end of the MutexScope that it is in, which lies in a call of this
+/// library; but at no other time. So a thread that has used this library and lives on neither keeps it loaded, nor runs
+/// into it when it has been unloaded. A thread of the library's own needs no watch.
 class EndWatch {
  public:
   explicit EndWatch(Thread& thread) : mThread(thread) {}
   ~EndWatch() {
-    if (mThread.isWatched && !mThread.firstOwned) end();
+    if (mThread.isWatched && !mThread.firstOwned && mThread.mutexScopes == 0) end();
   }
   EndWatch(const EndWatch&) = delete;
   EndWatch& operator=(const EndWatch&) = delete;

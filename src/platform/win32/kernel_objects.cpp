@@ -14,6 +14,10 @@ Handle createMutex(bool owned) { return CreateMutexA(nullptr, owned, nullptr); }
 
 bool releaseMutex(Handle mutex) { return ReleaseMutex(mutex) != 0; }
 
+// The system itself looks after the mutexes of a thread that ends.
+MutexScope::MutexScope() = default;
+MutexScope::~MutexScope() = default;
+
 bool closeHandle(Handle handle) { return CloseHandle(handle) != 0; }
 
 }  // namespace kel::platform

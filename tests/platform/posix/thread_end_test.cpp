@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "platform/background.h"
+#include "platform/posix/kernel_objects.h"
 #include "support/heap_of_sanitizer.h"
 
 namespace kel::platform {
@@ -18,6 +19,43 @@ TEST(ThreadEnd, AThreadThatLeavesByTheSystemsOwnCallIsSignalledAsWell) {
     pthread_exit(nullptr);
   });
   thread.join();
+  EXPECT_EQ(waitForOne(mutex, 0), kWaitAbandoned);
+}
+
+TEST(ThreadEnd, AMutexThatIsTakenInAScopeIsGivenUpAsWell) {
+  const Owned mutex(createMutex(false));
+  std::thread([&] {
+    const MutexScope outer;
+    const MutexScope inner;
+    waitForOne(mutex, 0);
+    releaseMutex(mutex);
+    waitForOne(mutex, 0);
+  }).join();
+  EXPECT_EQ(waitForOne(mutex, 0), kWaitAbandoned);
+}
+
+TEST(ThreadEnd, IsWatchedToTheEndOfAScopeAndNoLonger) {
+  const Owned mutex(createMutex(false));
+  {
+    const MutexScope scope;
+    EXPECT_FALSE(posix::currentThread().isWatched);
+    waitForOne(mutex, 0);
+    releaseMutex(mutex);
+    EXPECT_TRUE(posix::currentThread().isWatched);
+  }
+  EXPECT_FALSE(posix::currentThread().isWatched);
+}
+
+TEST(ThreadEnd, AMutexThatIsTakenBehindAScopeIsGivenUpAsWell) {
+  const Owned mutex(createMutex(false));
+  std::thread([&] {
+    {
+      const MutexScope scope;
+      waitForOne(mutex, 0);
+      releaseMutex(mutex);
+    }
+    waitForOne(mutex, 0);
+  }).join();
   EXPECT_EQ(waitForOne(mutex, 0), kWaitAbandoned);
 }
 

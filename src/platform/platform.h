@@ -151,7 +151,7 @@ bool setThreadPriority(Handle thread, int priority);
 std::uint32_t waitForOne(Handle object, std::uint32_t milliseconds);
 
 /// The same for the first of `count` objects, at most kMostWaited, that is signalled. With several signalled at entry
-/// the lowest index wins, and only that one is taken.
+/// the lowest index wins, and only that one is taken. A wait of 0 may look at them one after the other.
 std::uint32_t waitForAny(std::uint32_t count, const Handle* objects, std::uint32_t milliseconds);
 
 /// Makes the handle stale. Who waits on the object goes on waiting. False, and nothing changed, for null and for a

@@ -15,7 +15,7 @@
 // one to wake. A waiting thread hangs a link into the queue of each object that it waits for, and sleeps on a word of
 // its own. It sets the bit of one object after the other, each only while that object is not open to it. When it has
 // set the last, none of them can be signalled but behind the lock; so a wait for several sees all of them at one
-// moment.
+// moment. A wait of 0 that finds none of them open has only looked at one after the other, without the lock.
 //
 // Whoever signals an object hands it over to the first in the queue: under the lock it takes the object for the waiter,
 // takes the waiter off all queues and fixes its result. Only behind the lock is the word set, which wakes the sleeper.

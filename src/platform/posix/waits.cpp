@@ -54,6 +54,12 @@ bool enterAgain(Object& object, const Thread& self) {
   return true;
 }
 
+/// Looks at an object once. That is an operation of its own, which changes nothing.
+bool isOpenTo(const Thread& self, Object& object, Handle handle) {
+  return isOwn(object, self) ||
+         (change(&object, handle, kAnyKind, [](State state) { return state; }) & kSignalled) != 0;
+}
+
 /// The result of a wait that found an object in this state and took it, or found its handle stale.
 std::uint32_t endAtOnce(State before, Object& object, Thread& self) {
   if (before == 0) {
@@ -119,9 +125,13 @@ std::uint32_t waitForAny(std::uint32_t count, const Handle* objects, std::uint32
   if (self.begunWait != kNotBegun) return std::exchange(self.begunWait, kNotBegun);
   if (count == 1) return waitForOne(*objects, milliseconds);
   EndWatch watch(self);
+  bool isOpen = false;
   for (std::uint32_t i = 0; i < count; ++i) {
-    if (!findToWait(objects[i], watch)) return kWaitFailed;
+    Object* const object = findToWait(objects[i], watch);
+    if (!object) return kWaitFailed;
+    if (milliseconds == 0 && !isOpen) isOpen = isOpenTo(self, *object, objects[i]);
   }
+  if (milliseconds == 0 && !isOpen) return kWaitTimeout;
   return waitInQueues(self, count, objects, milliseconds);
 }
 

@@ -1,0 +1,267 @@
+// The road over the library in this process.
+//
+// The library runs its calls one at a time over all connections, and some of them last: a connect waits for the device,
+// a disconnect for what is running, a version check for an answer. So those pass a gate alone, and a request that finds
+// the gate closed is busy rather than stuck behind it.
+//
+// A callback of the library learns no more than the number of its request, and that of a broadcast not even this: so
+// connections have slots, the slot is the upper part of each number, and each slot has a broadcast callback of its own.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <string>
+#include <utility>
+
+#include "KELHandler.h"
+#include "kel/detail/library_memory.hpp"
+#include "kel/detail/road.hpp"
+
+namespace kel {
+inline namespace v1 {
+namespace detail {
+
+/// Requests pass together and briefly; a call that lasts passes alone.
+class Gate {
+ public:
+  /// False if a call that lasts is in it, or wants to be.
+  bool tryEnter() {
+    mInside.fetch_add(1);
+    if (!mIsClosed.load()) return true;
+    leave();
+    return false;
+  }
+
+  void leave() {
+    if (mInside.fetch_sub(1) != 1 || !mIsClosed.load()) return;
+    const Lock lock(mMutex);
+    mChanged.notifyAll();
+  }
+
+  void close() {
+    Lock lock(mMutex);
+    while (mIsClosed.load()) mChanged.wait(mMutex);
+    mIsClosed.store(true);
+    while (mInside.load() != 0) mChanged.wait(mMutex);
+  }
+
+  void open() {
+    const Lock lock(mMutex);
+    mIsClosed.store(false);
+    mChanged.notifyAll();
+  }
+
+  void awaitOpen(Clock::time_point deadline) {
+    const Lock lock(mMutex);
+    while (mIsClosed.load() && Clock::now() < deadline) mChanged.waitUntil(mMutex, deadline);
+  }
+
+ private:
+  std::atomic<std::uint32_t> mInside{0};
+  std::atomic<bool> mIsClosed{false};  // changed under mMutex
+  Mutex mMutex;
+  Condition mChanged;
+};
+
+/// Holds the gate for a call that lasts.
+class Alone {
+ public:
+  explicit Alone(Gate& gate) : mGate(gate) { mGate.close(); }
+  ~Alone() { mGate.open(); }
+  Alone(const Alone&) = delete;
+  Alone& operator=(const Alone&) = delete;
+
+ private:
+  Gate& mGate;
+};
+
+/// What all connections of the process share. Never destroyed, since threads of the library may outlive a static
+/// object.
+struct Process {
+  Gate gate;
+  std::array<std::atomic<Sink*>, KEL_MAX_CONNECTIONS> sinks{};  // of the slots that are in use
+
+  Mutex mutex;
+  std::array<bool, KEL_MAX_CONNECTIONS> taken KEL_DETAIL_GUARDED_BY(mutex){};
+  std::uint32_t users KEL_DETAIL_GUARDED_BY(mutex) = 0;  // of the pipe library
+
+  static Process& get() {
+    static Process& process = *new Process;
+    return process;
+  }
+};
+
+/// Keeps the pipe library started.
+class PipeLibraryUse {
+ public:
+  PipeLibraryUse() {
+    Process& process = Process::get();
+    const Lock lock(process.mutex);
+    if (process.users++ == 0) KEL_Init();
+  }
+  ~PipeLibraryUse() {
+    Process& process = Process::get();
+    const Lock lock(process.mutex);
+    if (--process.users == 0) KEL_Finalize();
+  }
+  PipeLibraryUse(const PipeLibraryUse&) = delete;
+  PipeLibraryUse& operator=(const PipeLibraryUse&) = delete;
+};
+
+struct FreeLibraryBlock {
+  void operator()(const void* block) const noexcept { freeLibraryBlock(const_cast<void*>(block)); }
+};
+
+inline Sink* sinkOf(std::uint32_t commandID) { return Process::get().sinks[commandID >> kIdBits].load(); }
+constexpr std::uint32_t kIdMask = (1u << kIdBits) - 1;
+
+inline Form formBy(bool isRef) { return isRef ? Form::ref : Form::val; }
+
+/// Runs what takes a message. One for which there is no memory is lost, as in the library.
+template <class Delivery>
+void deliver(std::uint32_t commandID, Delivery delivery) noexcept {
+  Sink* const sink = sinkOf(commandID);
+  if (sink == nullptr) return;
+  try {
+    delivery(*sink);
+  } catch (const std::bad_alloc&) {
+  }
+}
+
+inline void takeAnswer(std::uint32_t errorCode, std::uint32_t commandID, std::uint32_t /*sequenceByte*/,
+                       std::uint32_t isRef, void* data, std::uint32_t size, std::uint32_t seqTUI) noexcept {
+  deliver(commandID, [&](Sink& sink) {
+    if (errorCode != 0) return sink.answered(commandID & kIdMask, nullptr);
+    const Payload answer = Payload::copied(formBy(isRef != 0), seqTUI, data, size);
+    sink.answered(commandID & kIdMask, &answer);
+  });
+}
+
+inline void takeStreamMessage(std::uint32_t /*errorCode*/, std::uint32_t commandID, std::uint32_t /*sequenceByte*/,
+                              std::uint32_t streamEnd, std::uint32_t isRef, void* data, std::uint32_t size,
+                              std::uint32_t seqTUI) noexcept {
+  deliver(commandID, [&](Sink& sink) {
+    sink.streamed(commandID & kIdMask, {Payload::copied(formBy(isRef != 0), seqTUI, data, size), streamEnd != 0});
+  });
+}
+
+template <std::size_t kSlot>
+void takeBroadcast(char* name, std::uint32_t isRef, void* payload, std::uint32_t size, std::uint32_t seqTUI) noexcept {
+  const std::unique_ptr<char, FreeLibraryBlock> ownedName(name);
+  std::unique_ptr<void, FreeLibraryBlock> ownedPayload(payload);
+  deliver(static_cast<std::uint32_t>(kSlot) << kIdBits, [&](Sink& sink) {
+    if (!sink.wantsBroadcasts()) return;
+    sink.broadcast({Payload::shared(formBy(isRef != 0), seqTUI, std::move(ownedPayload), size), name});
+  });
+}
+
+template <std::size_t... kSlots>
+KEL_BroadcastCallback broadcastCallback(std::size_t slot, std::index_sequence<kSlots...>) {
+  static constexpr KEL_BroadcastCallback kCallbacks[] = {takeBroadcast<kSlots>...};
+  return kCallbacks[slot];
+}
+
+class ProcessRoad final : public Road {
+ public:
+  bool open(const std::string& table, Sink& sink) override {
+    Process& process = Process::get();
+    if (!takeSlot(process)) return false;
+    process.sinks[mSlot].store(&sink);
+    {
+      const Alone alone(process.gate);
+      if (KEL_Connect(table.empty() ? nullptr : table.c_str(),
+                      broadcastCallback(mSlot, std::make_index_sequence<KEL_MAX_CONNECTIONS>()),
+                      &mConnection) == KEL_OK) {
+        return true;
+      }
+    }
+    giveBackSlot(process);
+    return false;
+  }
+
+  void close() override {
+    Process& process = Process::get();
+    bool isClosed = false;
+    {
+      const Alone alone(process.gate);
+      // What could not be closed may be closed again.
+      for (int attempt = 0; attempt < 2 && !isClosed; ++attempt) isClosed = KEL_Disconnect(mConnection) == KEL_OK;
+    }
+    // The library may still call for a connection that it could not close; so its slot stays taken. Nobody is there.
+    if (isClosed) {
+      giveBackSlot(process);
+    } else {
+      process.sinks[mSlot].store(nullptr);
+    }
+  }
+
+  Sent send(const Outgoing& request) override {
+    Gate& gate = Process::get().gate;
+    if (!gate.tryEnter()) return Sent::busy;
+    std::uint32_t sequenceNumber = 0;
+    const std::uint32_t code = KEL_SendReceiveAsyncKELEx(
+        mConnection, request.task, static_cast<std::uint32_t>(mSlot) << kIdBits | request.id, request.data,
+        static_cast<std::uint32_t>(request.size), request.sequenceWord, request.expectsAnswer ? 1 : 0,
+        request.expectsAnswer ? &sequenceNumber : nullptr, request.expectsAnswer ? takeAnswer : nullptr,
+        request.isStream ? takeStreamMessage : nullptr);
+    gate.leave();
+    switch (code) {
+      case KEL_OK:
+        return Sent::sent;
+      case KEL_E_CONNECTION:
+        return Sent::notConnected;
+      default:
+        return Sent::refused;
+    }
+  }
+
+  void awaitTurn(Clock::time_point deadline) override { Process::get().gate.awaitOpen(deadline); }
+
+  Result<bool> validateVersion(std::string file, const void* content, std::uint32_t size, std::uint64_t userVersion,
+                               const std::string& vectors) override {
+    const Alone alone(Process::get().gate);
+    const std::uint32_t verdict =
+        KEL_ValidateVersion(mConnection, file.data(), content, size, &userVersion, vectors.c_str());
+    if (verdict == KEL_E_CONNECTION) return Error{Cause::notConnected, verdict, std::move(file)};
+    return verdict == KEL_VERSION_VALID;
+  }
+
+  std::uint32_t codeOf(Sent sent) const override {
+    switch (sent) {
+      case Sent::refused:
+        return KEL_E_ASYNC_TASK;
+      case Sent::notConnected:
+        return KEL_E_CONNECTION;
+      default:
+        return KEL_OK;
+    }
+  }
+
+ private:
+  bool takeSlot(Process& process) {
+    const Lock lock(process.mutex);
+    for (mSlot = 0; mSlot < KEL_MAX_CONNECTIONS; ++mSlot) {
+      if (process.taken[mSlot]) continue;
+      return process.taken[mSlot] = true;
+    }
+    return false;
+  }
+
+  void giveBackSlot(Process& process) {
+    process.sinks[mSlot].store(nullptr);
+    const Lock lock(process.mutex);
+    process.taken[mSlot] = false;
+  }
+
+  const PipeLibraryUse mUse;
+  std::size_t mSlot = 0;
+  std::uint64_t mConnection = 0;
+};
+
+}  // namespace detail
+}  // namespace v1
+}  // namespace kel

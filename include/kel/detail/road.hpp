@@ -1,0 +1,74 @@
+// The way from a client to its device. Everything that depends on it lies behind this interface.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "kel/detail/sync.hpp"
+#include "kel/payload.hpp"
+
+namespace kel {
+inline namespace v1 {
+namespace detail {
+
+/// Takes what comes along a road, on threads of the road's own. It must not call the road. What it throws is
+/// std::bad_alloc, and the message is lost then.
+class Sink {
+ public:
+  /// The answer to the request of this number, or null if the road has given up waiting for it.
+  virtual void answered(std::uint32_t id, const Payload* answer) = 0;
+  virtual void streamed(std::uint32_t id, Message message) = 0;
+  virtual void broadcast(Broadcast broadcast) = 0;
+  /// False if nobody wants broadcasts at the moment.
+  virtual bool wantsBroadcasts() const noexcept = 0;
+
+ protected:
+  ~Sink() = default;
+};
+
+/// The largest number of a request, which has to fit the road's own.
+constexpr std::uint32_t kIdBits = 28;
+
+struct Outgoing {
+  const char* task;
+  const void* data;
+  std::size_t size;
+  std::uint32_t id;
+  bool expectsAnswer;
+  bool isStream;
+  std::uint32_t sequenceWord;  ///< of a request that expects no answer
+};
+
+enum class Sent : std::uint8_t {
+  sent,
+  refused,       ///< neither answer nor stream will come
+  notConnected,  ///< likewise
+  busy,          ///< likewise; the road would have had to wait
+};
+
+/// One connection at a time. open() and close() are called in turns by one thread; send() and await() by any, between
+/// them.
+class Road {
+ public:
+  virtual ~Road() = default;
+
+  /// Connects. May block for long. False if it could not.
+  virtual bool open(const std::string& table, Sink& sink) = 0;
+  /// Disconnects. May block for long. Afterwards the sink is not called any more.
+  virtual void close() = 0;
+  /// Hands a request over. Does not wait for other calls that may last.
+  virtual Sent send(const Outgoing& request) = 0;
+  /// Waits until send() would not be busy, or the deadline.
+  virtual void awaitTurn(Clock::time_point deadline) = 0;
+  /// What the library says of a file's version. May block for long.
+  virtual Result<bool> validateVersion(std::string file, const void* content, std::uint32_t size,
+                                       std::uint64_t userVersion, const std::string& vectors) = 0;
+  /// The code of a refusal.
+  virtual std::uint32_t codeOf(Sent sent) const = 0;
+};
+
+}  // namespace detail
+}  // namespace v1
+}  // namespace kel

@@ -47,8 +47,7 @@ set(text "/**
  *
  * Made from ${table} by `cmake -P cmake/TasksHeader.cmake`; not to be changed by hand.
  */
-#ifndef KEL_TASKS_HPP
-#define KEL_TASKS_HPP
+#pragma once
 
 #include \"kel/task.hpp\"
 
@@ -64,8 +63,6 @@ ${all}};
 }  // namespace tasks
 }  // namespace v1
 }  // namespace kel
-
-#endif
 ")
 
 if(NOT CHECK)

@@ -47,7 +47,8 @@ foreach(file IN LISTS files)
   # The client layer is for every compiler, and what GCC and Clang have beyond the language goes unnoticed there.
   if(file MATCHES "^include/kel/")
     file(STRINGS "${ROOT}/${file}" own REGEX "__(attribute__|builtin_|extension__|typeof|int128)|pragma GCC")
-    if(own)
+    # Clang alone checks the locks, and is told of them where it is the compiler.
+    if(own AND NOT file STREQUAL "include/kel/detail/sync.hpp")
       fault("${file}" "has what only some compilers know: ${own}")
     endif()
   endif()

@@ -95,7 +95,7 @@ const char* nameOf(const TypedTask<kForm>& task) {
 
 }  // namespace detail
 
-/** What fits a task as its payload: for a VAL task that the compiler knows three values or nothing, else any Request. */
+/** What fits a task as its payload: for a VAL task that the compiler knows three values or nothing, else a Request. */
 template <class Task>
 using RequestFor = typename detail::RequestOf<Task>::Type;
 
@@ -381,8 +381,10 @@ class Client {
     return open(task, request, options, {}, {});
   }
 
-  /** Likewise, and has each message handed to `onMessage`, then the end to `onEnd`, which may be empty. The stream is not
-      to be read otherwise then, and is stopped when the Stream ends. */
+  /**
+   * Likewise, and has each message handed to `onMessage`, then the end to `onEnd`, which may be empty. The stream is
+   * not to be read otherwise then, and is stopped when the Stream ends.
+   */
   template <class Task>
   Result<Stream> stream(const Task& task, const RequestFor<Task>& request, OnMessage onMessage, OnEnd onEnd = {},
                         const StreamOptions& options = {}) {

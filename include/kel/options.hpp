@@ -131,7 +131,7 @@ struct StreamOptions {
 
 /** Which broadcasts a subscription gets, and how. */
 struct BroadcastOptions {
-  /** Only those of this name. Broadcasts that the task table does not name are all called "UNKNOWN_TASK". Empty: all. */
+  /** Only those of this name. Those that the task table does not name are all called "UNKNOWN_TASK". Empty: all. */
   std::string task;
   /** Only those with this sequence word. */
   std::optional<std::uint32_t> sequenceWord;

@@ -47,7 +47,8 @@ template <class T, class = void>
 struct IsSpan : std::false_type {};
 /// Anything with data() and size() over elements that may be copied as bytes: vectors, arrays, strings, spans.
 template <class T>
-struct IsSpan<T, std::void_t<decltype(std::data(std::declval<const T&>())), decltype(std::size(std::declval<const T&>()))>>
+struct IsSpan<T,
+              std::void_t<decltype(std::data(std::declval<const T&>())), decltype(std::size(std::declval<const T&>()))>>
     : std::is_trivially_copyable<std::remove_pointer_t<decltype(std::data(std::declval<const T&>()))>> {};
 
 }  // namespace detail

@@ -25,6 +25,8 @@ enum class Cause : std::uint8_t {
   notConnected = 7,  ///< There is no connection: connecting failed, or has not come to its end.
   closed = 8,        ///< The client was closed.
   cancelled = 9,     ///< The caller has given the call up.
+  busy = 10,         ///< A device behind a network has as many calls under way as it takes. It got nothing.
+  reserved = 11,     ///< A device behind a network is reserved for somebody else. It got nothing.
 };
 
 /** A cause in words, such as "no answer came in time". */
@@ -48,6 +50,10 @@ inline const char* text(Cause cause) {
       return "the client was closed";
     case Cause::cancelled:
       return "the call was cancelled";
+    case Cause::busy:
+      return "the device has too many tasks under way";
+    case Cause::reserved:
+      return "the device is reserved for somebody else";
   }
   return "the cause is not known";
 }
@@ -73,6 +79,10 @@ inline const char* word(Cause cause) {
       return "closed";
     case Cause::cancelled:
       return "cancelled";
+    case Cause::busy:
+      return "busy";
+    case Cause::reserved:
+      return "reserved";
   }
   return "unknown";
 }

@@ -8,8 +8,7 @@
  *
  * Nothing here allocates, throws or keeps state; all of it may be used from any thread and in constant expressions.
  */
-#ifndef KEL_TASK_HPP
-#define KEL_TASK_HPP
+#pragma once
 
 #include <cstdint>
 
@@ -58,5 +57,3 @@ struct NamedTui {
 
 }  // namespace v1
 }  // namespace kel
-
-#endif

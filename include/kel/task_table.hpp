@@ -9,8 +9,7 @@
  * A file is read just as the library reads it. Nothing of the library is called: a table may be read before a
  * connection is open, and without the library.
  */
-#ifndef KEL_TASK_TABLE_HPP
-#define KEL_TASK_TABLE_HPP
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -122,5 +121,3 @@ class TaskTable {
 
 }  // namespace v1
 }  // namespace kel
-
-#endif

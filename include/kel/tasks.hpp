@@ -6,8 +6,7 @@
  *
  * Made from src/catalogue/KEL_ALLTASKS.csv by `cmake -P cmake/TasksHeader.cmake`; not to be changed by hand.
  */
-#ifndef KEL_TASKS_HPP
-#define KEL_TASKS_HPP
+#pragma once
 
 #include "kel/task.hpp"
 
@@ -147,5 +146,3 @@ inline constexpr NamedTui kBuiltInTable[] = {
 }  // namespace tasks
 }  // namespace v1
 }  // namespace kel
-
-#endif

@@ -2,8 +2,7 @@
  * @file
  * Files, opened as the library opens them.
  */
-#ifndef KEL_DETAIL_FILES_HPP
-#define KEL_DETAIL_FILES_HPP
+#pragma once
 
 #include <filesystem>
 #include <fstream>
@@ -27,5 +26,3 @@ inline std::ifstream openToRead(const std::string& path) {
 }  // namespace detail
 }  // namespace v1
 }  // namespace kel
-
-#endif

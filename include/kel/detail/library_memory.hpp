@@ -7,8 +7,7 @@
  * has no function to give a block back, but it imports the free() of its runtime, and Windows keeps the address of that
  * in the loaded DLL.
  */
-#ifndef KEL_DETAIL_LIBRARY_MEMORY_HPP
-#define KEL_DETAIL_LIBRARY_MEMORY_HPP
+#pragma once
 
 #include <cstdlib>
 #include <cstring>
@@ -73,5 +72,3 @@ inline void freeLibraryBlock(void* block) noexcept { libraryFree()(block); }
 }  // namespace detail
 }  // namespace v1
 }  // namespace kel
-
-#endif

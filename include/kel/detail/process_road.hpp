@@ -135,9 +135,8 @@ void deliver(std::uint32_t commandID, Delivery delivery) noexcept {
 inline void takeAnswer(std::uint32_t errorCode, std::uint32_t commandID, std::uint32_t /*sequenceByte*/,
                        std::uint32_t isRef, void* data, std::uint32_t size, std::uint32_t seqTUI) noexcept {
   deliver(commandID, [&](Sink& sink) {
-    if (errorCode != 0) return sink.answered(commandID & kIdMask, nullptr);
-    const Payload answer = Payload::copied(formBy(isRef != 0), seqTUI, data, size);
-    sink.answered(commandID & kIdMask, &answer);
+    if (errorCode != 0) return sink.failed(commandID & kIdMask, Cause::noAnswer, KEL_OK);
+    sink.answered(commandID & kIdMask, Payload::copied(formBy(isRef != 0), seqTUI, data, size));
   });
 }
 

@@ -17,8 +17,10 @@ namespace detail {
 /// std::bad_alloc, and the message is lost then.
 class Sink {
  public:
-  /// The answer to the request of this number, or null if the road has given up waiting for it.
-  virtual void answered(std::uint32_t id, const Payload* answer) = 0;
+  /// The answer to the request of this number, or the opening of its stream.
+  virtual void answered(std::uint32_t id, const Payload& answer) = 0;
+  /// Nothing more comes for the request of this number, and that is why; with the library's code for it, or 0.
+  virtual void failed(std::uint32_t id, Cause cause, std::uint32_t code) = 0;
   virtual void streamed(std::uint32_t id, Message message) = 0;
   virtual void broadcast(Broadcast broadcast) = 0;
   /// False if nobody wants broadcasts at the moment.

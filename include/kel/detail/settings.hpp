@@ -2,8 +2,7 @@
  * @file
  * Texts from Brel.ini, read as the library reads them.
  */
-#ifndef KEL_DETAIL_SETTINGS_HPP
-#define KEL_DETAIL_SETTINGS_HPP
+#pragma once
 
 #include <algorithm>
 #include <cstddef>
@@ -114,5 +113,3 @@ inline std::string tablePathOfSettings() {
 }  // namespace detail
 }  // namespace v1
 }  // namespace kel
-
-#endif

@@ -7,8 +7,7 @@
  * Fields are found by the commas before them. Of a row only the name and the decimal TUI are kept, and of the rest only
  * TYPE is looked at.
  */
-#ifndef KEL_DETAIL_TABLE_ROW_HPP
-#define KEL_DETAIL_TABLE_ROW_HPP
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -129,5 +128,3 @@ class TableRow {
 }  // namespace detail
 }  // namespace v1
 }  // namespace kel
-
-#endif

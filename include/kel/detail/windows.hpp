@@ -2,8 +2,7 @@
  * @file
  * The system's own header, with as little in it as will do; nothing on other systems.
  */
-#ifndef KEL_DETAIL_WINDOWS_HPP
-#define KEL_DETAIL_WINDOWS_HPP
+#pragma once
 
 #ifdef _WIN32
 #ifndef WIN32_LEAN_AND_MEAN
@@ -13,6 +12,4 @@
 #define NOMINMAX
 #endif
 #include <windows.h>
-#endif
-
 #endif

@@ -1,0 +1,84 @@
+// One call, from its making to its end.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kel/detail/message_queue.hpp"
+#include "kel/detail/sync.hpp"
+#include "kel/payload.hpp"
+#include "kel/result.hpp"
+
+namespace kel {
+inline namespace v1 {
+namespace detail {
+
+using StreamQueue = MessageQueue<Message>;
+using OnAnswer = std::function<void(Result<Payload>)>;
+
+/// One call. What is not constant is guarded by the core's mutex.
+struct CallState {
+  enum class Stage : std::uint8_t {
+    waiting,  // in the core's queue
+    sent,     // has an entry, if it expects an answer
+    doubted,  // refused, and a heartbeat tells whether for the loss of the link
+    done,
+  };
+
+  // Constant once the call is made.
+  std::string task;
+  Clock::time_point deadline;
+  bool expectsAnswer = true;
+  bool isRepeatable = false;
+  bool isHeartbeat = false;
+  std::uint32_t sequenceWord = 0;
+  std::shared_ptr<StreamQueue> stream;  // null: no stream
+  Clock::duration idle = Clock::duration::max();
+  Clock::duration duration = Clock::duration::max();
+
+  std::vector<std::uint8_t> payload;  // of a call that was not sent at once, or may be sent again
+  OnAnswer onAnswer;                  // may be empty
+  Stage stage = Stage::waiting;
+  std::uint32_t id = 0;  // of its entry, in Stage::sent
+  std::optional<Result<Payload>> outcome;
+  Condition done;
+};
+
+using CallRef = std::shared_ptr<CallState>;
+
+/// Calls that have ended, whose waiting threads are woken behind the lock.
+class Finished {
+ public:
+  Finished() = default;
+  ~Finished() {
+    if (mFirst) mFirst->done.notifyAll();
+    for (const CallRef& call : mMore) call->done.notifyAll();
+    for (const CallRef& call : mUntold) call->onAnswer(*call->outcome);
+  }
+  Finished(const Finished&) = delete;
+  Finished& operator=(const Finished&) = delete;
+
+  void add(CallRef call) {
+    if (mFirst) {
+      mMore.push_back(std::move(call));
+    } else {
+      mFirst = std::move(call);
+    }
+  }
+  /// The callback thread is gone: the caller's own thread has to do.
+  void addUntold(CallRef call) { mUntold.push_back(std::move(call)); }
+
+ private:
+  CallRef mFirst;
+  std::vector<CallRef> mMore;
+  std::vector<CallRef> mUntold;
+};
+
+}  // namespace detail
+}  // namespace v1
+}  // namespace kel

@@ -1,0 +1,137 @@
+// What comes along the road, and who gets it.
+#pragma once
+
+#include "kel/detail/core.hpp"
+
+namespace kel {
+inline namespace v1 {
+namespace detail {
+
+template <class Push>
+std::size_t Core::delivered(Push push) {
+  mDelivering.fetch_add(1);
+  const std::size_t dropped = push();
+  mDelivering.fetch_sub(1);
+  return dropped;
+}
+
+inline void Core::answered(std::uint32_t id, const Payload& answer) {
+  Finished finished;
+  const Lock lock(mMutex);
+  ++mSignsOfLife;
+  Entry* const entry = mEntries.find(id);
+  if (entry == nullptr) return;
+  const CallRef call = std::move(entry->call);
+  if (!call && !entry->isStream) ++mCounts.lateAnswers;
+  // A stream's number is free when the stream has ended.
+  if (!entry->isStream) mEntries.release(*entry);
+  if (call) end(call, answer, finished);
+  countHeld();
+  if (!mQueue.empty()) mTimeWake.notifyAll();
+}
+
+inline void Core::failed(std::uint32_t id, Cause cause, std::uint32_t code) {
+  Finished finished;
+  const Lock lock(mMutex);
+  Entry* const entry = mEntries.find(id);
+  if (entry == nullptr) return;
+  const CallRef call = std::move(entry->call);
+  mEntries.release(*entry);
+  if (call) end(call, Error{cause, code, call->task}, finished);
+  if (!mQueue.empty()) mTimeWake.notifyAll();
+}
+
+inline void Core::streamed(std::uint32_t id, Message message) {
+  std::shared_ptr<StreamQueue> stream;
+  const bool isLast = message.isLast;
+  {
+    Finished finished;
+    const Lock lock(mMutex);
+    ++mSignsOfLife;
+    Entry* const entry = mEntries.find(id);
+    if (entry == nullptr) return;
+    stream = entry->stream;
+    if (stream) ++mCounts.streamMessages;
+    // A message may overtake the opening.
+    if (const CallRef call = std::move(entry->call)) end(call, Payload(), finished);
+    if (isLast) {
+      mEntries.release(*entry);
+      countHeld();
+      if (!mQueue.empty()) mTimeWake.notifyAll();
+    }
+  }
+  if (!stream) return;
+  const std::size_t dropped = delivered([&] { return stream->push(std::move(message)); });
+  if (isLast) stream->finish(End::finished);
+  if (dropped == 0) return;
+  const Lock lock(mMutex);
+  mCounts.droppedMessages += dropped;
+}
+
+inline void Core::broadcast(Broadcast broadcast) {
+  std::vector<std::shared_ptr<BroadcastQueue>> takers;
+  {
+    const Lock lock(mMutex);
+    ++mSignsOfLife;
+    ++mCounts.broadcasts;
+    for (const Subscriber& one : mSubscribers) {
+      if (!one.options.task.empty() && one.options.task != broadcast.task) continue;
+      if (one.options.sequenceWord && *one.options.sequenceWord != broadcast.sequenceWord()) continue;
+      takers.push_back(one.queue);
+    }
+  }
+  std::size_t dropped = 0;
+  for (const std::shared_ptr<BroadcastQueue>& taker : takers) {
+    dropped += delivered([&] { return taker->push(broadcast); });
+  }
+  if (dropped == 0) return;
+  const Lock lock(mMutex);
+  mCounts.droppedBroadcasts += dropped;
+}
+
+inline void Core::countHeld() {
+  std::uint32_t stopped = 0;
+  for (Entry& entry : mEntries) {
+    if (!entry.isTaken) continue;
+    if (!entry.call && !entry.stream) mEntries.hold(entry);
+    if (entry.isStream && !entry.isLive) ++stopped;
+  }
+  if (mOptions.supervision.reconnect && stopped >= mOptions.supervision.renewAt && mState == State::connected &&
+      !mIsRenewing) {
+    mIsRenewing = true;
+    mLinkWake.notifyAll();
+  }
+}
+
+inline void Core::stopStream(const std::shared_ptr<StreamQueue>& stream, End end) {
+  {
+    const Lock lock(mMutex);
+    for (Entry& entry : mEntries) {
+      if (entry.stream == stream) entry.stream = nullptr;
+    }
+    countHeld();
+  }
+  stream->finish(end);
+}
+
+inline void Core::subscribe(std::shared_ptr<BroadcastQueue> queue, BroadcastOptions options) {
+  const Lock lock(mMutex);
+  if (mIsClosing || mState == State::closed) return queue->finish(End::closed);
+  mSubscribers.push_back({std::move(queue), std::move(options)});
+  mWantsBroadcasts.store(true);
+}
+
+inline void Core::unsubscribe(const std::shared_ptr<BroadcastQueue>& queue) {
+  {
+    const Lock lock(mMutex);
+    mSubscribers.erase(std::remove_if(mSubscribers.begin(), mSubscribers.end(),
+                                      [&](const Subscriber& one) { return one.queue == queue; }),
+                       mSubscribers.end());
+    mWantsBroadcasts.store(!mSubscribers.empty());
+  }
+  queue->finish(End::stopped);
+}
+
+}  // namespace detail
+}  // namespace v1
+}  // namespace kel

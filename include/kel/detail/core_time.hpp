@@ -1,0 +1,99 @@
+// The time thread: ends what is overdue, and sends what waits.
+#pragma once
+
+#include "kel/detail/core.hpp"
+
+namespace kel {
+inline namespace v1 {
+namespace detail {
+
+inline void Core::mindDeadline(Clock::time_point deadline) {
+  if (deadline >= mNextDeadline) return;
+  mNextDeadline = deadline;
+  mTimeWake.notifyAll();
+}
+
+inline void Core::keepTime() {
+  Lock lock(mMutex);
+  while (!mTimeEnds) {
+    // What has ended is told before anything else is waited for.
+    {
+      Finished finished;
+      expireOverdue(finished);
+      lock.unlock();
+    }
+    lock.lock();
+    if (mTimeEnds) return;
+    const Clock::time_point next = sendQueued();
+    if (mTimeEnds) return;
+    if (next > Clock::now()) mTimeWake.waitUntil(mMutex, next);
+  }
+}
+
+inline void Core::expireOverdue(Finished& finished) {
+  const Clock::time_point now = Clock::now();
+  if (now < mNextDeadline) return;
+  mNextDeadline = Clock::time_point::max();
+  for (Entry& entry : mEntries) {
+    if (!entry.isTaken) continue;
+    if (entry.call) {
+      if (entry.call->deadline <= now) {
+        expire(CallRef(entry.call), finished);
+      } else {
+        mNextDeadline = std::min(mNextDeadline, entry.call->deadline);
+      }
+    }
+    if (entry.stream) expireStream(entry, now);
+  }
+  expireAll(mQueue, now, finished);
+  expireAll(mDoubted, now, finished);
+  countHeld();
+}
+
+inline void Core::expireStream(Entry& entry, Clock::time_point now) {
+  Clock::time_point idleUntil = Clock::time_point::max();
+  if (entry.idle != Clock::duration::max()) idleUntil = entry.stream->cameLast() + entry.idle;
+  if (entry.until <= now || idleUntil <= now) {
+    entry.stream->finish(entry.until <= now ? End::deadline : End::idle);
+    entry.stream = nullptr;
+  } else {
+    mNextDeadline = std::min({mNextDeadline, entry.until, idleUntil});
+  }
+}
+
+inline void Core::expireAll(const std::deque<CallRef>& calls, Clock::time_point now, Finished& finished) {
+  std::vector<CallRef> overdue;
+  for (const CallRef& call : calls) {
+    if (call->deadline <= now) {
+      overdue.push_back(call);
+    } else {
+      mNextDeadline = std::min(mNextDeadline, call->deadline);
+    }
+  }
+  for (const CallRef& call : overdue) expire(call, finished);
+}
+
+inline Clock::time_point Core::sendQueued() {
+  while (!mQueue.empty() && canSend(*mQueue.front())) {
+    const Clock::time_point now = Clock::now();
+    if (now >= mNextDeadline) return now;
+    if (mNumberlessUntil > now) return std::min(mNumberlessUntil, mNextDeadline);
+    const CallRef call = mQueue.front();
+    mQueue.pop_front();
+    file(call);
+    Finished finished;
+    transmit(call, call->payload.data(), call->payload.size(), finished);
+    const bool isBusy = call->stage == CallState::Stage::waiting && mNumberlessUntil <= Clock::now();
+    if (isBusy) {
+      const Clock::time_point until = std::min(mNextDeadline, after(kLook));
+      mMutex.unlock();
+      mRoad->awaitTurn(until);
+      mMutex.lock();
+    }
+  }
+  return mNextDeadline;
+}
+
+}  // namespace detail
+}  // namespace v1
+}  // namespace kel

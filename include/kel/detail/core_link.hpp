@@ -236,6 +236,10 @@ inline void Core::endBroadcasts() {
   mWantsBroadcasts.store(false);
 }
 
+inline bool Core::isLastAttempt(std::uint32_t attempt) const {
+  return mOptions.supervision.attempts != 0 && attempt >= mOptions.supervision.attempts;
+}
+
 inline Milliseconds Core::jittered(Milliseconds pause) {
   std::uniform_real_distribution<double> share(0.75, 1.25);
   return Milliseconds(static_cast<Milliseconds::rep>(static_cast<double>(pause.count()) * share(mRandom)));

@@ -133,7 +133,7 @@ class Reader {
   Reader(Reader&&) noexcept = default;
 
   /** Waits for the next one. None at the end. */
-  std::optional<Item> next() { return mQueue->pop(Clock::time_point::max()); }
+  std::optional<Item> next() { return mQueue->pop(kNever); }
 
   /** Waits for the next one so long at most. None at the end too: see end(). */
   std::optional<Item> next(Milliseconds time) { return mQueue->pop(after(time)); }
@@ -163,12 +163,12 @@ class Reader {
     using reference = const Item&;
 
     Iterator() = default;
-    explicit Iterator(MessageQueue<Item>& queue) : mQueue(&queue), mItem(queue.pop(Clock::time_point::max())) {}
+    explicit Iterator(MessageQueue<Item>& queue) : mQueue(&queue), mItem(queue.pop(kNever)) {}
 
     reference operator*() const { return *mItem; }
     pointer operator->() const { return &*mItem; }
     Iterator& operator++() {
-      mItem = mQueue->pop(Clock::time_point::max());
+      mItem = mQueue->pop(kNever);
       return *this;
     }
     void operator++(int) { ++*this; }
@@ -180,6 +180,30 @@ class Reader {
     std::optional<Item> mItem;
   };
 
+ private:
+  struct Handlers {
+    std::function<void(const Item&)> onItem;
+    OnEnd onEnd;
+    bool isOver = false;
+  };
+
+  /// So many are handed over before other callbacks have their turn.
+  static constexpr std::size_t kBatch = 32;
+
+  static void handOverBatch(const std::shared_ptr<MessageQueue<Item>>& queue, const std::shared_ptr<Handlers>& handlers,
+                            Core* core) {
+    if (handlers->isOver) return;
+    const std::deque<Item> items = queue->popBatch(kBatch);
+    for (const Item& item : items) {
+      if (!queue->isStopped()) handlers->onItem(item);
+    }
+    if (!items.empty()) return core->post([queue, handlers, core] { handOverBatch(queue, handlers, core); });
+    const End end = queue->end();
+    if (end == End::none) return;
+    handlers->isOver = true;
+    if (handlers->onEnd) handlers->onEnd(end);
+  }
+
  protected:
   Reader(std::shared_ptr<Core> core, std::shared_ptr<MessageQueue<Item>> queue)
       : mCore(std::move(core)), mQueue(std::move(queue)) {}
@@ -187,26 +211,13 @@ class Reader {
 
   /// Has the callback thread hand over what comes, and at last the end.
   void handOver(std::function<void(const Item&)> onItem, OnEnd onEnd) {
-    struct Handlers {
-      std::function<void(const Item&)> onItem;
-      OnEnd onEnd;
-      bool isOver = false;
-    };
     const auto handlers = std::make_shared<Handlers>(Handlers{std::move(onItem), std::move(onEnd)});
     // The queue must not own itself, nor the core, whose callback thread outlives all of it.
     const std::weak_ptr<MessageQueue<Item>> weak = mQueue;
     Core* const core = mCore.get();
+    core->beginCallbacks();
     mQueue->tellWhenReady([weak, handlers, core] {
-      core->post([queue = weak.lock(), handlers] {
-        if (!queue || handlers->isOver) return;
-        for (std::deque<Item> items = queue->popAll(); !items.empty(); items = queue->popAll()) {
-          for (const Item& item : items) handlers->onItem(item);
-        }
-        const End end = queue->end();
-        if (end == End::none) return;
-        handlers->isOver = true;
-        if (handlers->onEnd) handlers->onEnd(end);
-      });
+      if (auto queue = weak.lock()) core->post([queue, handlers, core] { handOverBatch(queue, handlers, core); });
     });
   }
 
@@ -288,7 +299,8 @@ class Client {
     const Milliseconds time = options.connectTimeout;
     Client client = begin(std::move(options));
     if (client.mCore->awaitState(State::connected, detail::after(time))) return client;
-    Error error{Cause::notConnected, KEL_E_CONNECTION, client.mCore->reason()};
+    const bool isOver = client.mCore->state() == State::closed;
+    Error error{Cause::notConnected, KEL_E_CONNECTION, isOver ? client.mCore->reason() : "connecting took too long"};
     client.mCore->abandon();
     client.mCore.reset();
     return error;
@@ -383,7 +395,7 @@ class Client {
 
   /**
    * Likewise, and has each message handed to `onMessage`, then the end to `onEnd`, which may be empty. The stream is
-   * not to be read otherwise then, and is stopped when the Stream ends.
+   * not to be read otherwise then, and is stopped when the Stream ends: what then waits is handed over no more.
    */
   template <class Task>
   Result<Stream> stream(const Task& task, const RequestFor<Task>& request, OnMessage onMessage, OnEnd onEnd = {},

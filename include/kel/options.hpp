@@ -76,7 +76,8 @@ struct Supervision {
   std::uint32_t attempts = 0;
 
   /** With reconnect: when stopped streams that the device does not end hold so many of the connection's 64 numbers,
-      the connection is renewed. What is under way gets a second to come to its end; streams end with linkLost. */
+      the connection is renewed. What is under way gets a second to come to its end; streams end with linkLost. 0:
+      never. */
   std::uint32_t renewAt = 32;
 };
 

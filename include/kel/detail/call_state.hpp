@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "kel/detail/callback_thread.hpp"
 #include "kel/detail/message_queue.hpp"
 #include "kel/detail/sync.hpp"
 #include "kel/payload.hpp"
@@ -21,8 +22,11 @@ namespace detail {
 using StreamQueue = MessageQueue<Message>;
 using OnAnswer = std::function<void(Result<Payload>)>;
 
-/// One call. What is not constant is guarded by the core's mutex.
-struct CallState {
+/// Why a stream ends that is ended from this side.
+inline End endBy(Cause cause) { return cause == Cause::linkLost ? End::linkLost : End::closed; }
+
+/// One call. What is not constant is guarded by the core's mutex. Its job is to tell its end.
+struct CallState final : Job {
   enum class Stage : std::uint8_t {
     waiting,  // in the core's queue
     sent,     // has an entry, if it expects an answer
@@ -38,8 +42,8 @@ struct CallState {
   bool isHeartbeat = false;
   std::uint32_t sequenceWord = 0;
   std::shared_ptr<StreamQueue> stream;  // null: no stream
-  Clock::duration idle = Clock::duration::max();
-  Clock::duration duration = Clock::duration::max();
+  Clock::duration idle = kForever;
+  Clock::duration duration = kForever;
 
   std::vector<std::uint8_t> payload;  // of a call that was not sent at once, or may be sent again
   OnAnswer onAnswer;                  // may be empty
@@ -47,6 +51,9 @@ struct CallState {
   std::uint32_t id = 0;  // of its entry, in Stage::sent
   std::optional<Result<Payload>> outcome;
   Condition done;
+
+  /// Once, if it has ended and onAnswer is not empty. What the function keeps ends with its call.
+  void run() override { std::exchange(onAnswer, nullptr)(*outcome); }
 };
 
 using CallRef = std::shared_ptr<CallState>;
@@ -58,7 +65,7 @@ class Finished {
   ~Finished() {
     if (mFirst) mFirst->done.notifyAll();
     for (const CallRef& call : mMore) call->done.notifyAll();
-    for (const CallRef& call : mUntold) call->onAnswer(*call->outcome);
+    for (const CallRef& call : mUntold) call->run();
   }
   Finished(const Finished&) = delete;
   Finished& operator=(const Finished&) = delete;

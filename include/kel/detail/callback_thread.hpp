@@ -1,8 +1,8 @@
 // The thread that a client's user functions run on.
 #pragma once
 
-#include <deque>
 #include <functional>
+#include <memory>
 #include <thread>
 #include <utility>
 
@@ -12,7 +12,27 @@ namespace kel {
 inline namespace v1 {
 namespace detail {
 
-/// Runs jobs one after the other, with no lock held. The thread is there from the first job on.
+/// Something to run on the callback thread. To post it allocates nothing and so cannot fail.
+class Job {
+ public:
+  virtual ~Job() = default;
+  virtual void run() = 0;
+
+ private:
+  friend class CallbackThread;
+  std::shared_ptr<Job> mNext;
+};
+
+class FunctionJob final : public Job {
+ public:
+  explicit FunctionJob(std::function<void()> function) : mFunction(std::move(function)) {}
+  void run() override { mFunction(); }
+
+ private:
+  const std::function<void()> mFunction;
+};
+
+/// Runs jobs one after the other, with no lock held.
 class CallbackThread {
  public:
   CallbackThread() = default;
@@ -20,16 +40,22 @@ class CallbackThread {
   CallbackThread(const CallbackThread&) = delete;
   CallbackThread& operator=(const CallbackThread&) = delete;
 
-  /// False if the thread has ended: then the job will not run.
-  bool post(std::function<void()> job) {
+  /// Starts the thread, if it is not there: to be called before the first job is posted. Throws std::system_error.
+  void begin() {
+    const Lock lock(mMutex);
+    if (mId != std::thread::id() || mIsEnding) return;
+    mThread = std::thread([this] { run(); });
+    mId = mThread.get_id();
+  }
+
+  /// False if the thread has ended, or never began: then the job will not run. A job is not posted twice.
+  bool post(std::shared_ptr<Job> job) {
     {
       const Lock lock(mMutex);
-      if (mIsEnded) return false;
-      mJobs.push_back(std::move(job));
-      if (!mIsStarted) {
-        mThread = std::thread([this] { run(); });
-        return mIsStarted = true;
-      }
+      if (mIsEnded || mId == std::thread::id()) return false;
+      std::shared_ptr<Job>& place = mLast ? mLast->mNext : mFirst;
+      mLast = job.get();
+      place = std::move(job);
     }
     mChanged.notifyOne();
     return true;
@@ -37,15 +63,14 @@ class CallbackThread {
 
   bool isThisThread() const {
     const Lock lock(mMutex);
-    return mThread.get_id() == std::this_thread::get_id();
+    return !mIsEnded && mId == std::this_thread::get_id();
   }
 
-  /// Runs what was posted, and ends. Not to be called by a job.
+  /// Runs what was posted, and ends. Not to be called by a job, nor by two threads at once.
   void end() {
     {
       const Lock lock(mMutex);
       mIsEnding = true;
-      if (!mIsStarted) mIsEnded = true;
     }
     mChanged.notifyOne();
     if (mThread.joinable()) mThread.join();
@@ -55,12 +80,14 @@ class CallbackThread {
   void run() {
     Lock lock(mMutex);
     for (;;) {
-      while (mJobs.empty() && !mIsEnding) mChanged.wait(mMutex);
-      if (mJobs.empty()) break;
-      const std::function<void()> job = std::move(mJobs.front());
-      mJobs.pop_front();
+      while (!mFirst && !mIsEnding) mChanged.wait(mMutex);
+      if (!mFirst) break;
+      std::shared_ptr<Job> job = std::move(mFirst);
+      mFirst = std::move(job->mNext);
+      if (!mFirst) mLast = nullptr;
       lock.unlock();
-      job();
+      job->run();
+      job = nullptr;
       lock.lock();
     }
     mIsEnded = true;
@@ -68,11 +95,12 @@ class CallbackThread {
 
   mutable Mutex mMutex;
   Condition mChanged;
-  std::deque<std::function<void()>> mJobs KEL_DETAIL_GUARDED_BY(mMutex);
-  bool mIsStarted KEL_DETAIL_GUARDED_BY(mMutex) = false;
+  std::shared_ptr<Job> mFirst KEL_DETAIL_GUARDED_BY(mMutex);
+  Job* mLast KEL_DETAIL_GUARDED_BY(mMutex) = nullptr;
   bool mIsEnding KEL_DETAIL_GUARDED_BY(mMutex) = false;
   bool mIsEnded KEL_DETAIL_GUARDED_BY(mMutex) = false;
-  std::thread mThread;  // set once, under mMutex, before anybody can join it
+  std::thread::id mId KEL_DETAIL_GUARDED_BY(mMutex);
+  std::thread mThread;  // of whoever begins and ends it
 };
 
 }  // namespace detail

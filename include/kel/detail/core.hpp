@@ -68,8 +68,10 @@ class Core final : public Sink, public std::enable_shared_from_this<Core> {
   const Options& options() const { return mOptions; }
   const TaskTable& table() const { return mTable; }
 
-  /// Has a function run on the callback thread.
-  void post(std::function<void()> job) { (void)mCallbacks.post(std::move(job)); }
+  /// Has a function run on the callback thread; if that has ended, at once.
+  void post(std::function<void()> function);
+  /// To be called before the first function is posted. Throws std::system_error.
+  void beginCallbacks() { mCallbacks.begin(); }
 
   // ---- Calls (core_calls.hpp) ----
 
@@ -81,8 +83,8 @@ class Core final : public Sink, public std::enable_shared_from_this<Core> {
     bool isRepeatable = false;
     std::uint32_t sequenceWord = 0;
     std::shared_ptr<StreamQueue> stream = nullptr;
-    Clock::duration idle = Clock::duration::max();
-    Clock::duration duration = Clock::duration::max();
+    Clock::duration idle = kForever;
+    Clock::duration duration = kForever;
     bool isHeartbeat = false;
   };
 
@@ -105,7 +107,6 @@ class Core final : public Sink, public std::enable_shared_from_this<Core> {
   void failed(std::uint32_t id, Cause cause, std::uint32_t code) override;
   void streamed(std::uint32_t id, Message message) override;
   void broadcast(Broadcast broadcast) override;
-  bool wantsBroadcasts() const noexcept override { return mWantsBroadcasts.load(); }
 
   /// The reader wants no more of a stream. Its number stays taken until the device ends it.
   void stopStream(const std::shared_ptr<StreamQueue>& stream, End end);
@@ -121,6 +122,15 @@ class Core final : public Sink, public std::enable_shared_from_this<Core> {
   struct Subscriber {
     std::shared_ptr<BroadcastQueue> queue;
     BroadcastOptions options;
+  };
+
+  /// Made by the link thread, which may wait for it.
+  struct VersionCheck {
+    std::string file;
+    std::vector<std::uint8_t> content;
+    std::uint64_t userVersion;
+    std::string vectors;
+    std::optional<Result<bool>> verdict;  // guarded by the core's mutex
   };
 
   /// What the client that this belongs to does: the link thread outlives it, or is joined by it.
@@ -154,6 +164,8 @@ class Core final : public Sink, public std::enable_shared_from_this<Core> {
   /// Runs what may wait for room, and is a sign of life meanwhile.
   template <class Push>
   std::size_t delivered(Push push);
+  /// The call of a stream has ended well.
+  void opened(Entry& entry) KEL_DETAIL_REQUIRES(mMutex);
   /// Numbers that nobody waits for any more are counted apart from those under way.
   void countHeld() KEL_DETAIL_REQUIRES(mMutex);
   void endBroadcasts() KEL_DETAIL_REQUIRES(mMutex);
@@ -172,25 +184,25 @@ class Core final : public Sink, public std::enable_shared_from_this<Core> {
   // ---- The link thread (core_link.hpp) ----
 
   void keepLink();
-  void setState(State state, StateChange change) KEL_DETAIL_REQUIRES(mMutex);
+  void setState(StateChange change) KEL_DETAIL_REQUIRES(mMutex);
   void presumeLost(std::string why) KEL_DETAIL_REQUIRES(mMutex);
   bool isLastAttempt(std::uint32_t attempt) const;
   Milliseconds jittered(Milliseconds pause);
   /// Connecting has failed for good.
   void giveUp(const std::string& why) KEL_DETAIL_REQUIRES(mMutex);
-  void awaitClosing() KEL_DETAIL_REQUIRES(mMutex);
-  /// While the connection is good. Returns why it no longer is.
-  std::string serve(bool* isRenewal) KEL_DETAIL_REQUIRES(mMutex);
+  /// While the connection is good. Returns what becomes of it: lost, or connecting if it is to be renewed.
+  StateChange serve() KEL_DETAIL_REQUIRES(mMutex);
   /// Sends one heartbeat and waits for its end. None: it was answered.
   std::optional<Cause> beat() KEL_DETAIL_REQUIRES(mMutex);
   /// The link is alive: what was refused, the device has refused.
   void settleDoubted() KEL_DETAIL_REQUIRES(mMutex);
-  void runJobs(bool isConnected) KEL_DETAIL_REQUIRES(mMutex);
-  /// Ends a connection: tells what was under way, and disconnects.
-  void takeDown(bool isRenewal, const std::string& why) KEL_DETAIL_REQUIRES(mMutex);
+  void checkVersions() KEL_DETAIL_REQUIRES(mMutex);
+  /// Ends a connection: tells of it and of what was under way, and disconnects.
+  void takeDown(StateChange change) KEL_DETAIL_REQUIRES(mMutex);
   bool hasCalls() const KEL_DETAIL_REQUIRES(mMutex);
   /// What is under way ends with the connection; what waits to be sent goes on waiting for the next one.
-  void endCalls(Finished& finished) KEL_DETAIL_REQUIRES(mMutex);
+  void endCalls() KEL_DETAIL_REQUIRES(mMutex);
+  void endVersionChecks() KEL_DETAIL_REQUIRES(mMutex);
   void endEverything(Cause cause, End streamEnd, Finished& finished) KEL_DETAIL_REQUIRES(mMutex);
 
   // Constant.
@@ -200,7 +212,6 @@ class Core final : public Sink, public std::enable_shared_from_this<Core> {
 
   // With locks of their own, or atomic.
   CallbackThread mCallbacks;
-  std::atomic<bool> mWantsBroadcasts{false};
   std::atomic<std::uint32_t> mDelivering{0};  // messages that may wait for room
 
   mutable Mutex mMutex;
@@ -219,9 +230,9 @@ class Core final : public Sink, public std::enable_shared_from_this<Core> {
   std::uint32_t mSenders KEL_DETAIL_GUARDED_BY(mMutex) = 0;  // requests that are just being sent
   std::deque<CallRef> mQueue KEL_DETAIL_GUARDED_BY(mMutex);
   std::deque<CallRef> mDoubted KEL_DETAIL_GUARDED_BY(mMutex);
-  std::deque<std::function<void(bool)>> mJobs KEL_DETAIL_GUARDED_BY(mMutex);
+  std::deque<std::shared_ptr<VersionCheck>> mVersionChecks KEL_DETAIL_GUARDED_BY(mMutex);
   std::vector<Subscriber> mSubscribers KEL_DETAIL_GUARDED_BY(mMutex);
-  Clock::time_point mNextDeadline KEL_DETAIL_GUARDED_BY(mMutex) = Clock::time_point::max();
+  Clock::time_point mNextDeadline KEL_DETAIL_GUARDED_BY(mMutex) = kNever;
   Clock::time_point mNumberlessUntil KEL_DETAIL_GUARDED_BY(mMutex);
   std::uint64_t mSignsOfLife KEL_DETAIL_GUARDED_BY(mMutex) = 0;
   std::uint64_t mRefusedAtSign KEL_DETAIL_GUARDED_BY(mMutex) = 0;

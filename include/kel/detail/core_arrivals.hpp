@@ -9,10 +9,19 @@ namespace detail {
 
 template <class Push>
 std::size_t Core::delivered(Push push) {
-  mDelivering.fetch_add(1);
-  const std::size_t dropped = push();
-  mDelivering.fetch_sub(1);
-  return dropped;
+  struct Counted {
+    std::atomic<std::uint32_t>& count;
+    explicit Counted(std::atomic<std::uint32_t>& counter) : count(counter) { count.fetch_add(1); }
+    ~Counted() { count.fetch_sub(1); }
+  };
+  const Counted counted(mDelivering);
+  return push();
+}
+
+inline void Core::opened(Entry& entry) {
+  if (!entry.stream) return;
+  entry.opened = Clock::now();
+  mindDeadline(overAt(entry));
 }
 
 inline void Core::answered(std::uint32_t id, const Payload& answer) {
@@ -24,7 +33,11 @@ inline void Core::answered(std::uint32_t id, const Payload& answer) {
   const CallRef call = std::move(entry->call);
   if (!call && !entry->isStream) ++mCounts.lateAnswers;
   // A stream's number is free when the stream has ended.
-  if (!entry->isStream) mEntries.release(*entry);
+  if (entry->isStream) {
+    if (call) opened(*entry);
+  } else {
+    mEntries.release(*entry);
+  }
   if (call) end(call, answer, finished);
   countHeld();
   if (!mQueue.empty()) mTimeWake.notifyAll();
@@ -36,9 +49,11 @@ inline void Core::failed(std::uint32_t id, Cause cause, std::uint32_t code) {
   Entry* const entry = mEntries.find(id);
   if (entry == nullptr) return;
   const CallRef call = std::move(entry->call);
+  // Of a stream that was open the rest is missing.
+  if (entry->stream && !call) entry->stream->finish(End::linkLost);
   mEntries.release(*entry);
-  if (call) end(call, Error{cause, code, call->task}, finished);
   if (!mQueue.empty()) mTimeWake.notifyAll();
+  if (call) end(call, Error{cause, code, call->task}, finished);
 }
 
 inline void Core::streamed(std::uint32_t id, Message message) {
@@ -53,7 +68,10 @@ inline void Core::streamed(std::uint32_t id, Message message) {
     stream = entry->stream;
     if (stream) ++mCounts.streamMessages;
     // A message may overtake the opening.
-    if (const CallRef call = std::move(entry->call)) end(call, Payload(), finished);
+    if (const CallRef call = std::move(entry->call)) {
+      opened(*entry);
+      end(call, Payload(), finished);
+    }
     if (isLast) {
       mEntries.release(*entry);
       countHeld();
@@ -61,7 +79,11 @@ inline void Core::streamed(std::uint32_t id, Message message) {
     }
   }
   if (!stream) return;
-  const std::size_t dropped = delivered([&] { return stream->push(std::move(message)); });
+  std::size_t dropped = 1;
+  try {
+    dropped = delivered([&] { return stream->push(std::move(message)); });
+  } catch (const std::bad_alloc&) {  // the message is lost, but not the end
+  }
   if (isLast) stream->finish(End::finished);
   if (dropped == 0) return;
   const Lock lock(mMutex);
@@ -96,8 +118,9 @@ inline void Core::countHeld() {
     if (!entry.call && !entry.stream) mEntries.hold(entry);
     if (entry.isStream && !entry.isLive) ++stopped;
   }
-  if (mOptions.supervision.reconnect && stopped >= mOptions.supervision.renewAt && mState == State::connected &&
-      !mIsRenewing) {
+  const Supervision& supervision = mOptions.supervision;
+  const bool areTooMany = supervision.renewAt != 0 && stopped >= supervision.renewAt;
+  if (areTooMany && supervision.reconnect && mState == State::connected && !mIsRenewing) {
     mIsRenewing = true;
     mLinkWake.notifyAll();
   }
@@ -115,10 +138,14 @@ inline void Core::stopStream(const std::shared_ptr<StreamQueue>& stream, End end
 }
 
 inline void Core::subscribe(std::shared_ptr<BroadcastQueue> queue, BroadcastOptions options) {
-  const Lock lock(mMutex);
-  if (mIsClosing || mState == State::closed) return queue->finish(End::closed);
-  mSubscribers.push_back({std::move(queue), std::move(options)});
-  mWantsBroadcasts.store(true);
+  {
+    const Lock lock(mMutex);
+    if (!mIsClosing && mState != State::closed) {
+      mSubscribers.push_back({std::move(queue), std::move(options)});
+      return;
+    }
+  }
+  queue->finish(End::closed);
 }
 
 inline void Core::unsubscribe(const std::shared_ptr<BroadcastQueue>& queue) {
@@ -127,7 +154,6 @@ inline void Core::unsubscribe(const std::shared_ptr<BroadcastQueue>& queue) {
     mSubscribers.erase(std::remove_if(mSubscribers.begin(), mSubscribers.end(),
                                       [&](const Subscriber& one) { return one.queue == queue; }),
                        mSubscribers.end());
-    mWantsBroadcasts.store(!mSubscribers.empty());
   }
   queue->finish(End::stopped);
 }

@@ -25,6 +25,7 @@ inline CallRef Core::start(const What& what, OnAnswer onAnswer, bool isAwaited) 
   call->idle = what.idle;
   call->duration = what.duration;
   call->onAnswer = std::move(onAnswer);
+  if (call->onAnswer) mCallbacks.begin();
 
   const std::optional<std::uint32_t> tui = mTable.find(call->task);
   const bool isWrong =
@@ -57,7 +58,6 @@ inline CallRef Core::start(const What& what, OnAnswer onAnswer, bool isAwaited) 
     } else {
       mQueue.push_back(call);
     }
-    mTimeWake.notifyAll();
     return call;
   }
   file(call);
@@ -112,22 +112,17 @@ inline void Core::file(const CallRef& call) {
   ++mSenders;
   if (!call->expectsAnswer) return;
   call->id = mEntries.take(call);
-  if (!call->stream) return;
-  if (call->idle != Clock::duration::max()) mindDeadline(after(call->idle));
-  mindDeadline(after(call->duration));
 }
 
 inline void Core::end(const CallRef& call, Result<Payload> outcome, Finished& finished) {
   if (call->stage == CallState::Stage::done) return;
   call->stage = CallState::Stage::done;
   if (!call->isHeartbeat) ++(outcome.ok() ? mCounts.answered : mCounts.failed);
-  if (call->stream && !outcome.ok()) {
-    call->stream->finish(outcome.cause() == Cause::linkLost ? End::linkLost : End::closed);
-  }
+  if (call->stream && !outcome.ok()) call->stream->finish(endBy(outcome.cause()));
   call->outcome.emplace(std::move(outcome));
   finished.add(call);
   if (!call->onAnswer) return;
-  if (!mCallbacks.post([call] { call->onAnswer(*call->outcome); })) finished.addUntold(call);
+  if (!mCallbacks.post(call)) finished.addUntold(call);
 }
 
 inline void Core::retire(const CallRef& call, Error error, Finished& finished) {

@@ -8,6 +8,7 @@ inline namespace v1 {
 namespace detail {
 
 inline void Core::begin() {
+  if (mOptions.onState) beginCallbacks();
   mTimeThread = std::thread([this] { keepTime(); });
   mLinkThread = std::thread([self = shared_from_this()] { self->keepLink(); });
 }
@@ -39,6 +40,11 @@ inline void Core::abandon() {
   if (mLinkThread.joinable()) letGo(Owner::gone);
 }
 
+inline void Core::post(std::function<void()> function) {
+  const auto job = std::make_shared<FunctionJob>(std::move(function));
+  if (!mCallbacks.post(job)) job->run();
+}
+
 inline void Core::letGo(Owner owner) {
   const Lock lock(mMutex);
   mOwner = owner;
@@ -58,7 +64,8 @@ inline State Core::state() const {
 inline bool Core::awaitState(State state, Clock::time_point deadline) {
   const Lock lock(mMutex);
   while (mState != state) {
-    if (mState == State::closed || mIsClosing || Clock::now() >= deadline) return false;
+    const bool isOver = mState == State::closed || (mIsClosing && state != State::closed);
+    if (isOver || Clock::now() >= deadline) return false;
     mStateChanged.waitUntil(mMutex, deadline);
   }
   return true;

@@ -7,8 +7,8 @@ namespace kel {
 inline namespace v1 {
 namespace detail {
 
-inline void Core::setState(State state, StateChange change) {
-  mState = state;
+inline void Core::setState(StateChange change) {
+  mState = change.state;
   mReason = change.reason;
   if (mOptions.onState) post([this, change = std::move(change)] { mOptions.onState(change); });
   mStateChanged.notifyAll();
@@ -22,47 +22,44 @@ inline void Core::presumeLost(std::string why) {
 }
 
 inline void Core::keepLink() {
-  Milliseconds pause = mOptions.supervision.firstPause;
-  std::uint32_t attempt = 0;
-  std::string why = "the client begins";
+  const Supervision& supervision = mOptions.supervision;
+  Milliseconds pause = supervision.firstPause;
+  const auto nextPause = [&] {
+    const Milliseconds now = std::exchange(pause, (std::min)(pause * 2, supervision.longestPause));
+    return supervision.reconnect ? jittered(now) : Milliseconds(0);
+  };
+  std::uint32_t attempt = 1;
   Lock lock(mMutex);
-  const std::string& heartbeat = mOptions.supervision.heartbeat;
-  if (!mIsClosing && !heartbeat.empty() && !mTable.find(heartbeat)) {
-    giveUp("the task table has no task " + heartbeat + " for the heartbeat");
-    awaitClosing();
+  if (!mIsClosing) setState({State::connecting, "the client begins", attempt});
+  if (!supervision.heartbeat.empty() && !mTable.find(supervision.heartbeat)) {
+    giveUp("the task table has no task " + supervision.heartbeat + " for the heartbeat");
   }
-  while (!mIsClosing) {
-    setState(State::connecting, {State::connecting, std::exchange(why, {}), ++attempt, Milliseconds(0)});
+  while (!mIsClosing && mState != State::closed) {
     lock.unlock();
     const bool isOpen = mRoad->open(mOptions.table, *this);
     lock.lock();
-    bool isRenewal = false;
+    StateChange change{State::lost, "connecting failed", attempt};
     if (isOpen) {
       attempt = 0;
-      pause = mOptions.supervision.firstPause;
-      if (!mIsClosing) why = serve(&isRenewal);
-      takeDown(isRenewal, why);
-    } else {
-      why = "connecting failed";
+      pause = supervision.firstPause;
+      change = serve();
     }
-    if (mIsClosing) break;
-    if (isRenewal) continue;
-    if (!mOptions.supervision.reconnect || isLastAttempt(attempt)) {
-      if (!isOpen) giveUp(why);
-      awaitClosing();
-      break;
+    if (change.state == State::lost) change.pause = nextPause();
+    const Clock::time_point until = supervision.reconnect ? after(change.pause) : kNever;
+    if (isOpen) {
+      takeDown(change);
+    } else if (!supervision.reconnect || isLastAttempt(attempt)) {
+      giveUp(change.reason);
+    } else if (!mIsClosing) {
+      setState(change);
     }
-    const Milliseconds thisPause = jittered(pause);
-    pause = std::min(pause * 2, mOptions.supervision.longestPause);
-    if (mState != State::lost || !isOpen) {
-      setState(State::lost, {State::lost, why, attempt, thisPause});
-    }
-    const Clock::time_point until = after(thisPause);
+    ++attempt;
+    if (mState != State::lost) continue;
     while (!mIsClosing && Clock::now() < until) mLinkWake.waitUntil(mMutex, until);
-    why = "the next attempt";
+    if (!mIsClosing) setState({State::connecting, "the next attempt", attempt});
   }
-  runJobs(false);
-  if (mState != State::closed) setState(State::closed, {State::closed, "closed", 0, Milliseconds(0)});
+  while (!mIsClosing) mLinkWake.wait(mMutex);
+  if (mState != State::closed) setState({State::closed, "closed"});
   mTimeEnds = true;
   mTimeWake.notifyAll();
   while (mOwner == Owner::there) mLinkWake.wait(mMutex);
@@ -78,31 +75,26 @@ inline void Core::giveUp(const std::string& why) {
   Finished finished;
   endEverything(Cause::notConnected, End::closed, finished);
   endBroadcasts();
-  setState(State::closed, {State::closed, why, 0, Milliseconds(0)});
+  setState({State::closed, why});
 }
 
-inline void Core::awaitClosing() {
-  while (!mIsClosing) mLinkWake.wait(mMutex);
-}
-
-inline std::string Core::serve(bool* isRenewal) {
+inline StateChange Core::serve() {
   const Supervision& supervision = mOptions.supervision;
   const bool beats = !supervision.heartbeat.empty();
   mPresumedLost.reset();
   mRefusals = 0;
   ++mCounts.connections;
-  setState(State::connected, {State::connected, "connected", 0, Milliseconds(0)});
+  if (!mIsClosing) setState({State::connected, "connected"});
   std::uint32_t misses = 0;
   std::uint64_t signs = mSignsOfLife;
   Clock::time_point nextBeat = after(supervision.interval);
   while (!mIsClosing) {
-    if (mPresumedLost) return *mPresumedLost;
+    if (mPresumedLost) return {State::lost, *mPresumedLost};
     if (mIsRenewing) {
-      *isRenewal = true;
-      return "stopped streams hold too many numbers: the connection is renewed";
+      return {State::connecting, "stopped streams hold too many numbers: the connection is renewed", 1};
     }
-    if (!mJobs.empty()) {
-      runJobs(true);
+    if (!mVersionChecks.empty()) {
+      checkVersions();
       continue;
     }
     if (!beats) {
@@ -126,11 +118,12 @@ inline std::string Core::serve(bool* isRenewal) {
         ++misses;
       }
       if (misses >= supervision.misses) {
-        return misses == 1 ? "a heartbeat was not answered" : std::to_string(misses) + " heartbeats were not answered";
+        const std::string count = std::to_string(misses);
+        return {State::lost, misses == 1 ? "a heartbeat was not answered" : count + " heartbeats were not answered"};
       }
       if (!isAlive && !mIsClosing && *cause != Cause::noAnswer) {
         // A refusal comes at once. The next attempt shall not.
-        const Clock::time_point until = after(std::min(supervision.interval, Milliseconds(50)));
+        const Clock::time_point until = after((std::min)(supervision.interval, Milliseconds(50)));
         while (!mIsClosing && !mPresumedLost && Clock::now() < until) mLinkWake.waitUntil(mMutex, until);
         if (!mDoubted.empty()) continue;
       }
@@ -138,7 +131,7 @@ inline std::string Core::serve(bool* isRenewal) {
     signs = mSignsOfLife;
     nextBeat = misses == 0 ? after(supervision.interval) : Clock::now();
   }
-  return "closed";
+  return {State::closed, "closed"};
 }
 
 inline std::optional<Cause> Core::beat() {
@@ -160,49 +153,54 @@ inline void Core::settleDoubted() {
   }
 }
 
-inline void Core::runJobs(bool isConnected) {
-  while (!mJobs.empty()) {
-    const std::function<void(bool)> job = std::move(mJobs.front());
-    mJobs.pop_front();
+inline void Core::checkVersions() {
+  while (!mVersionChecks.empty()) {
+    const std::shared_ptr<VersionCheck> check = std::move(mVersionChecks.front());
+    mVersionChecks.pop_front();
     mMutex.unlock();
-    job(isConnected);
+    Result<bool> verdict =
+        mRoad->validateVersion(check->file, check->content.data(), static_cast<std::uint32_t>(check->content.size()),
+                               check->userVersion, check->vectors);
     mMutex.lock();
+    check->verdict.emplace(std::move(verdict));
+    mStateChanged.notifyAll();
   }
 }
 
-inline void Core::takeDown(bool isRenewal, const std::string& why) {
+inline void Core::takeDown(StateChange change) {
+  const bool isRenewal = change.state == State::connecting;
+  const Clock::time_point until = isRenewal ? after(kRenewalTime) : Clock::now();
+  while (!mIsClosing && !mPresumedLost && hasCalls() && Clock::now() < until) {
+    mLinkWake.waitUntil(mMutex, (std::min)(until, after(kLook)));
+  }
   if (!mIsClosing) {
-    if (isRenewal) {
-      const Clock::time_point until = after(kRenewalTime);
-      while (!mIsClosing && hasCalls() && Clock::now() < until) {
-        mLinkWake.waitUntil(mMutex, std::min(until, after(kLook)));
-      }
-      setState(State::connecting, {State::connecting, why, 0, Milliseconds(0)});
-    } else {
-      ++mCounts.losses;
-      setState(State::lost, {State::lost, why, 0, Milliseconds(0)});
-    }
-    Finished finished;
-    endCalls(finished);
+    if (!isRenewal) ++mCounts.losses;
+    setState(std::move(change));
   }
+  endVersionChecks();
+  endCalls();
   while (mSenders != 0) mSendersGone.wait(mMutex);
-  {
-    Finished finished;
-    endCalls(finished);
-  }
+  endCalls();
   mMutex.unlock();
   mRoad->close();
   mMutex.lock();
   mEntries.releaseAll();
   mIsRenewing = false;
-  mPresumedLost.reset();
+}
+
+inline void Core::endVersionChecks() {
+  for (const auto& check : std::exchange(mVersionChecks, {})) {
+    check->verdict.emplace(Error{Cause::linkLost, 0, check->file});
+  }
+  mStateChanged.notifyAll();
 }
 
 inline bool Core::hasCalls() const {
   return std::any_of(mEntries.begin(), mEntries.end(), [](const Entry& entry) { return entry.call != nullptr; });
 }
 
-inline void Core::endCalls(Finished& finished) {
+inline void Core::endCalls() {
+  Finished finished;
   std::vector<CallRef> calls(mDoubted.begin(), mDoubted.end());
   mDoubted.clear();
   for (Entry& entry : mEntries) {
@@ -233,7 +231,6 @@ inline void Core::endEverything(Cause cause, End streamEnd, Finished& finished) 
 
 inline void Core::endBroadcasts() {
   for (const Subscriber& one : std::exchange(mSubscribers, {})) one.queue->finish(End::closed);
-  mWantsBroadcasts.store(false);
 }
 
 inline bool Core::isLastAttempt(std::uint32_t attempt) const {
@@ -247,37 +244,24 @@ inline Milliseconds Core::jittered(Milliseconds pause) {
 
 inline Result<bool> Core::validateVersion(std::string file, std::vector<std::uint8_t> content,
                                           std::uint64_t userVersion, std::string vectors, Milliseconds timeout) {
-  struct Job {
-    std::optional<Result<bool>> verdict;
-    Condition done;
-  };
-  const auto job = std::make_shared<Job>();
   const Clock::time_point deadline = after(timeout);
-  const std::string subject = file;
-  Lock lock(mMutex);
+  const auto check = std::make_shared<VersionCheck>(
+      VersionCheck{std::move(file), std::move(content), userVersion, std::move(vectors), {}});
+  const Lock lock(mMutex);
   if (mIsClosing || mState != State::connected) {
-    return Error{mIsClosing ? Cause::closed : Cause::notConnected, 0, subject};
+    return Error{mIsClosing ? Cause::closed : Cause::notConnected, 0, check->file};
   }
-  mJobs.push_back([this, job, file = std::move(file), content = std::move(content), userVersion,
-                   vectors = std::move(vectors)](bool isConnected) {
-    Result<bool> verdict = Error{Cause::linkLost, 0, file};
-    if (isConnected) {
-      verdict = mRoad->validateVersion(file, content.data(), static_cast<std::uint32_t>(content.size()), userVersion,
-                                       vectors);
-    }
-    {
-      const Lock storing(mMutex);
-      job->verdict = std::move(verdict);
-    }
-    job->done.notifyAll();
-  });
+  mVersionChecks.push_back(check);
   mLinkWake.notifyAll();
-  while (!job->verdict) {
-    if (mIsClosing) return Error{Cause::closed, 0, subject};
-    if (Clock::now() >= deadline) return Error{Cause::noAnswer, 0, subject};
-    job->done.waitUntil(mMutex, std::min(deadline, after(kLook)));
+  while (!check->verdict) {
+    const bool isOver = Clock::now() >= deadline;
+    if (mIsClosing || isOver) {
+      mVersionChecks.erase(std::remove(mVersionChecks.begin(), mVersionChecks.end(), check), mVersionChecks.end());
+      return Error{mIsClosing ? Cause::closed : Cause::noAnswer, 0, check->file};
+    }
+    mStateChanged.waitUntil(mMutex, deadline);
   }
-  return *job->verdict;
+  return *check->verdict;
 }
 
 }  // namespace detail

@@ -33,17 +33,17 @@ inline void Core::keepTime() {
 inline void Core::expireOverdue(Finished& finished) {
   const Clock::time_point now = Clock::now();
   if (now < mNextDeadline) return;
-  mNextDeadline = Clock::time_point::max();
+  mNextDeadline = kNever;
   for (Entry& entry : mEntries) {
     if (!entry.isTaken) continue;
     if (entry.call) {
       if (entry.call->deadline <= now) {
         expire(CallRef(entry.call), finished);
       } else {
-        mNextDeadline = std::min(mNextDeadline, entry.call->deadline);
+        mNextDeadline = (std::min)(mNextDeadline, entry.call->deadline);
       }
     }
-    if (entry.stream) expireStream(entry, now);
+    if (entry.stream && !entry.call) expireStream(entry, now);
   }
   expireAll(mQueue, now, finished);
   expireAll(mDoubted, now, finished);
@@ -51,13 +51,12 @@ inline void Core::expireOverdue(Finished& finished) {
 }
 
 inline void Core::expireStream(Entry& entry, Clock::time_point now) {
-  Clock::time_point idleUntil = Clock::time_point::max();
-  if (entry.idle != Clock::duration::max()) idleUntil = entry.stream->cameLast() + entry.idle;
-  if (entry.until <= now || idleUntil <= now) {
-    entry.stream->finish(entry.until <= now ? End::deadline : End::idle);
+  const Clock::time_point until = overAt(entry);
+  if (until <= now) {
+    entry.stream->finish(at(entry.opened, entry.duration) <= now ? End::deadline : End::idle);
     entry.stream = nullptr;
   } else {
-    mNextDeadline = std::min({mNextDeadline, entry.until, idleUntil});
+    mNextDeadline = (std::min)(mNextDeadline, until);
   }
 }
 
@@ -67,7 +66,7 @@ inline void Core::expireAll(const std::deque<CallRef>& calls, Clock::time_point 
     if (call->deadline <= now) {
       overdue.push_back(call);
     } else {
-      mNextDeadline = std::min(mNextDeadline, call->deadline);
+      mNextDeadline = (std::min)(mNextDeadline, call->deadline);
     }
   }
   for (const CallRef& call : overdue) expire(call, finished);
@@ -77,7 +76,7 @@ inline Clock::time_point Core::sendQueued() {
   while (!mQueue.empty() && canSend(*mQueue.front())) {
     const Clock::time_point now = Clock::now();
     if (now >= mNextDeadline) return now;
-    if (mNumberlessUntil > now) return std::min(mNumberlessUntil, mNextDeadline);
+    if (mNumberlessUntil > now) return (std::min)(mNumberlessUntil, mNextDeadline);
     const CallRef call = mQueue.front();
     mQueue.pop_front();
     file(call);
@@ -85,7 +84,7 @@ inline Clock::time_point Core::sendQueued() {
     transmit(call, call->payload.data(), call->payload.size(), finished);
     const bool isBusy = call->stage == CallState::Stage::waiting && mNumberlessUntil <= Clock::now();
     if (isBusy) {
-      const Clock::time_point until = std::min(mNextDeadline, after(kLook));
+      const Clock::time_point until = (std::min)(mNextDeadline, after(kLook));
       mMutex.unlock();
       mRoad->awaitTurn(until);
       mMutex.lock();

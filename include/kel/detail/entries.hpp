@@ -21,10 +21,16 @@ struct Entry {
   bool isStream = false;
   bool isLive = false;                  // somebody still waits for something of it
   CallRef call;                         // null: it has ended
+  Clock::duration idle{}, duration{};   // of a stream
   std::shared_ptr<StreamQueue> stream;  // null: no stream, or one that nobody reads any more
-  Clock::duration idle{};
-  Clock::time_point until;
+  Clock::time_point opened;             // of a stream whose call has ended
 };
+
+/// When a stream that is open is over unless something comes.
+inline Clock::time_point overAt(const Entry& entry) {
+  const Clock::time_point last = (std::max)(entry.opened, entry.stream->cameLast());
+  return (std::min)(at(entry.opened, entry.duration), at(last, entry.idle));
+}
 
 /// As many entries as a connection has numbers.
 class Entries {
@@ -57,7 +63,7 @@ class Entries {
     entry.call = call;
     entry.stream = call->stream;
     entry.idle = call->idle;
-    entry.until = after(call->duration);
+    entry.duration = call->duration;
     ++mLive;
     return entry.generation << kIndexBits | index;
   }

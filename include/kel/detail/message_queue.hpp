@@ -1,9 +1,11 @@
 // Messages on their way from the connection to a reader.
 #pragma once
 
-#include <atomic>
+#include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <functional>
+#include <iterator>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -76,7 +78,7 @@ class MessageQueue {
     {
       Lock lock(mMutex);
       while (mItems.empty() && mEnd == End::none) {
-        if (deadline != Clock::time_point::max() && Clock::now() >= deadline) return item;
+        if (deadline != kNever && Clock::now() >= deadline) return item;
         mArrived.waitUntil(mMutex, deadline);
       }
       if (mItems.empty()) return item;
@@ -87,12 +89,21 @@ class MessageQueue {
     return item;
   }
 
-  /// All that is there, without waiting. With nothing there, and no end, the next one is told of.
-  std::deque<Item> popAll() {
+  std::deque<Item> popAll() { return popBatch(mLimit); }
+
+  /// What is there, without waiting, but not more than so many. With nothing there, and no end, the next one is told
+  /// of.
+  std::deque<Item> popBatch(std::size_t most) {
     std::deque<Item> items;
     {
       const Lock lock(mMutex);
-      items.swap(mItems);
+      if (mItems.size() <= most) {
+        items.swap(mItems);
+      } else {
+        const auto end = mItems.begin() + static_cast<std::ptrdiff_t>(most);
+        items.assign(std::make_move_iterator(mItems.begin()), std::make_move_iterator(end));
+        mItems.erase(mItems.begin(), end);
+      }
       if (items.empty() && mEnd == End::none) mIsTold = false;
     }
     if (mWhenFull == WhenFull::wait) mTaken.notifyAll();
@@ -103,6 +114,11 @@ class MessageQueue {
   End end() const {
     const Lock lock(mMutex);
     return mItems.empty() ? mEnd : End::none;
+  }
+
+  bool isStopped() const {
+    const Lock lock(mMutex);
+    return mEnd == End::stopped;
   }
 
   std::uint64_t dropped() const {

@@ -121,30 +121,37 @@ constexpr std::uint32_t kIdMask = (1u << kIdBits) - 1;
 
 inline Form formBy(bool isRef) { return isRef ? Form::ref : Form::val; }
 
-/// Runs what takes a message. One for which there is no memory is lost, as in the library.
+inline std::uint32_t idOf(std::uint32_t commandID) { return commandID & kIdMask; }
+
+/// Runs what takes a message. One for which there is no memory is lost, as in the library: then `isEnd` tells whether
+/// nothing more comes for its request.
 template <class Delivery>
-void deliver(std::uint32_t commandID, Delivery delivery) noexcept {
+void deliver(std::uint32_t commandID, bool isEnd, Delivery delivery) noexcept {
   Sink* const sink = sinkOf(commandID);
   if (sink == nullptr) return;
   try {
-    delivery(*sink);
+    try {
+      delivery(*sink);
+    } catch (const std::bad_alloc&) {
+      if (isEnd) sink->failed(idOf(commandID), Cause::noAnswer, KEL_OK);
+    }
   } catch (const std::bad_alloc&) {
   }
 }
 
 inline void takeAnswer(std::uint32_t errorCode, std::uint32_t commandID, std::uint32_t /*sequenceByte*/,
                        std::uint32_t isRef, void* data, std::uint32_t size, std::uint32_t seqTUI) noexcept {
-  deliver(commandID, [&](Sink& sink) {
-    if (errorCode != 0) return sink.failed(commandID & kIdMask, Cause::noAnswer, KEL_OK);
-    sink.answered(commandID & kIdMask, Payload::copied(formBy(isRef != 0), seqTUI, data, size));
+  deliver(commandID, true, [&](Sink& sink) {
+    if (errorCode != 0) return sink.failed(idOf(commandID), Cause::noAnswer, KEL_OK);
+    sink.answered(idOf(commandID), Payload::copied(formBy(isRef != 0), seqTUI, data, size));
   });
 }
 
 inline void takeStreamMessage(std::uint32_t /*errorCode*/, std::uint32_t commandID, std::uint32_t /*sequenceByte*/,
                               std::uint32_t streamEnd, std::uint32_t isRef, void* data, std::uint32_t size,
                               std::uint32_t seqTUI) noexcept {
-  deliver(commandID, [&](Sink& sink) {
-    sink.streamed(commandID & kIdMask, {Payload::copied(formBy(isRef != 0), seqTUI, data, size), streamEnd != 0});
+  deliver(commandID, streamEnd != 0, [&](Sink& sink) {
+    sink.streamed(idOf(commandID), {Payload::copied(formBy(isRef != 0), seqTUI, data, size), streamEnd != 0});
   });
 }
 
@@ -152,8 +159,7 @@ template <std::size_t kSlot>
 void takeBroadcast(char* name, std::uint32_t isRef, void* payload, std::uint32_t size, std::uint32_t seqTUI) noexcept {
   const std::unique_ptr<char, FreeLibraryBlock> ownedName(name);
   std::unique_ptr<void, FreeLibraryBlock> ownedPayload(payload);
-  deliver(static_cast<std::uint32_t>(kSlot) << kIdBits, [&](Sink& sink) {
-    if (!sink.wantsBroadcasts()) return;
+  deliver(static_cast<std::uint32_t>(kSlot) << kIdBits, false, [&](Sink& sink) {
     sink.broadcast({Payload::shared(formBy(isRef != 0), seqTUI, std::move(ownedPayload), size), name});
   });
 }

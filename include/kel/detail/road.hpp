@@ -23,8 +23,6 @@ class Sink {
   virtual void failed(std::uint32_t id, Cause cause, std::uint32_t code) = 0;
   virtual void streamed(std::uint32_t id, Message message) = 0;
   virtual void broadcast(Broadcast broadcast) = 0;
-  /// False if nobody wants broadcasts at the moment.
-  virtual bool wantsBroadcasts() const noexcept = 0;
 
  protected:
   ~Sink() = default;

@@ -60,7 +60,7 @@ inline std::optional<std::string_view> findIniValue(std::string_view content, st
 
   bool isInSection = section.empty();
   while (!content.empty()) {
-    const std::size_t end = std::min(content.find_first_of("\r\n"), content.size() - 1);
+    const std::size_t end = (std::min)(content.find_first_of("\r\n"), content.size() - 1);
     const std::string_view line = withoutBlanks(content.substr(0, end + 1));
     content.remove_prefix(end + 1);
     if (line.empty()) continue;

@@ -22,6 +22,10 @@ using Clock = std::chrono::steady_clock;
 
 namespace detail {
 
+// Programs may have macros min and max.
+constexpr Clock::time_point kNever = (Clock::time_point::max)();
+constexpr Clock::duration kForever = (Clock::duration::max)();
+
 class KEL_DETAIL_ATTRIBUTE(capability("mutex")) Mutex {
  public:
   void lock() KEL_DETAIL_ATTRIBUTE(acquire_capability()) { mMutex.lock(); }
@@ -65,9 +69,9 @@ class Condition {
     lock.release();
   }
 
-  /// Waits until `deadline` at most; the far end of time stands for no deadline.
+  /// Waits until `deadline` at most; kNever stands for no deadline.
   void waitUntil(Mutex& mutex, Clock::time_point deadline) KEL_DETAIL_REQUIRES(mutex) {
-    if (deadline == Clock::time_point::max()) return wait(mutex);
+    if (deadline == kNever) return wait(mutex);
     std::unique_lock<std::mutex> lock(mutex.mMutex, std::adopt_lock);
     mCondition.wait_until(lock, deadline);
     lock.release();
@@ -80,11 +84,12 @@ class Condition {
   std::condition_variable mCondition;
 };
 
-/// That time from now; the far end of time if that is beyond it.
-inline Clock::time_point after(Clock::duration time) {
-  const Clock::time_point now = Clock::now();
-  return time >= Clock::time_point::max() - now ? Clock::time_point::max() : now + time;
+/// So long after a moment; kNever if that is beyond the end of time.
+inline Clock::time_point at(Clock::time_point moment, Clock::duration time) {
+  return time >= kNever - moment ? kNever : moment + time;
 }
+
+inline Clock::time_point after(Clock::duration time) { return at(Clock::now(), time); }
 
 }  // namespace detail
 }  // namespace v1

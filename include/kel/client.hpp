@@ -150,7 +150,7 @@ class Reader {
   /** Why no more come. End::none while there is something to read, or may be. */
   End end() const { return mQueue->end(); }
 
-  /** So many found no room. */
+  /** So many found no room, or were lost on the way. */
   std::uint64_t dropped() const { return mQueue->dropped(); }
 
   /** Waits at ++, and is equal to end() at the end. */
@@ -296,8 +296,12 @@ class Client {
    * final. Errors: notConnected.
    */
   static Result<Client> connect(Options options = {}) {
+    return connect(std::move(options), std::make_unique<detail::ProcessRoad>());
+  }
+  /** Likewise, over another road than the library in this process. */
+  static Result<Client> connect(Options options, std::unique_ptr<detail::Road> road) {
     const Milliseconds time = options.connectTimeout;
-    Client client = begin(std::move(options));
+    Client client = begin(std::move(options), std::move(road));
     if (client.mCore->awaitState(State::connected, detail::after(time))) return client;
     const bool isOver = client.mCore->state() == State::closed;
     Error error{Cause::notConnected, KEL_E_CONNECTION, isOver ? client.mCore->reason() : "connecting took too long"};
@@ -308,7 +312,10 @@ class Client {
 
   /** Begins to connect, and does not wait. */
   static Client begin(Options options = {}) {
-    Client client(std::make_shared<detail::Core>(std::move(options), std::make_unique<detail::ProcessRoad>()));
+    return begin(std::move(options), std::make_unique<detail::ProcessRoad>());
+  }
+  static Client begin(Options options, std::unique_ptr<detail::Road> road) {
+    Client client(std::make_shared<detail::Core>(std::move(options), std::move(road)));
     client.mCore->begin();
     return client;
   }
@@ -446,7 +453,7 @@ class Client {
 
   Statistics statistics() const { return mCore->statistics(); }
 
-  /** The task table in force, as far as this program can read it. */
+  /** The task table in force, as far as this program can read it; one without rows where only the device's side can. */
   const TaskTable& table() const { return mCore->table(); }
 
  private:

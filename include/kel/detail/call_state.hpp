@@ -29,7 +29,7 @@ inline End endBy(Cause cause) { return cause == Cause::linkLost ? End::linkLost 
 struct CallState final : Job {
   enum class Stage : std::uint8_t {
     waiting,  // in the core's queue
-    sent,     // has an entry, if it expects an answer
+    sent,     // has an entry, if it takes one
     doubted,  // refused, and a heartbeat tells whether for the loss of the link
     done,
   };
@@ -38,6 +38,7 @@ struct CallState final : Job {
   std::string task;
   Clock::time_point deadline;
   bool expectsAnswer = true;
+  bool takesEntry = true;  // something comes back for it
   bool isRepeatable = false;
   bool isHeartbeat = false;
   std::uint32_t sequenceWord = 0;

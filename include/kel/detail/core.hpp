@@ -45,7 +45,7 @@ using BroadcastQueue = MessageQueue<Broadcast>;
 class Core final : public Sink, public std::enable_shared_from_this<Core> {
  public:
   Core(Options options, std::unique_ptr<Road> road)
-      : mOptions(std::move(options)), mRoad(std::move(road)), mTable(TaskTable::inForce(mOptions.table)) {}
+      : mOptions(std::move(options)), mRoad(std::move(road)), mTable(mRoad->table(mOptions.table)) {}
 
   // ---- Life (core_life.hpp) ----
 
@@ -66,7 +66,10 @@ class Core final : public Sink, public std::enable_shared_from_this<Core> {
   std::string reason() const;
   Statistics statistics() const;
   const Options& options() const { return mOptions; }
-  const TaskTable& table() const { return mTable; }
+  const TaskTable& table() const {
+    static const TaskTable none;
+    return mTable ? *mTable : none;
+  }
 
   /// Has a function run on the callback thread; if that has ended, at once.
   void post(std::function<void()> function);
@@ -105,8 +108,13 @@ class Core final : public Sink, public std::enable_shared_from_this<Core> {
 
   void answered(std::uint32_t id, const Payload& answer) override;
   void failed(std::uint32_t id, Cause cause, std::uint32_t code) override;
-  void streamed(std::uint32_t id, Message message) override;
+  bool streamed(std::uint32_t id, Message message) override;
+  void missed(std::uint32_t id, std::uint64_t count) override;
+  void missedBroadcasts(std::uint64_t count) override;
+  void ended(std::uint32_t id, End end) override;
   void broadcast(Broadcast broadcast) override;
+  bool wantsBroadcasts() const override;
+  void lost(std::string why) override;
 
   /// The reader wants no more of a stream. Its number stays taken until the device ends it.
   void stopStream(const std::shared_ptr<StreamQueue>& stream, End end);
@@ -143,6 +151,8 @@ class Core final : public Sink, public std::enable_shared_from_this<Core> {
 
   // ---- Calls ----
 
+  /// Whether the task table is known, and does not have the name.
+  bool isUnknown(const std::string& task) const { return mTable && !mTable->find(task); }
   bool canSend(const CallState& call) const KEL_DETAIL_REQUIRES(mMutex);
   /// Takes an entry for a call, if it wants one, and counts its sender.
   void file(const CallRef& call) KEL_DETAIL_REQUIRES(mMutex);
@@ -208,7 +218,7 @@ class Core final : public Sink, public std::enable_shared_from_this<Core> {
   // Constant.
   const Options mOptions;
   const std::unique_ptr<Road> mRoad;
-  const TaskTable mTable;
+  const std::optional<TaskTable> mTable;
 
   // With locks of their own, or atomic.
   CallbackThread mCallbacks;

@@ -18,6 +18,11 @@ std::size_t Core::delivered(Push push) {
   return push();
 }
 
+inline bool Core::wantsBroadcasts() const {
+  const Lock lock(mMutex);
+  return !mSubscribers.empty();
+}
+
 inline void Core::opened(Entry& entry) {
   if (!entry.stream) return;
   entry.opened = Clock::now();
@@ -53,10 +58,16 @@ inline void Core::failed(std::uint32_t id, Cause cause, std::uint32_t code) {
   if (entry->stream && !call) entry->stream->finish(End::linkLost);
   mEntries.release(*entry);
   if (!mQueue.empty()) mTimeWake.notifyAll();
-  if (call) end(call, Error{cause, code, call->task}, finished);
+  if (!call) return;
+  Error error{cause, code, call->task};
+  if (cause == Cause::linkLost) {
+    again(call, std::move(error), finished);
+  } else {
+    end(call, std::move(error), finished);
+  }
 }
 
-inline void Core::streamed(std::uint32_t id, Message message) {
+inline bool Core::streamed(std::uint32_t id, Message message) {
   std::shared_ptr<StreamQueue> stream;
   const bool isLast = message.isLast;
   {
@@ -64,7 +75,7 @@ inline void Core::streamed(std::uint32_t id, Message message) {
     const Lock lock(mMutex);
     ++mSignsOfLife;
     Entry* const entry = mEntries.find(id);
-    if (entry == nullptr) return;
+    if (entry == nullptr) return false;
     stream = entry->stream;
     if (stream) ++mCounts.streamMessages;
     // A message may overtake the opening.
@@ -78,16 +89,49 @@ inline void Core::streamed(std::uint32_t id, Message message) {
       if (!mQueue.empty()) mTimeWake.notifyAll();
     }
   }
-  if (!stream) return;
+  if (!stream) return false;
   std::size_t dropped = 1;
   try {
     dropped = delivered([&] { return stream->push(std::move(message)); });
   } catch (const std::bad_alloc&) {  // the message is lost, but not the end
   }
   if (isLast) stream->finish(End::finished);
-  if (dropped == 0) return;
+  if (dropped == 0) return true;
   const Lock lock(mMutex);
   mCounts.droppedMessages += dropped;
+  return true;
+}
+
+inline void Core::missed(std::uint32_t id, std::uint64_t count) {
+  const Lock lock(mMutex);
+  mCounts.droppedMessages += count;
+  Entry* const entry = mEntries.find(id);
+  if (entry != nullptr && entry->stream) entry->stream->countDropped(count);
+}
+
+inline void Core::missedBroadcasts(std::uint64_t count) {
+  const Lock lock(mMutex);
+  mCounts.droppedBroadcasts += count;
+  for (const Subscriber& one : mSubscribers) one.queue->countDropped(count);
+}
+
+inline void Core::ended(std::uint32_t id, End end) {
+  std::shared_ptr<StreamQueue> stream;
+  {
+    const Lock lock(mMutex);
+    Entry* const entry = mEntries.find(id);
+    if (entry == nullptr) return;
+    stream = std::move(entry->stream);
+    mEntries.release(*entry);
+    countHeld();
+    if (!mQueue.empty()) mTimeWake.notifyAll();
+  }
+  if (stream) stream->finish(end);
+}
+
+inline void Core::lost(std::string why) {
+  const Lock lock(mMutex);
+  presumeLost(std::move(why));
 }
 
 inline void Core::broadcast(Broadcast broadcast) {
@@ -142,10 +186,11 @@ inline void Core::subscribe(std::shared_ptr<BroadcastQueue> queue, BroadcastOpti
     const Lock lock(mMutex);
     if (!mIsClosing && mState != State::closed) {
       mSubscribers.push_back({std::move(queue), std::move(options)});
-      return;
+      queue = nullptr;
     }
   }
-  queue->finish(End::closed);
+  if (queue) return queue->finish(End::closed);
+  mRoad->listen();
 }
 
 inline void Core::unsubscribe(const std::shared_ptr<BroadcastQueue>& queue) {

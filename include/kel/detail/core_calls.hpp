@@ -18,6 +18,7 @@ inline CallRef Core::start(const What& what, OnAnswer onAnswer, bool isAwaited) 
   call->task = what.task != nullptr ? what.task : "";
   call->deadline = after(what.timeout);
   call->expectsAnswer = what.expectsAnswer;
+  call->takesEntry = what.expectsAnswer || mRoad->confirmsPosts();
   call->isRepeatable = what.isRepeatable;
   call->isHeartbeat = what.isHeartbeat;
   call->sequenceWord = what.sequenceWord;
@@ -27,7 +28,7 @@ inline CallRef Core::start(const What& what, OnAnswer onAnswer, bool isAwaited) 
   call->onAnswer = std::move(onAnswer);
   if (call->onAnswer) mCallbacks.begin();
 
-  const std::optional<std::uint32_t> tui = mTable.find(call->task);
+  const std::optional<std::uint32_t> tui = mTable ? mTable->find(call->task) : std::nullopt;
   const bool isWrong =
       tui && formOf(*tui) == Form::val && what.request.size() != 0 && what.request.size() != sizeof(Values);
 
@@ -101,7 +102,7 @@ inline bool Core::cancel(const CallRef& call) {
 
 inline bool Core::canSend(const CallState& call) const {
   if (mState != State::connected || mIsRenewing) return false;
-  if (!call.expectsAnswer) return true;
+  if (!call.takesEntry) return true;
   if (call.isHeartbeat) return mEntries.free() != 0;
   const std::uint32_t reserved = mOptions.supervision.heartbeat.empty() ? 0 : 1;
   return mEntries.free() > reserved && mEntries.live() < mOptions.maxInFlight;
@@ -110,7 +111,7 @@ inline bool Core::canSend(const CallState& call) const {
 inline void Core::file(const CallRef& call) {
   call->stage = CallState::Stage::sent;
   ++mSenders;
-  if (!call->expectsAnswer) return;
+  if (!call->takesEntry) return;
   call->id = mEntries.take(call);
 }
 
@@ -150,8 +151,9 @@ inline void Core::expire(const CallRef& call, Finished& finished) {
 }
 
 inline void Core::transmit(const CallRef& call, const void* data, std::size_t size, Finished& finished) {
-  const Outgoing request{call->task.c_str(), data, size, call->id, call->expectsAnswer, call->stream != nullptr,
-                         call->sequenceWord};
+  const Outgoing request{
+      call->task.c_str(), data,          size, call->id, call->expectsAnswer, call->stream != nullptr,
+      call->sequenceWord, call->deadline};
   mMutex.unlock();
   const Sent sent = mRoad->send(request);
   mMutex.lock();
@@ -159,10 +161,10 @@ inline void Core::transmit(const CallRef& call, const void* data, std::size_t si
   if (call->isHeartbeat && sent == Sent::sent) ++mCounts.heartbeats;
   if (sent == Sent::sent) {
     mRefusals = 0;
-    if (!call->expectsAnswer) end(call, Payload(), finished);
+    if (!call->takesEntry) end(call, Payload(), finished);
     return;
   }
-  if (call->expectsAnswer) {
+  if (call->takesEntry) {
     Entry* const entry = mEntries.find(*call);
     if (entry == nullptr) {
       // It has ended meanwhile. Nothing will come for the number that it had.
@@ -192,7 +194,8 @@ inline void Core::takeRefusal(const CallRef& call, Sent sent, Finished& finished
     presumeLost("the connection is gone");
     return again(call, Error{Cause::linkLost, code, call->task}, finished);
   }
-  if (!mTable.find(call->task)) return end(call, Error{Cause::unknownTask, code, call->task}, finished);
+  if (sent == Sent::wrongForm) return end(call, Error{Cause::wrongForm, code, call->task}, finished);
+  if (isUnknown(call->task)) return end(call, Error{Cause::unknownTask, code, call->task}, finished);
   const Supervision& supervision = mOptions.supervision;
   if (call->isHeartbeat) return end(call, Error{Cause::refused, code, call->task}, finished);
   if (mState != State::connected) return again(call, Error{Cause::linkLost, code, call->task}, finished);

@@ -31,18 +31,21 @@ inline void Core::keepLink() {
   std::uint32_t attempt = 1;
   Lock lock(mMutex);
   if (!mIsClosing) setState({State::connecting, "the client begins", attempt});
-  if (!supervision.heartbeat.empty() && !mTable.find(supervision.heartbeat)) {
+  if (!supervision.heartbeat.empty() && isUnknown(supervision.heartbeat)) {
     giveUp("the task table has no task " + supervision.heartbeat + " for the heartbeat");
   }
   while (!mIsClosing && mState != State::closed) {
+    mPresumedLost.reset();
     lock.unlock();
     const bool isOpen = mRoad->open(mOptions.table, *this);
     lock.lock();
-    StateChange change{State::lost, "connecting failed", attempt};
+    StateChange change{State::lost, "", attempt};
     if (isOpen) {
       attempt = 0;
       pause = supervision.firstPause;
       change = serve();
+    } else {
+      change.reason = mRoad->failure();
     }
     if (change.state == State::lost) change.pause = nextPause();
     const Clock::time_point until = supervision.reconnect ? after(change.pause) : kNever;
@@ -81,7 +84,6 @@ inline void Core::giveUp(const std::string& why) {
 inline StateChange Core::serve() {
   const Supervision& supervision = mOptions.supervision;
   const bool beats = !supervision.heartbeat.empty();
-  mPresumedLost.reset();
   mRefusals = 0;
   ++mCounts.connections;
   if (!mIsClosing) setState({State::connected, "connected"});

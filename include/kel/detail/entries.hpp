@@ -74,9 +74,9 @@ class Entries {
     return entry.isTaken && entry.generation == id / kCount ? &entry : nullptr;
   }
 
-  /// The entry of a call that was sent and has not ended, if it expects an answer.
+  /// The entry of a call that was sent and has not ended, if it takes one.
   Entry* find(const CallState& call) {
-    Entry* const entry = call.stage == CallState::Stage::sent && call.expectsAnswer ? find(call.id) : nullptr;
+    Entry* const entry = call.stage == CallState::Stage::sent && call.takesEntry ? find(call.id) : nullptr;
     return entry != nullptr && entry->call.get() == &call ? entry : nullptr;
   }
 

@@ -58,6 +58,12 @@ class MessageQueue {
     return dropped;
   }
 
+  /// So many were lost before they came here.
+  void countDropped(std::uint64_t count) {
+    const Lock lock(mMutex);
+    mDropped += count;
+  }
+
   /// The first end counts.
   void finish(End end) {
     std::function<void()> tell;

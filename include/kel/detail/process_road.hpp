@@ -172,6 +172,11 @@ KEL_BroadcastCallback broadcastCallback(std::size_t slot, std::index_sequence<kS
 
 class ProcessRoad final : public Road {
  public:
+  std::optional<TaskTable> table(const std::string& path) const override { return TaskTable::inForce(path); }
+  bool confirmsPosts() const override { return false; }
+  std::string failure() const override { return "connecting failed"; }
+  void listen() override {}
+
   bool open(const std::string& table, Sink& sink) override {
     Process& process = Process::get();
     if (!takeSlot(process)) return false;

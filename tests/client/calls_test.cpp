@@ -26,8 +26,8 @@ TEST_F(CallsTest, AnAnswerIsWhatTheDeviceSaid) {
 }
 
 TEST_F(CallsTest, AnAnswerGoesToWhoeverAskedForIt) {
-  Client client = Client::connect().value();
   Told<std::uint32_t> told;
+  Client client = Client::connect().value();
   const Call got = client.start(kEcho, {1, 0, 0});
   client.start(kEcho, {2, 0, 0}, [&](Result<Payload> answer) { told.tell(answer.value().values().value()[0]); });
   EXPECT_EQ(got.get().value().values().value()[0], 1u);
@@ -69,10 +69,10 @@ TEST_F(CallsTest, APayloadThatDoesNotFitIsNotSent) {
 
 TEST_F(CallsTest, ACallEndsAtItsDeadlineWhileTheLibraryWaitsOn) {
   Drop(kEcho);
+  Told<Cause> told;
   Client client = Client::connect().value();
   CallOptions soon;
   soon.timeout = kShort;
-  Told<Cause> told;
   const Clock::time_point start = Clock::now();
   client.start(
       kEcho, {}, [&](Result<Payload> answer) { told.tell(CauseOf(answer)); }, soon);
@@ -121,8 +121,8 @@ TEST_F(CallsTest, DeadlinesHoldWhileAnotherClientKeepsTheLibraryToItself) {
 }
 
 TEST_F(CallsTest, WhatFindsTheLibraryTakenIsSentAfterwards) {
-  Client client = Client::connect().value();
   Told<std::uint32_t> told;
+  Client client = Client::connect().value();
   {
     const LibraryAtWork work(Gate());
     for (std::uint32_t i = 0; i < 100; ++i) {
@@ -176,8 +176,8 @@ TEST_F(CallsTest, AWaitingCallEndsAtItsDeadlineWithoutHavingBeenSent) {
 
 TEST_F(CallsTest, ACancelledCallEndsAtOnceAndKeepsItsNumber) {
   Drop(kEcho);
-  Client client = Client::connect().value();
   Told<Cause> told;
+  Client client = Client::connect().value();
   const Call call = client.start(kEcho, {}, [&](Result<Payload> answer) { told.tell(CauseOf(answer)); });
   EXPECT_FALSE(call.waitFor(Milliseconds(1)));
   EXPECT_TRUE(call.cancel());
@@ -215,8 +215,8 @@ TEST_F(CallsTest, ACallHandleThatItsOwnCallbackKeepsGoesWithTheCall) {
 }
 
 TEST_F(CallsTest, CallbacksMayCallAnythingOfTheClient) {
-  Client client = Client::connect().value();
   Told<std::uint32_t> told;
+  Client client = Client::connect().value();
   client.start(kEcho, {5, 0, 0}, [&](Result<Payload> answer) {
     told.tell(answer.value().values().value()[0]);
     told.tell(client.task(kEcho, {6, 0, 0}).value().values().value()[0]);

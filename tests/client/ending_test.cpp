@@ -15,10 +15,10 @@ TEST_F(EndingTest, ClosingEndsAllThatIsUnderWayAndWaits) {
   MakeEndless(kStreamer, 1);
   Options options;
   options.maxInFlight = 2;
+  Told<Cause> told;
   Client client = Client::connect(options).value();
   Stream stream = client.stream(kStreamer).value();
   const Call sent = client.start(kEcho);
-  Told<Cause> told;
   const Call waiting = client.start(kEcho, {}, [&](Result<Payload> answer) { told.tell(CauseOf(answer)); });
   client.close();
   EXPECT_EQ(CauseOf(sent.get()), Cause::closed);
@@ -46,8 +46,8 @@ TEST_F(EndingTest, ACallOfAClosedClientEndsAtOnceWithItsCallback) {
 }
 
 TEST_F(EndingTest, ClosingInACallbackOnlyBegins) {
-  Client client = Client::connect(toldBy({})).value();
   Event begun;
+  Client client = Client::connect(toldBy({})).value();
   client.start(kEcho, {}, [&](const Result<Payload>&) {
     client.close();
     EXPECT_TRUE(client.waitFor(State::closed, kLong));
@@ -70,8 +70,8 @@ TEST_F(EndingTest, SeveralThreadsMayCloseAtOnce) {
 }
 
 TEST_F(EndingTest, AClientMayEndInItsOwnCallback) {
-  auto client = std::make_unique<Client>(Client::connect().value());
   Event ended;
+  auto client = std::make_unique<Client>(Client::connect().value());
   client->start(kEcho, {}, [&](const Result<Payload>&) {
     client.reset();
     ended.set();
@@ -82,8 +82,8 @@ TEST_F(EndingTest, AClientMayEndInItsOwnCallback) {
 }
 
 TEST_F(EndingTest, AClientThatIsToldOfItsOwnLossMayEndThere) {
-  std::unique_ptr<Client> client;
   Event ended;
+  std::unique_ptr<Client> client;
   Options options = watching();
   options.onState = [&](const StateChange& change) {
     if (change.state != State::lost) return;

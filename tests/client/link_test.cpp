@@ -334,9 +334,9 @@ TEST_F(LinkTest, AVersionCheckEndsAtItsDeadlineAndIsNotMadeAfterwards) {
 }
 
 TEST_F(LinkTest, ClosingEndsVersionChecksThatWait) {
+  Told<Cause> told;
   Client client = Client::connect().value();
   std::optional<LibraryAtWork> work(std::in_place, Gate());
-  Told<Cause> told;
   std::vector<std::thread> threads;
   for (int i = 0; i < 3; ++i) {
     threads.emplace_back([&] {

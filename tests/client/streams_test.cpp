@@ -40,9 +40,9 @@ TEST_F(StreamsTest, AStreamIsReadByALoopToItsEnd) {
 }
 
 TEST_F(StreamsTest, AStreamIsHandedOverMessageByMessageAndThenItsEnd) {
-  Client client = Client::connect().value();
   Told<std::uint32_t> told;
   Told<End> ends;
+  Client client = Client::connect().value();
   const Stream stream =
       client
           .stream(
@@ -263,9 +263,9 @@ TEST_F(StreamsTest, EachSubscriberGetsEachBroadcastThatItWants) {
 }
 
 TEST_F(StreamsTest, ASubscriptionSurvivesALossAndEndsWithTheClient) {
-  Client client = Client::connect(watching()).value();
   Told<std::uint32_t> told;
   Told<End> ends;
+  Client client = Client::connect(watching()).value();
   const Subscription subscription =
       client.broadcasts([&](const Broadcast& broadcast) { told.tell(broadcast.as<std::uint32_t>().value()); },
                         [&](End end) { ends.tell(end); });
@@ -292,20 +292,21 @@ TEST_F(StreamsTest, BroadcastsWithoutRoomAreDroppedAndCounted) {
 }
 
 TEST_F(StreamsTest, ASubscriptionToAClosedClientEndsAtOnce) {
+  Told<End> ends;
   Client client = Client::connect().value();
   client.close();
   Subscription late = client.broadcasts();
   EXPECT_FALSE(late.next());
   EXPECT_EQ(late.reason(), End::closed);
-  Told<End> ends;
   const Subscription handedOver = client.broadcasts([](const Broadcast&) {}, [&](End end) { ends.tell(end); });
   EXPECT_EQ(ends.next(Milliseconds(0)), End::closed);
 }
 
 TEST_F(StreamsTest, AFloodHandedOverLeavesRoomForOtherCallbacks) {
   MakeEndless(kStreamer, 1'000'000);
-  Client client = Client::connect().value();
   Event flooded;
+  Event answered;
+  Client client = Client::connect().value();
   const Stream stream = client
                             .stream(kStreamer, {},
                                     [&](const Message&) {
@@ -314,17 +315,16 @@ TEST_F(StreamsTest, AFloodHandedOverLeavesRoomForOtherCallbacks) {
                                     })
                             .value();
   flooded.wait();
-  Event answered;
   client.start(kEcho, {}, [&](const Result<Payload>&) { answered.set(); });
   EXPECT_TRUE(answered.wait(10s));
 }
 
 TEST_F(StreamsTest, AStoppedStreamHandsNothingOverButItsEnd) {
   MakeEndless(kStreamer, 100);
-  Client client = Client::connect().value();
   Event begun, goOn;
   Told<std::uint32_t> told;
   Told<End> ends;
+  Client client = Client::connect().value();
   Stream stream = client
                       .stream(
                           kStreamer, {},
@@ -343,8 +343,8 @@ TEST_F(StreamsTest, AStoppedStreamHandsNothingOverButItsEnd) {
 }
 
 TEST_F(StreamsTest, AStreamMayBeOpenedReadAndStoppedInACallback) {
-  Client client = Client::connect().value();
   Told<std::uint32_t> told;
+  Client client = Client::connect().value();
   client.start(kEcho, {}, [&](const Result<Payload>&) {
     Stream stream = client.stream(kStreamer, {2, 0, 0}).value();
     std::uint32_t count = 0;

@@ -49,7 +49,10 @@ struct CallState final : Job {
   std::vector<std::uint8_t> payload;  // of a call that was not sent at once, or may be sent again
   OnAnswer onAnswer;                  // may be empty
   Stage stage = Stage::waiting;
-  std::uint32_t id = 0;  // of its entry, in Stage::sent
+  std::uint32_t id = 0;       // of its entry, in Stage::sent
+  std::uint32_t tries = 0;    // for which the library may have had no number
+  Clock::time_point nextTry;  // not before
+  std::uint32_t waiters = 0;  // threads that wait for `done`
   std::optional<Result<Payload>> outcome;
   Condition done;
 

@@ -124,6 +124,9 @@ class Core final : public Sink, public std::enable_shared_from_this<Core> {
  private:
   /// How long anything is waited for that cannot say when it changes.
   static constexpr Milliseconds kLook{10};
+  /// So often a request is tried for which there may have been no number, with pauses from 1 ms on that double. One
+  /// that is refused still is refused by the device.
+  static constexpr std::uint32_t kTries = 8;
   /// What is under way when a connection is renewed gets so long to come to its end.
   static constexpr Milliseconds kRenewalTime{1000};
 
@@ -164,6 +167,7 @@ class Core final : public Sink, public std::enable_shared_from_this<Core> {
   void again(const CallRef& call, Error error, Finished& finished) KEL_DETAIL_REQUIRES(mMutex);
   /// Ends a call wherever it is. A number that it has stays taken.
   void retire(const CallRef& call, Error error, Finished& finished) KEL_DETAIL_REQUIRES(mMutex);
+  void waitFor(CallState& call, Clock::time_point until) KEL_DETAIL_REQUIRES(mMutex);
   /// Ends a call at its deadline.
   void expire(const CallRef& call, Finished& finished) KEL_DETAIL_REQUIRES(mMutex);
   /// Ends a call. The first end counts.
@@ -243,7 +247,6 @@ class Core final : public Sink, public std::enable_shared_from_this<Core> {
   std::deque<std::shared_ptr<VersionCheck>> mVersionChecks KEL_DETAIL_GUARDED_BY(mMutex);
   std::vector<Subscriber> mSubscribers KEL_DETAIL_GUARDED_BY(mMutex);
   Clock::time_point mNextDeadline KEL_DETAIL_GUARDED_BY(mMutex) = kNever;
-  Clock::time_point mNumberlessUntil KEL_DETAIL_GUARDED_BY(mMutex);
   std::uint64_t mSignsOfLife KEL_DETAIL_GUARDED_BY(mMutex) = 0;
   std::uint64_t mRefusedAtSign KEL_DETAIL_GUARDED_BY(mMutex) = 0;
   std::uint32_t mRefusals KEL_DETAIL_GUARDED_BY(mMutex) = 0;

@@ -40,11 +40,11 @@ inline void Core::answered(std::uint32_t id, const Payload& answer) {
   // A stream's number is free when the stream has ended.
   if (entry->isStream) {
     if (call) opened(*entry);
+    countHeld();
   } else {
     mEntries.release(*entry);
   }
   if (call) end(call, answer, finished);
-  countHeld();
   if (!mQueue.empty()) mTimeWake.notifyAll();
 }
 

@@ -28,9 +28,9 @@ inline CallRef Core::start(const What& what, OnAnswer onAnswer, bool isAwaited) 
   call->onAnswer = std::move(onAnswer);
   if (call->onAnswer) mCallbacks.begin();
 
-  const std::optional<std::uint32_t> tui = mTable ? mTable->find(call->task) : std::nullopt;
-  const bool isWrong =
-      tui && formOf(*tui) == Form::val && what.request.size() != 0 && what.request.size() != sizeof(Values);
+  const bool fitsAll = what.request.size() == 0 || what.request.size() == sizeof(Values);
+  const std::optional<std::uint32_t> tui = mTable && !fitsAll ? mTable->find(call->task) : std::nullopt;
+  const bool isWrong = tui && formOf(*tui) == Form::val;
 
   Finished finished;
   const Lock lock(mMutex);
@@ -58,12 +58,19 @@ inline CallRef Core::start(const What& what, OnAnswer onAnswer, bool isAwaited) 
       mQueue.push_front(call);
     } else {
       mQueue.push_back(call);
+      if (canSend(*call)) mTimeWake.notifyAll();
     }
     return call;
   }
   file(call);
   transmit(call, what.request.data(), what.request.size(), finished);
   return call;
+}
+
+inline void Core::waitFor(CallState& call, Clock::time_point until) {
+  ++call.waiters;
+  call.done.waitUntil(mMutex, until);
+  --call.waiters;
 }
 
 inline void Core::await(const CallRef& call) {
@@ -74,7 +81,7 @@ inline void Core::await(const CallRef& call) {
       expire(call, finished);
       break;
     }
-    call->done.waitUntil(mMutex, call->deadline);
+    waitFor(*call, call->deadline);
   }
 }
 
@@ -82,7 +89,7 @@ inline bool Core::awaitUntil(const CallRef& call, Clock::time_point until) {
   const Lock lock(mMutex);
   while (call->stage != CallState::Stage::done) {
     if (Clock::now() >= until) return false;
-    call->done.waitUntil(mMutex, until);
+    waitFor(*call, until);
   }
   return true;
 }
@@ -121,7 +128,7 @@ inline void Core::end(const CallRef& call, Result<Payload> outcome, Finished& fi
   if (!call->isHeartbeat) ++(outcome.ok() ? mCounts.answered : mCounts.failed);
   if (call->stream && !outcome.ok()) call->stream->finish(endBy(outcome.cause()));
   call->outcome.emplace(std::move(outcome));
-  finished.add(call);
+  if (call->waiters != 0) finished.add(call);
   if (!call->onAnswer) return;
   if (!mCallbacks.post(call)) finished.addUntold(call);
 }
@@ -143,9 +150,10 @@ inline void Core::expire(const CallRef& call, Finished& finished) {
   Cause cause = Cause::noAnswer;
   if (call->stage == CallState::Stage::doubted) cause = Cause::refused;
   if (call->stage == CallState::Stage::waiting) {
-    cause = mState == State::connected ? Cause::noNumber
-            : mState == State::lost    ? Cause::linkLost
-                                       : Cause::notConnected;
+    cause = mState == State::lost        ? Cause::linkLost
+            : mState != State::connected ? Cause::notConnected
+            : call->tries != 0           ? Cause::refused
+                                         : Cause::noNumber;
   }
   retire(call, Error{cause, 0, call->task}, finished);
 }
@@ -169,18 +177,19 @@ inline void Core::transmit(const CallRef& call, const void* data, std::size_t si
     if (entry == nullptr) {
       // It has ended meanwhile. Nothing will come for the number that it had.
       Entry* const left = mEntries.find(request.id);
-      if (left != nullptr) mEntries.release(*left);
+      if (left != nullptr) mEntries.takeBack(*left);
       return;
     }
-    mEntries.release(*entry);
+    mEntries.takeBack(*entry);
   } else if (call->stage == CallState::Stage::done) {
     return;
   }
-  if (sent == Sent::busy || (sent == Sent::refused && mEntries.mayBeShort())) {
+  const bool isShort = sent == Sent::refused && call->takesEntry && call->tries < kTries && mEntries.mayBeShort();
+  if (sent == Sent::busy || isShort) {
     if (call->payload.empty()) keepPayload(*call, data, size);
+    if (isShort) call->nextTry = after(Milliseconds(1u << call->tries++));
     call->stage = CallState::Stage::waiting;
     mQueue.push_front(call);
-    if (sent == Sent::refused) mNumberlessUntil = after(Milliseconds(1));
     mindDeadline(call->deadline);
     mTimeWake.notifyAll();
     return;
@@ -220,6 +229,8 @@ inline void Core::again(const CallRef& call, Error error, Finished& finished) {
     return end(call, std::move(error), finished);
   }
   ++mCounts.repeated;
+  call->tries = 0;
+  call->nextTry = {};
   call->stage = CallState::Stage::waiting;
   mQueue.push_front(call);
   mindDeadline(call->deadline);

@@ -73,16 +73,20 @@ inline void Core::expireAll(const std::deque<CallRef>& calls, Clock::time_point 
 }
 
 inline Clock::time_point Core::sendQueued() {
-  while (!mQueue.empty() && canSend(*mQueue.front())) {
+  for (;;) {
     const Clock::time_point now = Clock::now();
     if (now >= mNextDeadline) return now;
-    if (mNumberlessUntil > now) return (std::min)(mNumberlessUntil, mNextDeadline);
-    const CallRef call = mQueue.front();
-    mQueue.pop_front();
+    // Calls wait in their order, but for those that are tried again later.
+    Clock::time_point next = mNextDeadline;
+    auto place = mQueue.begin();
+    for (; place != mQueue.end() && (*place)->nextTry > now; ++place) next = (std::min)(next, (*place)->nextTry);
+    if (place == mQueue.end() || !canSend(**place)) return next;
+    const CallRef call = *place;
+    mQueue.erase(place);
     file(call);
     Finished finished;
     transmit(call, call->payload.data(), call->payload.size(), finished);
-    const bool isBusy = call->stage == CallState::Stage::waiting && mNumberlessUntil <= Clock::now();
+    const bool isBusy = call->stage == CallState::Stage::waiting && call->nextTry <= now;
     if (isBusy) {
       const Clock::time_point until = (std::min)(mNextDeadline, after(kLook));
       mMutex.unlock();
@@ -90,7 +94,6 @@ inline Clock::time_point Core::sendQueued() {
       mMutex.lock();
     }
   }
-  return mNextDeadline;
 }
 
 }  // namespace detail

@@ -86,13 +86,18 @@ class Entries {
     entry.isLive = false;
   }
 
-  void release(Entry& entry) {
+  /// The library had no number for it.
+  void takeBack(Entry& entry) {
     hold(entry);
     entry.isTaken = false;
     entry.generation = (entry.generation + 1) % kGenerations;
     entry.call = nullptr;
     entry.stream = nullptr;
     mFree[mFreeCount++] = static_cast<std::uint32_t>(&entry - mEntries.data());
+  }
+
+  void release(Entry& entry) {
+    takeBack(entry);
     mReturned[mNextReturned++ % kCount] = Clock::now();
   }
 
@@ -113,8 +118,8 @@ class Entries {
   static constexpr std::uint32_t kIndexBits = 6;
   static_assert(kCount == 1u << kIndexBits);
   static constexpr std::uint32_t kGenerations = 1u << (kIdBits - kIndexBits);
-  /// After its answer a number is free again within this time.
-  static constexpr std::chrono::milliseconds kReturnTime{20};
+  /// After its answer a number is free again within this time, also where the system is busy.
+  static constexpr std::chrono::milliseconds kReturnTime{1000};
 
   std::array<Entry, kCount> mEntries;
   std::array<std::uint32_t, kCount> mFree{};  // the first mFreeCount are indices of free ones

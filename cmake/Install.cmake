@@ -5,12 +5,13 @@ include(CMakePackageConfigHelpers)
 
 set(package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/KELHandler")
 
-install(TARGETS KELHandler EXPORT KELHandlerTargets
+install(TARGETS KELHandler KELHandler_client EXPORT KELHandlerTargets
   RUNTIME COMPONENT Runtime
   LIBRARY COMPONENT Runtime NAMELINK_COMPONENT Development
   ARCHIVE COMPONENT Development
   INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
-install(FILES include/KELHandler.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT Development)
+install(DIRECTORY include/ DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT Development
+  FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
 install(TARGETS SluiceHub EXPORT SluiceHubTargets
   RUNTIME COMPONENT Simulator
   LIBRARY COMPONENT Simulator

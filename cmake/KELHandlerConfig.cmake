@@ -1,7 +1,12 @@
 # find_package(KELHandler 4.1 [REQUIRED] [COMPONENTS Simulator])
 #
-# Gives the target KELHandler::KELHandler, and where the stand-in pipe library is installed KELHandler::SluiceHub, for
-# programs that call its controls (SluiceHubSim.h). Other programs need not name the pipe library.
+# Gives these targets:
+#   KELHandler::KELHandler  the library, and KELHandler.h
+#   KELHandler::client      the same with the client layer for C++17, kel/client.hpp
+#   KELHandler::SluiceHub   where the stand-in pipe library is installed, for programs that call its controls
+#                           (SluiceHubSim.h). Other programs need not name the pipe library.
+include(CMakeFindDependencyMacro)
+find_dependency(Threads)
 include("${CMAKE_CURRENT_LIST_DIR}/KELHandlerTargets.cmake")
 include("${CMAKE_CURRENT_LIST_DIR}/SluiceHubTargets.cmake" OPTIONAL RESULT_VARIABLE KELHandler_Simulator_FOUND)
 

@@ -40,7 +40,8 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libkelhandler-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS Runtime)
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "control library for a communications device (development files)
-The header, what CMake and pkg-config find the library by, and the documents.")
+The header, the client layer for C++, what CMake and pkg-config find the
+library by, and the documents.")
 
 set(CPACK_DEBIAN_SIMULATOR_PACKAGE_NAME sluicehub-simulator)
 set(CPACK_DEBIAN_SIMULATOR_PACKAGE_SECTION libs)

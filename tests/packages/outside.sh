@@ -15,7 +15,7 @@ cd "$folder"
 # Nothing of the caller's surroundings finds a library or a tool for a client.
 clean() { env -i PATH=/usr/bin:/bin CC="$CC" CXX="$CXX" "$@"; }
 
-clients=(client_c client_cpp)
+clients=(client_c client_cpp client_layer)
 case $way in
   find_package)
     clean cmake -G Ninja -S . -B . -D CMAKE_PREFIX_PATH="$prefix" ${TOOLCHAIN:+-D CMAKE_TOOLCHAIN_FILE="$TOOLCHAIN"}
@@ -33,6 +33,7 @@ case $way in
   pkg-config | import-library)
     clean "$CC" client.c "${flags[@]}" -o client_c
     clean "$CXX" client.cpp "${flags[@]}" -o client_cpp
+    clean "$CXX" -std=c++17 layer.cpp "${flags[@]}" -o client_layer
     ;;
 esac
 
@@ -42,7 +43,7 @@ if [[ -n ${EMULATOR:-} ]]; then
   run=("$EMULATOR") suffix=.exe
 else
   # The library comes from the prefix, by the name that stays; the pipe library is the library's own business.
-  for client in client_c client_cpp; do
+  for client in client_c client_cpp client_layer; do
     needed=$(readelf -d "$client" | grep NEEDED)
     [[ $needed == *'[libKELHandler.so.4]'* && $needed != *SluiceHub* ]]
     clean ldd "$client" | grep -E 'KELHandler|SluiceHub' | while read -r name _ found _; do

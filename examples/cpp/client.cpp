@@ -1,72 +1,65 @@
 // A client in C++: each way to speak with the device once.
-#include <exception>
 #include <future>
 #include <iostream>
-#include <memory>
-#include <string>
-#include <string_view>
 
-#include "KELHandler.hpp"
+#include "kel/client.hpp"
 
 namespace {
 
-using kelhandler::Connection;
-using kelhandler::Message;
-using kelhandler::Values;
+namespace tasks = kel::tasks;
 
-void waitForAnAnswer(Connection& device) {
-  const kelhandler::Answer values = device.send("TASK_ID_APPLICATION_DEBUG_VAL", Values{7, 8, 9});
-  std::cout << "values: " << values.values()[0] << ' ' << values.values()[1] << ' ' << values.values()[2] << '\n';
+void waitForAnAnswer(kel::Client& device) {
+  const auto values = device.task(tasks::TASK_ID_APPLICATION_DEBUG_VAL, {7, 8, 9}).value().values().value();
+  std::cout << "values: " << values[0] << ' ' << values[1] << ' ' << values[2] << '\n';
 
-  const kelhandler::Answer text = device.send("TASK_ID_APPLICATION_DEBUG_REF", "hello");
+  const kel::Payload text = device.task(tasks::TASK_ID_APPLICATION_DEBUG_REF, "hello").value();
   std::cout << "text: " << text.text() << '\n';
 }
 
-// The answer may come when this function is left: what the callback uses has to live that long.
-std::future<std::uint32_t> sendAndGoOn(Connection& device, std::uint32_t number) {
-  const auto answer = std::make_shared<std::promise<std::uint32_t>>();
-  device.sendAsync("TASK_ID_APPLICATION_DEBUG_VAL", Values{number}, [answer](const Message* message) {
-    answer->set_value(message != nullptr ? message->payload.values()[0] : 0);
+// Both are under way at once.
+void sendAndGoOn(kel::Client& device) {
+  const kel::Call first = device.start(tasks::TASK_ID_APPLICATION_DEBUG_VAL, {1, 0, 0});
+  std::promise<kel::Values> second;
+  device.start(tasks::TASK_ID_APPLICATION_DEBUG_VAL, {2, 0, 0}, [&](const kel::Result<kel::Payload>& answer) {
+    second.set_value(answer ? answer->values().value() : kel::Values{});
   });
-  return answer->get_future();
+  std::cout << "answers: " << first.get().value().values().value()[0] << " and " << second.get_future().get()[0]
+            << '\n';
 }
 
-void followAStream(Connection& device) {
-  const auto end = std::make_shared<std::promise<void>>();
-  device.stream("TASK_ID_APPLICATION_DEBUG_STREAMER", Values{3, 10}, [end](const Message& message) {
-    if (message.isLast) return end->set_value();
-    std::cout << "message " << message.payload.values()[0] << '\n';
-  });
-  end->get_future().wait();
-}
-
-void askInVain(Connection& device) {
-  try {
-    device.send("NO_SUCH_TASK");
-  } catch (const kelhandler::Error& error) {
-    std::cout << "refused: " << error.what() << '\n';
+void followAStream(kel::Client& device) {
+  kel::Stream stream = device.stream(tasks::TASK_ID_APPLICATION_DEBUG_STREAMER, {3, 10, 0}).value();
+  for (const kel::Message& message : stream) {
+    if (!message.isLast) std::cout << "message " << message.values().value()[0] << '\n';
   }
+  std::cout << "the stream has " << stream.reason() << '\n';
+}
+
+void listen(kel::Client& device) {
+  kel::Subscription heard = device.broadcasts();
+  device.task(tasks::TASK_ID_APPLICATION_DEBUG_BROADCASTER, {1, 0, 0}).value();
+  if (const auto broadcast = heard.next(std::chrono::seconds(10))) {
+    std::cout << "broadcast: " << broadcast->task << ", " << broadcast->size() << " bytes\n";
+  }
+}
+
+void askInVain(kel::Client& device) {
+  const kel::Result<kel::Payload> answer = device.task("NO_SUCH_TASK");
+  if (!answer) std::cout << answer.error() << '\n';
 }
 
 }  // namespace
 
 int main() {
   try {
-    const kelhandler::Library library;
-    std::promise<std::string> heard;  // Ahead of the connection, and so alive as long as its callbacks.
-    Connection device([&heard](std::string_view task, const Message& message) {
-      heard.set_value(std::string(task) + ", " + std::to_string(message.payload.bytes().size()) + " bytes");
-    });
-
+    kel::Client device = kel::Client::connect().value();
     waitForAnAnswer(device);
-    std::future<std::uint32_t> first = sendAndGoOn(device, 1), second = sendAndGoOn(device, 2);
-    std::cout << "answers: " << first.get() << " and " << second.get() << '\n';
+    sendAndGoOn(device);
     followAStream(device);
-    device.send("TASK_ID_APPLICATION_DEBUG_BROADCASTER", Values{1});
-    std::cout << "broadcast: " << heard.get_future().get() << '\n';
+    listen(device);
     askInVain(device);
     return 0;
-  } catch (const std::exception& error) {  // The connection is closed by now.
+  } catch (const kel::Exception& error) {  // What value() throws. The client is closed by now.
     std::cerr << error.what() << '\n';
     return 1;
   }

@@ -47,6 +47,11 @@ static void onBroadcast(char* TUIname, uint32_t isRef, void* payload, uint32_t p
   free(TUIname);
 }
 
+static void pauseFor(uint32_t milliseconds) {
+  const struct timespec time = {milliseconds / 1000, (long)(milliseconds % 1000) * 1000000};
+  nanosleep(&time, NULL);
+}
+
 /* Waits until one task less is under way. 0 if that takes too long: the library waits for RxWaitTimeout, and we do not.
  */
 static int waitForPlace(void) {
@@ -63,16 +68,24 @@ static int openStream(uint64_t connection) {
                                  onMessage) == KEL_OK;
 }
 
+/* A refusal may mean that a number is not free again yet, and that is soon over; or else that the link is lost. */
+static int sendTask(uint64_t connection, uint32_t i) {
+  const uint32_t values[3] = {i, 0, 0};
+  uint32_t pause;
+  for (pause = 1; pause < 64; pause *= 2) {
+    const uint32_t result = KEL_SendReceiveAsyncKEL(connection, "TASK_ID_APPLICATION_DEBUG_VAL", i, values,
+                                                    sizeof values, NULL, onAnswer, NULL);
+    if (result != KEL_E_ASYNC_TASK) return result == KEL_OK;
+    pauseFor(pause);
+  }
+  return 0;
+}
+
 /* Sends what is not answered yet, and waits for it. 0 if the link is lost. */
 static int sendTheRest(uint64_t connection) {
   uint32_t i;
   for (i = 0; i < count; ++i) {
-    const uint32_t values[3] = {i, 0, 0};
-    if (answered[i]) continue;
-    if (!waitForPlace() || KEL_SendReceiveAsyncKEL(connection, "TASK_ID_APPLICATION_DEBUG_VAL", i, values,
-                                                   sizeof values, NULL, onAnswer, NULL) != KEL_OK) {
-      return 0;
-    }
+    if (!answered[i] && !(waitForPlace() && sendTask(connection, i))) return 0;
   }
   for (i = 0; i < UNDER_WAY; ++i) {
     if (!waitForPlace()) return 0;
@@ -86,8 +99,7 @@ static int sendTheRest(uint64_t connection) {
 static int connectAgain(uint64_t* connection) {
   uint32_t attempt, pause = 50;
   for (attempt = 0; attempt < ATTEMPTS; ++attempt) {
-    const struct timespec time = {pause / 1000, (long)(pause % 1000) * 1000000};
-    if (attempt != 0) nanosleep(&time, NULL);
+    if (attempt != 0) pauseFor(pause);
     if (KEL_Connect(NULL, onBroadcast, connection) == KEL_OK) return 1;
     pause = 2 * pause < LONGEST_PAUSE ? 2 * pause : LONGEST_PAUSE;
   }

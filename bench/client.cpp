@@ -40,7 +40,7 @@ extern "C" void TakeBroadcast(char* name, std::uint32_t, void* payload, std::uin
 
 std::uint64_t Connect(Blocks blocks) {
   EnterScratchFolder();
-  setenv("KELHANDLER_RELEASE_BLOCKS", blocks == Blocks::released ? "1" : "0", 1);
+  SetBlocks(blocks);
   std::uint64_t conn = 0;
   KEL_Init();
   if (KEL_Connect(nullptr, TakeBroadcast, &conn) != KEL_OK) std::abort();
@@ -52,6 +52,8 @@ std::uint64_t Connect(Blocks blocks) {
 void (*onBroadcast)() = [] {};
 
 void EnterScratchFolder() { static const ScratchFolder folder; }
+
+void SetBlocks(Blocks blocks) { setenv("KELHANDLER_RELEASE_BLOCKS", blocks == Blocks::released ? "1" : "0", 1); }
 
 std::uint64_t Connection(Blocks blocks) {
   static const std::uint64_t kept = Connect(Blocks::kept), released = Connect(Blocks::released);

@@ -20,6 +20,9 @@ void EnterScratchFolder();
 /// What the library does with blocks that nobody uses any more.
 enum class Blocks { kept, released };
 
+/// For the next connect.
+void SetBlocks(Blocks blocks);
+
 /// One connection of each kind for all rounds, so that none of them pays for a connect. Broadcasts go to the callback
 /// below.
 std::uint64_t Connection(Blocks blocks = Blocks::kept);

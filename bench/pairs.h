@@ -29,6 +29,11 @@ inline constexpr Pair kPairs[] = {
     {"AsynchronousTasks/64", "ZeroMqInFlight/64"},
     {"AsynchronousTasks/1/released", "ParkedThreads/1"},
     {"AsynchronousTasks/64/released", "ParkedThreads/64"},
+    // The client layer beside the bare calls that it makes, with a callback that wakes the caller, and beside the
+    // synchronous call, which needs one thread switch less.
+    {"LayerTask/1", "AsynchronousTasks/1/released"},
+    {"LayerTask/1", "SynchronousTask/12/released"},
+    {"LayerTasks/64", "AsynchronousTasks/64/released"},
     // With more in flight, and then with more connections.
     {"EngineTasks/1/1", "FutexPingPong"},
     {"EngineTasks/1/4", "EngineTasks/1/1"},

@@ -1,4 +1,5 @@
-# Checks what no compiler checks: who may know the operating system, and which folder of src/ may include which.
+# Checks what no compiler checks: who may know the operating system, which folder of src/ may include which, and who
+# above the library may call it.
 #   cmake -D ROOT=<repository> -P source_rules.cmake
 cmake_minimum_required(VERSION 3.25)
 
@@ -20,6 +21,14 @@ set(system_headers
 string(CONCAT system_headers ${system_headers})
 set(system_macros "(_WIN32|_WIN64|WIN32|__linux|linux|__unix|unix|__APPLE__|__MINGW|_MSC_VER|__GLIBC__|_POSIX)")
 
+# What stands above the library calls it through the client layer. The layer's way into this process calls it, of course,
+# and so do the clients in C and what shows the bare calls.
+set(above_library "^(include/kel|fleet|tools|python|examples)/")
+set(calls_library
+  "^include/kel/(library|detail/process_road)\\.hpp$|^examples/c/"
+  "|^tools/kelctl/((bare_calls|session|tour)\\.h|(in_flight|library|version)\\.cpp)$")
+string(CONCAT calls_library ${calls_library})
+
 set(faults "")
 function(fault file text)
   set(faults "${faults}  ${file}: ${text}\n" PARENT_SCOPE)
@@ -33,7 +42,7 @@ function(read_directives file result)
   set(${result} "${lines}" PARENT_SCOPE)
 endfunction()
 
-foreach(folder include src simulator tools tests bench fuzz examples)
+foreach(folder include src simulator tools tests bench fuzz examples python)
   file(GLOB_RECURSE found RELATIVE "${ROOT}" "${ROOT}/${folder}/*.h" "${ROOT}/${folder}/*.hpp" "${ROOT}/${folder}/*.c"
        "${ROOT}/${folder}/*.cpp")
   list(APPEND files ${found})
@@ -54,17 +63,24 @@ foreach(file IN LISTS files)
   endif()
 
   read_directives("${file}" directives)
-  # Platforms are known to the platform's own code, to what the client layer and a tool ask beyond it, and to tests that
-  # are about one of them.
-  string(REGEX MATCH "^src/platform/|^include/kel/detail/|^(tests|tools)/.*/(posix|win32)/" knows_system "${file}")
+  # Platforms are known to the platform's own code, to what the client layer and a tool ask beyond it, to what is for
+  # Linux alone, and to tests that are about one of them.
+  string(REGEX MATCH "^src/platform/|^include/kel/detail/|^python/|^(tests|tools)/.*/(posix|win32)/" knows_system "${file}")
+  set(includes_system "${knows_system}")
+  if(file MATCHES "^include/kel/" AND NOT file STREQUAL "include/kel/detail/windows.hpp")
+    set(includes_system "")
+  endif()
   string(REGEX REPLACE "^src/([^/]+)/.*" "\\1" folder "${file}")
   foreach(line IN LISTS directives)
     if(line MATCHES "#[ \t]*include[ \t]*[<\"]([^>\"]+)[>\"]")
       set(header "${CMAKE_MATCH_1}")
       # The C examples wait with POSIX semaphores, which mingw-w64 has as well.
-      if(NOT knows_system AND header MATCHES "${system_headers}"
+      if(NOT includes_system AND header MATCHES "${system_headers}"
          AND NOT "${file} ${header}" MATCHES "^examples/c/.* semaphore\\.h$")
         fault("${file}" "includes the operating system's <${header}>")
+      endif()
+      if(header STREQUAL "KELHandler.h" AND file MATCHES "${above_library}" AND NOT file MATCHES "${calls_library}")
+        fault("${file}" "calls the library past the client layer")
       endif()
       string(REGEX REPLACE "/.*" "" other "${header}")
       if(NOT file MATCHES "^src/" OR NOT DEFINED height_${other} OR NOT header MATCHES "/")

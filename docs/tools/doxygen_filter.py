@@ -17,7 +17,7 @@ from pathlib import Path
 from pages import Page, anchor_of
 
 # Where the headers of the reference lie, as in the Doxyfile.
-HEADERS = [Path(folder).resolve() for folder in ("include", "simulator/include", "examples/cpp")]
+HEADERS = [Path(folder).resolve() for folder in ("include", "include/kel", "simulator/include")]
 
 HEADER_MARKS = [
     (r"^ \* Returns$", r" * @return"),

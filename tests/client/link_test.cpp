@@ -199,6 +199,21 @@ TEST_F(LinkTest, ARefusalIsADevicesIfAHeartbeatIsAnsweredAndALossIfNot) {
   EXPECT_EQ(CauseOf(client.task(kEcho)), Cause::linkLost);
 }
 
+TEST_F(LinkTest, WhatStillArrivesMakesNoRefusalOfALoss) {
+  MakeEndless(kStreamer, 10);
+  Client client = Client::connect(watching()).value();
+  StreamOptions blocking;
+  blocking.limit = 1;
+  blocking.whenFull = WhenFull::wait;
+  const Stream stream = client.stream(kStreamer, {}, blocking).value();
+  SluiceHubSim_WaitIdle(static_cast<std::uint32_t>(kLong.count()));
+  SluiceHubSim_LoseLink(0, 1, 1);
+  CallOptions repeatable;
+  repeatable.repeatable = true;
+  EXPECT_TRUE(client.task(kEcho, {}, repeatable).ok());
+  EXPECT_EQ(client.statistics().losses, 1u);
+}
+
 TEST_F(LinkTest, ADoubtedRefusalEndsAtItsDeadline) {
   Refuse(kEcho, 1);
   Drop(kOther);

@@ -112,10 +112,13 @@ inline StateChange Core::serve() {
     } else {
       const std::uint64_t before = mSignsOfLife;
       const std::optional<Cause> cause = beat();
-      const bool isAlive = !cause || mSignsOfLife != before || mDelivering.load() != 0;
+      // A reader that holds up what arrives explains a missing answer, and no refusal.
+      const bool isHeldUp = mDelivering.load() != 0 && cause != Cause::refused;
+      const bool isAlive = !cause || mSignsOfLife != before || isHeldUp;
+      // What still arrives may have been sent before the link was lost. Only an answer tells that requests get through.
+      if (!cause) settleDoubted();
       if (isAlive) {
         misses = 0;
-        settleDoubted();
       } else if (*cause == Cause::noAnswer || *cause == Cause::refused) {
         ++misses;
       }
@@ -123,7 +126,7 @@ inline StateChange Core::serve() {
         const std::string count = std::to_string(misses);
         return {State::lost, misses == 1 ? "a heartbeat was not answered" : count + " heartbeats were not answered"};
       }
-      if (!isAlive && !mIsClosing && *cause != Cause::noAnswer) {
+      if (cause && !mIsClosing && *cause != Cause::noAnswer) {
         // A refusal comes at once. The next attempt shall not.
         const Clock::time_point until = after((std::min)(supervision.interval, Milliseconds(50)));
         while (!mIsClosing && !mPresumedLost && Clock::now() < until) mLinkWake.waitUntil(mMutex, until);

@@ -40,7 +40,7 @@ install(FILES "${PROJECT_BINARY_DIR}/kelhandler.pc"
 # ---- To read ----
 
 set(documents "${CMAKE_INSTALL_DATAROOTDIR}/doc/kelhandler")
-install(FILES README.md DESTINATION "${documents}" COMPONENT Development)
+install(FILES README.md CHANGELOG.md LICENSE packaging/copyright DESTINATION "${documents}" COMPONENT Development)
 install(DIRECTORY docs DESTINATION "${documents}" COMPONENT Development FILES_MATCHING PATTERN "*.md")
 install(DIRECTORY examples DESTINATION "${documents}" COMPONENT Development)
 

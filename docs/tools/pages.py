@@ -67,4 +67,4 @@ def anchor_of(heading):
 
 def pages_of(root):
     root = Path(root)
-    return [root / "README.md", *sorted((root / "docs").glob("*.md"))]
+    return [root / "README.md", root / "CHANGELOG.md", *sorted((root / "docs").glob("*.md"))]

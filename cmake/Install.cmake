@@ -17,7 +17,7 @@ install(TARGETS SluiceHub EXPORT SluiceHubTargets
   LIBRARY COMPONENT Simulator
   ARCHIVE COMPONENT Simulator
   INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
-install(FILES simulator/include/SluiceHubSim.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT Simulator)
+install(FILES simulator/include/SluiceHubSim.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT Development)
 install(TARGETS kelctl RUNTIME COMPONENT Tools)
 
 # ---- For find_package() ----
@@ -41,8 +41,11 @@ install(FILES "${PROJECT_BINARY_DIR}/kelhandler.pc"
 
 set(documents "${CMAKE_INSTALL_DATAROOTDIR}/doc/kelhandler")
 install(FILES README.md CHANGELOG.md LICENSE packaging/copyright DESTINATION "${documents}" COMPONENT Development)
-install(DIRECTORY docs DESTINATION "${documents}" COMPONENT Development FILES_MATCHING PATTERN "*.md")
+install(DIRECTORY docs DESTINATION "${documents}" COMPONENT Development FILES_MATCHING PATTERN "*.md"
+  PATTERN tools EXCLUDE)
 install(DIRECTORY examples DESTINATION "${documents}" COMPONENT Development)
+install(CODE "set(documents \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${documents}\")" COMPONENT Development)
+install(SCRIPT cmake/InstalledPages.cmake COMPONENT Development)
 
 # All that has to be built before an install.
 add_custom_target(product DEPENDS KELHandler SluiceHub kelctl)

@@ -23,18 +23,22 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_LIBRARY_OUTPUT_DIRECTORY}")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has its own
+set(CPACK_POST_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/WithoutMaintainerScripts.cmake")
+set(debian "${PROJECT_SOURCE_DIR}/packaging/debian")
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME "libkelhandler${PROJECT_VERSION_MAJOR}")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "control library for a communications device
 Sends tasks to the device and brings back its answers, streams and broadcasts.
 It reaches the device through a pipe library, libSluiceHub.so.")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${debian}/triggers;${debian}/symbols")
 
 # Whatever provides a libSluiceHub.so takes the place of the stand-in: two of them would be one file.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "sluicehub-simulator | libsluicehub")
 set(CPACK_DEBIAN_SIMULATOR_PACKAGE_PROVIDES libsluicehub)
 set(CPACK_DEBIAN_SIMULATOR_PACKAGE_CONFLICTS libsluicehub)
 set(CPACK_DEBIAN_SIMULATOR_PACKAGE_REPLACES libsluicehub)
+set(CPACK_DEBIAN_SIMULATOR_PACKAGE_CONTROL_EXTRA "${debian}/triggers")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libkelhandler-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
@@ -47,12 +51,26 @@ set(CPACK_DEBIAN_SIMULATOR_PACKAGE_NAME sluicehub-simulator)
 set(CPACK_DEBIAN_SIMULATOR_PACKAGE_SECTION libs)
 set(CPACK_COMPONENT_SIMULATOR_DESCRIPTION "stand-in pipe library with a device behind it
 Lets programs that control the device run where there is none. Its controls
-are in SluiceHubSim.h.")
+are in SluiceHubSim.h, which libkelhandler-dev has.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME kelhandler-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_COMPONENT_TOOLS_DEPENDS Runtime)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "command-line client for a communications device
 kelctl sends tasks, follows streams and listens to broadcasts.")
+
+# What each package has about itself. An install by hand has it in another place.
+if(CPACK_GENERATOR STREQUAL DEB)
+  set(changelog "${PROJECT_BINARY_DIR}/changelog")
+  configure_file(packaging/debian/changelog.in "${changelog}" @ONLY)
+  execute_process(COMMAND gzip -9nkf "${changelog}" COMMAND_ERROR_IS_FATAL ANY)
+  foreach(component IN LISTS CPACK_COMPONENTS_ALL)
+    string(TOUPPER "${component}" upper)
+    install(FILES packaging/copyright "${changelog}.gz" COMPONENT ${component} EXCLUDE_FROM_ALL
+      DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${upper}_PACKAGE_NAME}")
+  endforeach()
+  install(FILES "${debian}/overrides" COMPONENT Simulator EXCLUDE_FROM_ALL RENAME sluicehub-simulator
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/lintian/overrides")
+endif()
 
 include(CPack)

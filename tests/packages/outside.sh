@@ -23,7 +23,7 @@ case $way in
     clients+=(controls)
     ;;
   pkg-config)
-    pc() { clean PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config "$@" kelhandler; }
+    pc() { clean PKG_CONFIG_PATH="$(find "$prefix/lib" -name pkgconfig)" pkg-config "$@" kelhandler; }
     [[ $(pc --modversion) == 4.1.0.21 ]]
     read -ra flags <<<"$(pc --cflags --libs) -Wl,-rpath,$(pc --variable=libdir)"
     ;;&

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
 # Makes the packages of a build and unpacks them:
-#   pack.sh CPACK-CONFIG FOLDER
+#   pack.sh ROOT BUILD FOLDER
 # FOLDER, which is made new, gets the packages, and in FOLDER/root all that is in them.
 set -euo pipefail
-config=$1 folder=$2
+root=$1 build=$2 folder=$3
 
 rm -rf "$folder"
 mkdir -p "$folder/root"
-cpack --config "$config" -B "$folder"
+"$root/packaging/pack.sh" "$build" "$folder"
 cd "$folder/root"
 for package in ../*.deb ../*.zip; do
   case $package in

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes the man pages of kelctl and of each of its verbs from what --help prints.
+# Makes the man pages of kelctl and of each of its verbs from what --help prints, as they are and compressed.
 #   man_pages.sh KELCTL VERSION FOLDER
 set -euo pipefail
 kelctl=$1 version=$2 folder=$3
@@ -30,6 +30,7 @@ page() {
   for verb in "${verbs[@]}"; do page "$name" "$@" "$verb"; done
 }
 
-rm -f "$folder"/*.1
+rm -f "$folder"/*.1 "$folder"/*.1.gz
 page '' kelctl
 rm "$folder/see-also"
+gzip -9nk "$folder"/*.1

@@ -10,6 +10,16 @@ find_dependency(Threads)
 include("${CMAKE_CURRENT_LIST_DIR}/KELHandlerTargets.cmake")
 include("${CMAKE_CURRENT_LIST_DIR}/SluiceHubTargets.cmake" OPTIONAL RESULT_VARIABLE KELHandler_Simulator_FOUND)
 
+# Microsoft's linker has import libraries of its own form, which lie beside the others.
+if(MSVC)
+  foreach(library KELHandler SluiceHub)
+    if(TARGET KELHandler::${library})
+      set_target_properties(KELHandler::${library} PROPERTIES
+        IMPORTED_IMPLIB_RELWITHDEBINFO "${CMAKE_CURRENT_LIST_DIR}/../../${library}.lib")
+    endif()
+  endforeach()
+endif()
+
 foreach(component IN LISTS KELHandler_FIND_COMPONENTS)
   if(KELHandler_FIND_REQUIRED_${component} AND NOT KELHandler_${component}_FOUND)
     set(KELHandler_FOUND FALSE)

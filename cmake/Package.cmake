@@ -7,8 +7,11 @@ set(CPACK_PACKAGE_VERSION "${PROJECT_VERSION}")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_COMPONENTS_ALL Runtime Development Simulator Tools)
 set(CPACK_GENERATOR DEB)
+
 if(WIN32)
   set(CPACK_GENERATOR ZIP)
+  set(CPACK_COMPONENT_INCLUDE_TOPLEVEL_DIRECTORY ON)
+  install(FILES packaging/windows/README.txt DESTINATION . COMPONENT Runtime)
 endif()
 
 # ---- Debian packages ----

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# Packs what a build folder holds: Debian packages, or a zip for Windows.
+# Packs what a build folder holds: Debian packages, or for Windows a zip, and another one with the symbols.
 #   pack.sh BUILD FOLDER
 # FOLDER gets the packages. Debian has its libraries in a folder for each architecture, and wants that known in what others
-# find them by: it has a configuration of its own, which takes what BUILD has built.
+# find them by: it has a configuration of its own, which takes what BUILD has built. The zips unpack into the same folder,
+# so that symbols lie where debuggers look for them.
 set -euo pipefail
 build=$1 folder=$2
 
@@ -16,4 +17,7 @@ if grep -q 'CPACK_GENERATOR "DEB"' "$config"; then
   config=$build/debian/CPackConfig.cmake
 fi
 cpack --config "$config" -B "$folder"
+if grep -q 'CPACK_GENERATOR "ZIP"' "$config"; then
+  cpack --config "$config" -B "$folder" -D CPACK_ARCHIVE_COMPONENT_INSTALL=ON -D CPACK_COMPONENTS_ALL=Symbols
+fi
 rm -r "$folder/_CPack_Packages"

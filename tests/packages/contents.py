@@ -17,9 +17,10 @@ def files_of_deb(package):
 
 
 def files_of_zip(package):
-    """The same; all lie in a folder named like the zip."""
+    """The same, for a zip or the one with its symbols; all lie in one folder."""
     names = zipfile.ZipFile(package).namelist()
-    return [("zip", path.removeprefix(package.stem + "/")) for path in names if not path.endswith("/")]
+    folder = package.stem.removesuffix("-Symbols") + "/"
+    return [("zip", path.removeprefix(folder)) for path in names if not path.endswith("/")]
 
 
 folder = pathlib.Path(sys.argv[1])

@@ -47,7 +47,9 @@ install(DIRECTORY examples DESTINATION "${documents}" COMPONENT Development)
 install(CODE "set(documents \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${documents}\")" COMPONENT Development)
 install(SCRIPT cmake/InstalledPages.cmake COMPONENT Development)
 
-# All that has to be built before an install.
+# All that has to be built before an install, and what goes along as a source only.
+get_property(clients DIRECTORY "${PROJECT_SOURCE_DIR}/examples" PROPERTY BUILDSYSTEM_TARGETS)
+add_custom_target(examples DEPENDS ${clients})
 add_custom_target(product DEPENDS KELHandler SluiceHub kelctl)
 foreach(made_by_kelctl completions man)
   if(TARGET ${made_by_kelctl})

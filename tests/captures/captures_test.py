@@ -9,10 +9,13 @@ import json
 import os
 import random
 import re
+import shutil
+import signal
 import struct
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 from pathlib import Path
 
@@ -132,6 +135,64 @@ class Captures(unittest.TestCase):
         seen = self.rows("kel.tui.target == 5", "kel.task", "kel.value", "kel.seq", "kel.request_in")
         self.assertEqual([values.split(",")[0] for _, values, _, _ in seen], ["0", "1", "2"])
         self.assertEqual({(task, number, request) for task, _, number, request in seen}, {(BROADCASTER, "", "")})
+
+    def test_a_broadcast_that_may_be_of_several_tasks_has_all_their_names(self):
+        self.kelctl("listen", "--trigger", "--count", "1")
+        table = "OTHER, 2, 18, KEL_FIRMWARE, 3, VAL, 213570, 0x34242\nONE, 2, 18, KEL_UPPER_DSPS, 3, VAL, 229954, 0x38242\n"
+        (self.folder / "own.csv").write_text(table)
+        own_table = ["-o", f"kel.table:{self.folder / 'own.csv'}"]
+        self.assertEqual(self.rows("kel.tui.target == 5", "kel.task", more=own_table), [("OTHER or ONE",)])
+
+    def test_response_times_are_summed_up_by_task(self):
+        self.kelctl("ping", "--count", "5", "--interval", "0")
+        head, *rows = self.tshark("-q", "-z", "kel,times").splitlines()
+        self.assertRegex(head, r"answers +min +mean +50% +99% +max$")
+        times = sorted(1e3 * float(time) for time, in self.rows(f"kel.task == \"{VAL}\"", "kel.response_time") if time)
+        task, count, *figures = rows[0].split()
+        self.assertEqual((task, count), (VAL, "5"))
+        expected = [times[0], sum(times) / 5, times[2], times[4], times[4]]
+        for figure, time in zip(figures, expected, strict=True):
+            self.assertAlmostEqual(float(figure), time, places=3)
+
+    def test_the_profile_tells_packets_apart_by_their_colours(self):
+        self.kelctl("demo")
+        shutil.copytree(Path(DISSECTOR).parent / "profiles", self.folder / "profiles")
+        rules = self.rows("kel", "frame.coloring_rule.name", more=["-C", "KEL", "--color"])
+        self.assertEqual({name for name, in rules} - {"Refused or failed"},
+                         {"Task", "Answer", "Stream", "Broadcast", "Link lost", "Link and sockets"})
+        columns = self.tshark("-C", "KEL", "-Y", REQUESTS).splitlines()[0].split()
+        self.assertEqual(columns[2:7], ["host", "#1", "→", "L4msgProxy", VAL])
+
+    def test_live_packets_are_seen_while_the_program_runs(self):
+        # tshark takes no extcaps of root's.
+        folder, pipe = self.folder, self.folder / "pipe"
+        shutil.copytree(Path(DISSECTOR).parent / "extcap", folder / "extcap")
+        shutil.copy(DISSECTOR, folder / "kel.lua")
+        somebody = []
+        if os.geteuid() == 0:
+            somebody = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
+            for path in [folder, *folder.rglob("*")]:
+                os.chown(path, 65534, 65534)
+        tshark = subprocess.Popen(
+            [*somebody, "tshark", "-l", "-i", "kelhandler", "-o", f"extcap.kelhandler.pipe:{pipe}", "-X",
+             f"lua_script:{folder / 'kel.lua'}"],
+            env={**os.environ, "WIRESHARK_CONFIG_DIR": str(folder), "WIRESHARK_EXTCAP_DIR": str(folder / "extcap"),
+                 "LC_ALL": "C.UTF-8"},
+            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        self.addCleanup(tshark.kill)
+        while tshark.poll() is None and not pipe.is_fifo():
+            time.sleep(0.05)
+        ping = subprocess.Popen([KELCTL, "ping", "--interval", "10"], cwd=folder, stdout=subprocess.DEVNULL,
+                                env={**os.environ, "SLUICEHUB_CAPTURE": str(pipe)})
+        self.addCleanup(ping.kill)
+        answers = (line for line in tshark.stdout if f"{VAL} #0 ACK" in line)
+        self.assertTrue(next(answers), "an answer is shown while the program runs")
+        self.assertIsNone(ping.poll())
+        ping.send_signal(signal.SIGINT)
+        self.assertEqual(ping.wait(), 0)
+        self.assertIn("Disconnected", tshark.communicate()[0].splitlines()[-1])
+        self.assertEqual(tshark.returncode, 0)
+        self.assertFalse(pipe.exists())
 
     def test_the_packet_list_reads_like_a_story(self):
         self.kelctl("send", VAL, "--val", "7", "8", "9")

@@ -138,8 +138,8 @@ class Captures(unittest.TestCase):
 
     def test_a_broadcast_that_may_be_of_several_tasks_has_all_their_names(self):
         self.kelctl("listen", "--trigger", "--count", "1")
-        table = "OTHER, 2, 18, KEL_FIRMWARE, 3, VAL, 213570, 0x34242\nONE, 2, 18, KEL_UPPER_DSPS, 3, VAL, 229954, 0x38242\n"
-        (self.folder / "own.csv").write_text(table)
+        (self.folder / "own.csv").write_text("OTHER, 2, 18, KEL_FIRMWARE, 3, VAL, 213570, 0x34242\n"
+                                             "ONE, 2, 18, KEL_UPPER_DSPS, 3, VAL, 229954, 0x38242\n")
         own_table = ["-o", f"kel.table:{self.folder / 'own.csv'}"]
         self.assertEqual(self.rows("kel.tui.target == 5", "kel.task", more=own_table), [("OTHER or ONE",)])
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tasks by KEL_SendReceiveAsyncKEL, so many at once, until the last callback has come.
 #include <benchmark/benchmark.h>
 

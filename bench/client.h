@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The library as benchmarks use it.
 #pragma once
 

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Sets a stored run of kel_bench beside a later one: compare.py STORED LATER.
 
 Both are files of --benchmark_out. What is compared is the ratio of each benchmark to the one that it stands beside in

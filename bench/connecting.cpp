@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A connection opened and closed.
 #include <benchmark/benchmark.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tasks past the exports' lock: so many connections, each with a thread of its own that keeps so many tasks under way,
 // by the engine's front functions. What the exports take one after the other runs free here.
 #include <benchmark/benchmark.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What a row leaves on the heap.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tasks by the client layer: one that is waited for, and many at once until the last has ended.
 #include <benchmark/benchmark.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A line of the log, switched off and on.
 #include <benchmark/benchmark.h>
 

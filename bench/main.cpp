@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs all benchmarks in interleaved rounds and prints the medians, each with its ratio to what it stands beside, and
 // what tasks leave on the heap. --benchmark_out=FILE also writes all rounds as JSON, for compare.py.
 #include <benchmark/benchmark.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What comes without being asked for one by one: the messages of a stream, and broadcasts.
 #include <benchmark/benchmark.h>
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Which benchmark is measured against which.
 #pragma once
 

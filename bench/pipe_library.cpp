@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The limits that the pipe library sets: its own calls, made as the library makes them, with nothing around them.
 #include <benchmark/benchmark.h>
 

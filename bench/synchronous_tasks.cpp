@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A task to the stand-in device and back, by KEL_SendReceiveKEL.
 #include <benchmark/benchmark.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The task table: reading it, and finding a task in it.
 #include <benchmark/benchmark.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bare limits of what goes from one thread to another.
 #include <benchmark/benchmark.h>
 

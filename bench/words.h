@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Threads that wait for one another on single words, by the kernel's wait alone: what bare limits are made of, and how
 // a round waits for callbacks.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ZeroMQ inside one process, in the same shapes.
 #include <benchmark/benchmark.h>
 #include <zmq.h>

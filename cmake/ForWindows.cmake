@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What a DLL or program for Windows takes along.
 find_program(LLVM_DLLTOOL NAMES llvm-dlltool llvm-dlltool-14 REQUIRED)
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What `cmake --install` puts under a prefix, in four components: Runtime (the library), Development (what a client is
 # built with), Simulator (the stand-in pipe library and its controls) and Tools. Files of one folder only have their
 # install() beside them. The stand-in goes along, so that an installed library runs as it is.

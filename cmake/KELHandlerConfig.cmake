@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # find_package(KELHandler 4.1 [REQUIRED] [COMPONENTS Simulator])
 #
 # Gives these targets:

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What `cpack` makes: Debian packages, one for each component, or one zip of everything for Windows.
 set(CPACK_PACKAGE_NAME "${PROJECT_NAME}")
 set(CPACK_PACKAGE_VENDOR "The KELHandler developers")

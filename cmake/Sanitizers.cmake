@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # KEL_SANITIZER is empty, "address" (with undefined behaviour), "thread", or "coverage" for Clang's counters of what ran.
 set(KEL_SANITIZER "" CACHE STRING "Build everything with this instrumentation: address, thread, coverage or none")
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Writes include/kel/tasks.hpp, the constants for C++ clients, from the built-in task table:
 #   cmake -P cmake/TasksHeader.cmake
 # With -D CHECK=ON nothing is written: it fails if the header is not what would be.
@@ -39,7 +40,8 @@ foreach(row IN LISTS rows)
   string(APPEND all "    {${name}.name, ${name}.tui},\n")
 endforeach()
 
-set(text "/**
+set(text "// SPDX-License-Identifier: MIT
+/**
  * @file
  * The tasks of the built-in table as constants, under their own names and in the table's order.
  *

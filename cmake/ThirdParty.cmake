@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Packages that the tools and tests stand on, taken from the distribution's sources and headers so that the same ones
 # serve every compiler, sanitizer and target. The library itself uses none of them.
 if(BUILD_TESTING)

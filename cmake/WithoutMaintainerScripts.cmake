@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # CPack has its packages of libraries call ldconfig from scripts. Their trigger does that, once for all packages of an
 # installation, so that the scripts go.
 foreach(package IN LISTS CPACK_PACKAGE_FILES)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Cross compiles for 64-bit Windows and runs the result under Wine.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)

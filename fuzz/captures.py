@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Packets of any kind for the dissector.
 
     captures.py DISSECTOR CORPUS [FOUND SECONDS]

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // `kelctl decode` of a file. Whatever its bytes are:
 //   - it is taken apart or refused, as a text and as JSON with one outcome, and the JSON is well formed;
 //   - the payload that goes to a file is the one that is shown;

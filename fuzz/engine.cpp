@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One engine from its init to its end, with a device that does anything. The input is a program: a step opens a
 // sequence of some kind, delivers a message or an event, refuses a send, or takes the engine down and brings it up
 // again. Whatever it does:

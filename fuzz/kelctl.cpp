@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The command line of kelctl, a word a line. Whatever the words are:
 //   - they are parsed to an end, and either there is something to do or it is told what is wrong with them;
 //   - verbs that only tell something, and ask neither the device nor for a file that could be any, end with a status

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // A pipe library of the target's own, inside of the process and without a thread: what the device side does, and when,
 // is up to the program that the target runs.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hands a target the files that the command line names, or those of the folders that it names: the main() of the
 // targets where libFuzzer has none.
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The reader of scenarios. Whatever the text is:
 //   - it is read to an end, twice with the same result;
 //   - there is a scenario or a mistake, mistakes come in the order of their lines, and none has a line behind the text;

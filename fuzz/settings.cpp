@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Ini files, and the registry that is kept in one. The input is a question in four lines - section, key, default, room
 // - and behind them the file. Whatever they are:
 //   - a text fits into its room with its end mark, and its length is told;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The task table. Whatever the bytes are:
 //   - as a text, they are walked row by row to an end, never behind it, and a row that fails moves nothing;
 //   - as a file, they are read as the rows say that stand in its lines, and every row that was taken is found again by

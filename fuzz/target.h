@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What the fuzz targets share. A target is one file with LLVMFuzzerTestOneInput(), which takes any bytes, does its work
 // with them and ends the process if something does not hold that it promises. libFuzzer calls it with inputs that it
 // makes up, replay.cpp with the files of the corpus.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // File names and versions. Whatever a path looks like:
 //   - ExtractFileName() finds in it what a second, plain writing of the rule finds, and cuts it only as told;
 //   - a file with a name passes, one without does not, on the engine's side and on the exported one;

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * KELHandler: control of a communications device from its host.
  *

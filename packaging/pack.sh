@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Packs what a build folder holds: Debian packages, or for Windows a zip, and another one with the symbols.
 #   pack.sh BUILD FOLDER
 # FOLDER gets the packages. Debian has its libraries in a folder for each architecture, and wants that known in what

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # run_in_wine_test.sh RUN_IN_WINE: a start that fails at once is made again, and nothing else is.
 set -euo pipefail
 readonly RUN_IN_WINE=$1

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Checks what no compiler checks: who may know the operating system, which folder of src/ may include which, and who
 # above the library may call it.
 #   cmake -D ROOT=<repository> -P source_rules.cmake

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Checks that every link between pages, to files and to headings leads somewhere, and that README leads to every page.
 
     check_links.py ROOT

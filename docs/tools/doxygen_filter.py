@@ -1,9 +1,10 @@
+# SPDX-License-Identifier: MIT
 """Gives Doxygen its marks. Headers and pages are written to be read as they are; this filter goes between.
 
     doxygen_filter.py FILE
 
 Lines keep their numbers. In a header it marks
-  - the comment that the file opens with, as the file's;
+  - the comment that the file opens with behind the line of its licence, as the file's;
   - "name  What it is." in a list of a comment, as a parameter, and "KEL_...  What it says." as a result;
   - "Returns ..." at the begin of a line;
   - a comment behind a member, a value or a macro, as that one's.
@@ -30,7 +31,7 @@ HEADER_MARKS = [
 
 def marked_header(lines):
     for number, line in enumerate(lines):
-        if number == 0 and line == "/*":
+        if number <= 1 and line == "/*":
             line = "/** @file"
         for pattern, mark in HEADER_MARKS:
             line = re.sub(pattern, mark, line)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The parts of a page that tests look at: its lines, its fenced blocks, its headings and its links."""
 
 import re

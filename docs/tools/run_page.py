@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Does what a page tells its readers to do, and compares what they see with what the page shows.
 
     run_page.py ROOT PAGE SCRATCH

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * An asynchronous client: keeps up to eight tasks under way at once, and sums up when all answers are there.
  *

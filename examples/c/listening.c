@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * A client that listens: has the device send broadcasts, and prints them until so many have come, or to Ctrl-C.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * What a result of KELHandler means, in words. Shared by the examples in C.
  */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * A streaming client: opens a stream and prints its messages up to the last one, or to Ctrl-C.
  *

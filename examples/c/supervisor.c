@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * A supervisor: keeps 60 tasks under way beside a stream and broadcasts, and goes on when the link has been lost.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * A synchronous client: sends a task of each payload form, waits for the answers and prints them.
  */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A client in C++: each way to speak with the device once.
 #include <future>
 #include <iostream>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /**
  * @file
  * KELHandler for C++17: a client that survives what a link does to it. The one header to include.

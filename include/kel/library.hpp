@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /**
  * @file
  * What concerns the library and the pipe library of this process, and no connection.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /**
  * @file
  * Tasks whose name and form the compiler knows, and what a TUI says by itself.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /**
  * @file
  * The task table by itself: which names there are, and which TUI each has. Asking it tells an unknown name from a task

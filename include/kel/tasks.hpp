@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /**
  * @file
  * The tasks of the built-in table as constants, under their own names and in the table's order.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /**
  * @file
  * The version of the client layer, which is not that of the library. It is semantic: within a major version programs

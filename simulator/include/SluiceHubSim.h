@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Control of the stand-in SluiceHub: what it answers, when, and what it saw.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The members of one object of a scenario, asked for by their keys. What is wrong with them goes into a list of
 // mistakes, and reading goes on, so that all of them are reported.
 #pragma once

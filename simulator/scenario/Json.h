@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // JSON with the line of each value, so that a mistake is reported with its line.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Payloads.h"
 
 #include <cerrno>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The forms that payloads have in a scenario, and the files that it names.
 #pragma once
 

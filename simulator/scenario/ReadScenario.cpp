@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the keys of a scenario mean.
 #include <algorithm>
 

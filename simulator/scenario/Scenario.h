@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // A scenario: how the stand-in device behaves in one run, as a JSON file tells it. docs/scenarios.md has the language.
 //
 // This is a library of its own, text in and scenario or mistakes out. Nothing here keeps a state, and every function

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The built-in task table, as far as scenarios name its tasks.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The two agents that the library talks to. Both answer on the sender's thread, with the hub's lock held.
 #pragma once
 

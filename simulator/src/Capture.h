@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // A capture: every L5 message and event of this process, as it passes, in a pcapng file.
 //
 // The file's link type is USER0 (147). Each packet opens with this head, and the body of the message, if it has one,

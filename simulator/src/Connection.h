@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // An L5 connection: the handlers of its owner and the thread that calls them.
 #pragma once
 

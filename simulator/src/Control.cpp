@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The control interface, as far as it works on the hub.
 #include <algorithm>
 

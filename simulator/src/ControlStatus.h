@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Start, end, control status and connection parameters.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The device behind the stand-in: what it makes of each task of the built-in table. Guarded by the hub's lock.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Marks what leaves the library where symbols are hidden unless marked; elsewhere SluiceHub.def lists it.
 #pragma once
 

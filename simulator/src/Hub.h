@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The state of the stand-in: connections, socket IDs, rules, device, request log and counts, under one lock.
 //
 // The lock is held for short steps only and never while a handler runs. It is the one lock on a request's way; traces,

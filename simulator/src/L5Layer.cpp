@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The L5 functions and the table that hands them out.
 #include <algorithm>
 #include <cstring>

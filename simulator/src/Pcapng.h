@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The pcapng file format, as far as a capture takes it: one section with one interface, its packets, its statistics.
 // Each function appends one block to `to`. Numbers are little-endian, times are nanoseconds since 1970.
 #pragma once

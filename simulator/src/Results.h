@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Forced results and call counts of the library's functions. Without a lock, as traces and tasks pass here all the
 // time.
 #pragma once

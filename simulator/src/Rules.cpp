@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Rules.h"
 
 namespace kel::sim {

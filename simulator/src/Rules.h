@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The rules by which tests, users and scenarios replace the answers to task requests. Guarded by the hub's lock.
 #pragma once
 

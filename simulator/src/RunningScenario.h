@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The scenario of this run: where it is found, and what it does beyond its rules.
 #pragma once
 

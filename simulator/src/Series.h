@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Messages that follow a response by themselves: a stream or broadcasts. They are made one at a time, when they are
 // due, so that a long series costs no more than a short one.
 #pragma once

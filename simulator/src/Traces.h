@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The traces that were kept.
 #pragma once
 

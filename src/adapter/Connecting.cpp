@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The L5 connection of a row, and its socket ID from KelProxyAgent.
 #include "adapter/DorvInstances.h"
 #include "adapter/L5Records.h"

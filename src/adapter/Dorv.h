@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The adapter: the engine's only road to the device side, over the L5 layer of the pipe library.
 //
 // One row per engine links it to an L5 connection. Calling order: Dorv_Init, Dorv_Connect, any number of Dorv_Send,

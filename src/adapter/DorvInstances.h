@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The adapter's rows and its log, for the adapter's own sources.
 #pragma once
 

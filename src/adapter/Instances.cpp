@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Taking rows and giving them back.
 #include "adapter/DorvInstances.h"
 #include "adapter/L5Records.h"

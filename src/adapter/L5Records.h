@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The bodies of the L5 messages that the library exchanges. All fields are little-endian, and nothing is padded.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Loading, counting and freeing the pipe library.
 #include "adapter/DorvInstances.h"
 #include "platform/platform.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The handlers through which everything from the device side comes in. They run on threads of the pipe library.
 #include <cstring>
 #include <new>

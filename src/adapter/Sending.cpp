@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The send path: a task record in its L5 wire form to L4msgProxy, and the judgement of the immediate reply.
 #include <algorithm>
 #include <cstring>

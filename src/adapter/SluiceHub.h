@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The closed pipe library SluiceHub, as far as this library uses it: what is linked, and what is looked up at run time.
 //
 // It reaches the process by both roads at once. The imports below are resolved when the library is loaded; the two

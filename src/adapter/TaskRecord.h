@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The task record: the one record between engine and adapter, in both directions, and the TUI word that opens it.
 //
 // The TUI word:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "catalogue/BrelTUIsList.h"
 
 #include <limits>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The task table: which TUI belongs to which task name.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The reader of one row of the task table.
 //
 // A row ends at its LF, or at the end of the text. Fields are found by the commas before them, never by their contents,

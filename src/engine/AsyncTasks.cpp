@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The road of a task whose answers go to callbacks, and the threads that will take them there.
 #include "adapter/Dorv.h"
 #include "engine/BrelEngine.h"

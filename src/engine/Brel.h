@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The front interface: the engine's operations as plain functions by instance handle. The exports stand on it, and
 // in-process users of the static library may.
 //

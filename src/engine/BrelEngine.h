@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The task engine: all that one connection is made of.
 #pragma once
 

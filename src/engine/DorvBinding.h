@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The adapter's entry points as the engines call them: through pointers, which each init() sets to the same values.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A debugging aid: the last record sent and the last one received, each in one file as it is and in another one in
 // readable form. Failures are logged and change nothing else. Each dump replaces the whole file, in text mode. There is
 // no lock: two threads may write one file at once.

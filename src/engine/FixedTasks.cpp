@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The engine's own tasks for the driver's trace and statistics services. A caller asks for a path or a block and knows
 // nothing of tasks. After a failed send or wait the sequence stays open and keeps its number until the engine ends, so
 // that a late answer cannot reach another task.

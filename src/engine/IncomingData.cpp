@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "engine/IncomingData.h"
 
 #include <cstring>

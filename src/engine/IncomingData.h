@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Where everything that comes in from the adapter enters the engine, and where it leaves it for the client.
 //
 // The two callbacks run on the pipe library's threads: they classify, copy and signal, and call no client. The two

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "engine/IniFileReader.h"
 
 #include <cstdio>

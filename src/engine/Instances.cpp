@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "engine/Instances.h"
 
 #include "adapter/Dorv.h"

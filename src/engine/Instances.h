@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The table of engines, one for each connection, and the adapter's key to it.
 //
 // At most 15 engines live at once, though the table has 16 rows. An engine's handle is its row. The second key of a

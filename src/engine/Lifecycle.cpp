@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bringing an engine up and taking it down.
 #include <utility>
 

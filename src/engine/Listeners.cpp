@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Starting and stopping the broadcast listener and the alerts listener of an engine.
 #include "engine/BrelEngine.h"
 #include "engine/IncomingData.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Names for numbers: TUIs of tasks, texts of statuses.
 #include "engine/BrelEngine.h"
 #include "platform/memory.h"

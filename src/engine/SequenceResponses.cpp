@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "engine/SequenceResponses.h"
 
 #include "adapter/TaskRecord.h"

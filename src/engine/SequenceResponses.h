@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What the listener thread of a sequence does with an answer, or with a time-out.
 //
 // A client's callback for an asynchronous task or a stream is called here and nowhere else.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Brel.ini: what it may replace of an engine's defaults.
 #include <cstdio>
 #include <cstring>

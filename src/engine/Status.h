@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The engine status: the one list of numbers by which the engine and its front functions report. The full table, with
 // its texts, is in StatusTexts.cpp; these are the numbers that the code gives or tests.
 #pragma once

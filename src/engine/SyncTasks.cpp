@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The road of a task that a client sends and waits for, and the one door to the adapter.
 #include <algorithm>
 

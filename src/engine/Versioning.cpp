@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Version control: whether a file belongs to the software generation that runs on the device side.
 //
 // The engine fetches the generation's UIDs from the driver, holds the built-in VersionsVectors, checks its own task

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The 15 exports, the table from a client's connection to an engine, and the library's entry point.
 #include "KELHandler.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "listeners/AsyncListener.h"
 
 #include <array>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The async listener: the threads that serve sequences nobody waits for.
 #pragma once
 

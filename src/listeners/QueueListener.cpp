@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "listeners/QueueListener.h"
 
 #include <new>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The broadcast listener and the alerts listener: each takes what the pipe library's thread brings to a thread of its
 // own, on which the client is called.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "listeners/SafeQueue.h"
 
 namespace kel {

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The locked first-in first-out of buffers between the thread that received them and the one that hands them on.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The library's log: text lines in a dated file, switched on in the registry.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The console outlet, and the rule that a line is reported twice.
 #pragma once
 

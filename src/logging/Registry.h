@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Readers of the registry values that switch the library's logging and name its folders.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The trace call of the exported layer. Whether a trace is kept, and where, is for the pipe library to say.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The library's own module.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Blocks that stay allocated by default, and are released on request.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Blocks that may leave the library. They come from malloc, so that a client on the same C runtime can free them.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What the library asks of its operating system, and all that it asks.
 //
 // This header is a contract: a port is a folder beside win32/ and posix/ that defines every name below with the meaning

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // This process. Apart from platform.h, for those who need nothing else of it.
 #pragma once
 

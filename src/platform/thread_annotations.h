@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Clang's thread-safety attributes. Other compilers see nothing of them.
 #pragma once
 

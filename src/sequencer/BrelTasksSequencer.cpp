@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sequencer/BrelTasksSequencer.h"
 
 #include <memory>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The table of open task sequences of one engine.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The sequence byte, which rides in bits 24 to 31 of a TUI word: the number of a task's sequence and its class.
 //
 //   bits 0 to 5   coreSeqNum, 0 to 63, the key of the sequence

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "version/FileName.h"
 
 #include "platform/memory.h"

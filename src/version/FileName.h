@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The name of a file, out of its path.
 #pragma once
 

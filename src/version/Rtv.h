@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The validator of files against VersionsVectors.
 //
 // A VersionsVector is a text, lines ending in CR LF. Its first line is the UID of a software generation in decimal;

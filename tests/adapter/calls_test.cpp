@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The adapter's calls of the pipe library, argument by argument, and the row's state at each of them.
 #include <thread>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A row's L5 connection and its socket ID.
 #include "adapter/adapter_test.h"
 

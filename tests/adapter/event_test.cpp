@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Changes of the link's state.
 #include "adapter/adapter_test.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Taking rows of the adapter and giving them back.
 #include "adapter/adapter_test.h"
 

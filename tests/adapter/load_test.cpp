@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Loading, counting and freeing the pipe library, and the check of its version.
 #include <thread>
 

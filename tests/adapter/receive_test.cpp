@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Messages from the device side.
 #include <algorithm>
 #include <memory>

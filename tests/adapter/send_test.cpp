@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Task records on their way to L4msgProxy.
 #include "adapter/adapter_test.h"
 #include "support/failing_heap.h"

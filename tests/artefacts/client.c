@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * A client in C99 that knows nothing but the public header: connects, sends a VAL task with the values 1, 2, 3 and a
  * REF task with the text "hello", and disconnects.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What leaves the library and what it needs, read from the built file.
 #   cmake -D LIBRARY=<file> -D PIPE_LIBRARY=<file> -D OBJDUMP=<tool> -D NM=<tool> -D SUBJECT=<one of those below>
 #         -P exports.cmake

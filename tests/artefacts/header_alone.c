@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* The public header by itself, and twice; in C99 and in C++11. */
 #include "KELHandler.h"
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Which libraries this process has.
 #pragma once
 

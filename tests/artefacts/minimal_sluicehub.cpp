@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Another pipe library than the stand-in, as small as one can be: it has the names, takes every request, and answers
 // each with the three values 11, 22, 33. The library must work with it without being built again.
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The library as a guest of a program that is not linked with it: loaded, used and unloaded, again and again.
 #include <gtest/gtest.h>
 

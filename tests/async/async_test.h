@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What the tests of asynchronous tasks and streams share: a client's callbacks, and an engine looked at from within.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a client may do from within its own callbacks: which calls return, which wait, and which never come back.
 #include <chrono>
 #include <functional>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "async/engine_inside.h"
 
 #include <utility>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What an engine keeps to itself of its asynchronous side.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The callbacks of one engine exclude one another, whatever they are called for.
 #include "async/async_test.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Answers that cannot be handled: the lines of each, and the lock that stays with the thread that met it.
 #include <future>
 #include <thread>

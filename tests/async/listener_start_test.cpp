@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The start of an async listener's threads, and its lines.
 #include <array>
 #include <sstream>

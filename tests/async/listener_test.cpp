@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The async listener by itself: what a thread does with each of its events, what it says, and how it ends.
 #include "async/listener_test.h"
 

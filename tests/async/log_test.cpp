@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whole stories on all outlets: what the engine's log, the listener's log and the console have of a task, a time-out, a
 // stream, a stop and a refusal.
 #include "async/async_test.h"

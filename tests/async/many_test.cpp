@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // All sequences of all connections at once: 64 on each of 15.
 #include <algorithm>
 #include <map>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Random stories against a small model of the sequences' states.
 //
 // A story opens tasks, commands and streams, brings answers of every class in any order, lets tasks time out, sends

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What becomes of the one answer to an asynchronous task, and of its failing to come.
 #include "async/async_test.h"
 #include "async/said.h"

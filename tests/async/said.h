@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What an engine says of its asynchronous sequences, as blocks of lines that its Transcript is compared with.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Requests for asynchronous tasks: who gets a sequence and a thread, what goes out, and what a refused request leaves.
 #include "adapter/Dorv.h"
 #include "async/async_test.h"

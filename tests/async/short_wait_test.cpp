@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Threads whose wait for an answer is over before their client has filed them.
 #include <future>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Streams: each state, what moves it on, and what the client gets.
 #include "async/async_test.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The threads of sequences: their making, their end, and the stop of them all, with every failure of each.
 #include <future>
 #include <thread>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A stored run of the benchmarks beside a later one, as bench/compare.py shows them.
 
     compare_test.py COMPARE TEST

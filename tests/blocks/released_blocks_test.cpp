@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Each place that is known to keep a block, with ReleaseBlocks on. A leak is reported when the test's process ends.
 #include <thread>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One story told with kept blocks and with released ones: nobody outside can tell the two apart.
 #include <algorithm>
 #include <filesystem>

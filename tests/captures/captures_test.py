@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Captures of clients at work, as tshark shows them with the dissector.
 
     captures_test.py NAME DISSECTOR KELCTL CLIENT [EMULATOR...]

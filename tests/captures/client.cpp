@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A client whose captures the tests look at: what it does is chosen by a word.
 //   client WORD
 #include <cstdio>

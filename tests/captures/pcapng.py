@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Reads the captures of the stand-in, and tells whether two are the same.
 
     pcapng.py CAPTURE CAPTURE

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Reads what a capture file holds: enough of pcapng for the files of the stand-in, and strict about it.
 #pragma once
 

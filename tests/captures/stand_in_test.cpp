@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the stand-in puts into a capture.
 #include <gtest/gtest.h>
 

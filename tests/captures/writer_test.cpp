@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The writer of captures by itself: its queue, its file, what it says.
 #include <gtest/gtest.h>
 

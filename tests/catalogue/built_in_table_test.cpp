@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The table that is built in: what it holds, and that the list holds it.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Names to TUIs and back.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What becomes of a built-in table other than the shipped one. This program has its own findResource(), ahead of the
 // platform's.
 #include <gtest/gtest.h>

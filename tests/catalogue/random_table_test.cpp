@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tables of any bytes whatever: nothing behind their end is read, and whatever comes of them keeps the rules.
 #include <gtest/gtest.h>
 

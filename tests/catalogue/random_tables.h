@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Tables of any bytes whatever, and shipped ones with faults, by a seed.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The table's bytes as they stand.
 #include <gtest/gtest.h>
 

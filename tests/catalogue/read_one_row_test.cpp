@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The reader of one row.
 #include <gtest/gtest.h>
 

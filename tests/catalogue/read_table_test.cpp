@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading a table from a file.
 #include <gtest/gtest.h>
 

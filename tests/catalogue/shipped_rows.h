@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The shipped task table, column by column, as a yardstick that owes nothing to the reader.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Calls: what ends them, when, and how often.
 #include <array>
 #include <atomic>

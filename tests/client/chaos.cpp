@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A client on a device that loses answers, delays them, drops the link and refuses connects, all at random, for as long
 // as one likes:
 //

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What the tests of the client share: a device that does as it is told, and a client that tells what became of it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The end of a client, at any moment and from anywhere: every call ends once, and nothing is left.
 #include <atomic>
 #include <random>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The link: how it is watched, lost and had again, and what becomes of the calls meanwhile.
 #include <atomic>
 #include <thread>

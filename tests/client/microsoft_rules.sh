@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Whether the client layer keeps to what Microsoft's compiler takes, as far as Clang can tell on another system:
 #   microsoft_rules.sh INCLUDE-FOLDER HEADER...
 # Clang takes each header by itself, with that compiler's rules of the language, and Windows' headers from mingw-w64.

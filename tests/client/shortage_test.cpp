@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a refusal means while the library may have had no number: over a road that does as it is told.
 #include <atomic>
 #include <thread>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Streams and broadcasts.
 #include <atomic>
 #include <thread>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The task table of the client layer, beside the library's own reader.
 #include "client/task_table_test.h"
 

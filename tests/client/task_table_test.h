@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What the tests of the task table share: the library's own reader to compare with.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tasks as constants, and what a TUI says by itself.
 #include "kel/task.hpp"
 

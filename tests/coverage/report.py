@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Tells what of the library's own sources the tests reached, and fails if that is too little.
 
 usage: report.py SOURCE_DIR BUILD_DIR

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the dump files hold.
 #include <thread>
 

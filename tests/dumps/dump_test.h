@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What the tests of the dump files share: engines that dump, and the files byte by byte.
 #pragma once
 

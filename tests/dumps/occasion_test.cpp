@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // When the dump files are written.
 #include "dumps/dump_test.h"
 #include "engine/IncomingData.h"

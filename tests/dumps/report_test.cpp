@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What is said about dumps, and how they fail without consequence.
 #include "dumps/dump_test.h"
 #include "support/failing_files.h"

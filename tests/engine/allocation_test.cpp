@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the engine does when the heap is exhausted while it is made or comes up.
 #include <functional>
 #include <future>

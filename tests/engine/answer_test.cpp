@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An answer that came and that the waiting thread still does not get: what is said of each reason.
 #include <functional>
 #include <sstream>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Many client threads on one engine, past the lock of the exports.
 #include <atomic>
 #include <thread>

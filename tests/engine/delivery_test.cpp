@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The way out on the listener threads: broadcasts and alerts.
 #include <atomic>
 

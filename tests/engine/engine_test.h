@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What the tests of the engine share: engines through the front interface, with the stand-in behind them.
 #pragma once
 

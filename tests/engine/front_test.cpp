@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The front functions: what they do without an engine, and the look-ups that have no export.
 #include "engine/engine_test.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The way in: how a record that comes from the adapter finds a sequence, a listener or nobody.
 #include <future>
 #include <thread>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bringing an engine up and down: each step that can fail, what it says and what it leaves behind.
 #include <future>
 #include <thread>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The port that an engine connects to. The adapter has no use for it, so the program stands in front of the adapter.
 #include "engine/engine_test.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Data that comes in and cannot be filed, or be announced to whoever waits for it.
 #include <sstream>
 

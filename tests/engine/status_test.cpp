@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The texts of the engine status and of the callback status, word for word.
 #include <iterator>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Synchronous tasks: sequences, waits, failures, and what each leaves behind.
 #include <chrono>
 #include <future>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The task record: the words that open it, and how a request is built from a task's name and a payload.
 #include "engine/engine_test.h"
 #include "sequencer/SequenceNumber.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The end of an engine step by step: what is done already while the next step runs, and what is left undone by a step
 // that fails.
 #include <future>

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The files for a service do what they say:
 #   service.sh EXAMPLES KELCTL FOLDER
 # systemd takes the unit. Rotation takes the log files away from beneath a program that runs, and loses none of its lines.

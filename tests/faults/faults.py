@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Fails each call to the system that the library makes during a client's life, in a process each, and judges the life.
 
 A counting run tells the distinct stacks of a family's calls. Then the first call with each stack is failed: once alone,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The fixed tasks that fail: the status, what is said, and what stays behind.
 #include "engine/DorvBinding.h"
 #include "fixed_tasks/fixed_task_test.h"

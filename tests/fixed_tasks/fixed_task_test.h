@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What the tests of the fixed tasks share: the six operations side by side, and what each says.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The fixed tasks that go well: what goes out, what comes back, what is said.
 #include <thread>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Messages and events one by one, each in a block of just its size: what a body does not hold is never read, and the
 // connection works on.
 #include <algorithm>

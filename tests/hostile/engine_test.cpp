@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The engine from within, for what no export leads to: alerts, fixed tasks, and many client threads on one engine.
 #include <vector>
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // A client of the exports, and what it has noted.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The pipe library of the hostile tests, and how a test has it behave.
 //
 // It has the names of the closed one and keeps to the letter of what a pipe library may do, and to nothing else:

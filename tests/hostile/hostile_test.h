@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What the tests with the hostile pipe library share.
 #pragma once
 

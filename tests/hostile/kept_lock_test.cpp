@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a peer can do to a connection for good. A thread that finds an answer that it cannot handle keeps its engine's
 // lock for deliveries, and a sequence that is freed under its thread leaves that thread counted: closing such a
 // connection never returns. Here the others work on, and the client ends with it open.

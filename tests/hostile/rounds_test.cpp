@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Clients that come and go under deliveries that never end: every call returns, every connection can be closed, nobody
 // is called once it is, and no delivery is left inside the library.
 #include <vector>

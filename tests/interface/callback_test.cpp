@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The broadcast callback of a connection.
 #include <atomic>
 #include <condition_variable>

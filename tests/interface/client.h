@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What the tests of the exports share: a client's surroundings, its connections, and the traces that it leaves.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Connections: their number, their values, what a value means once it is stale.
 #include "interface/client.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The end of a process whose client left everything open. What the test is about happens behind its last line.
 #include <atomic>
 #include <thread>

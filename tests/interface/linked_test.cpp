@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exports linked in, so that the test can be their loader, and can have the engine behind them fail.
 #include <stdexcept>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a connection writes: every log file and the console, whole and in order.
 #include <regex>
 

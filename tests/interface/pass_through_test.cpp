@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exports that go straight to the pipe library, and the one that answers from constants.
 #include "interface/client.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Calls into the engine run one at a time over all connections; the others take no lock.
 #include <chrono>
 #include <future>

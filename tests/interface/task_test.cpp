@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Synchronous tasks through the exports.
 #include "interface/client.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Each trace call of the exported layer, whole and in order, for each outcome of each export.
 #include "interface/client.h"
 

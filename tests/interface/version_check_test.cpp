@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A pipe library whose interface version is refused.
 #include <chrono>
 #include <future>

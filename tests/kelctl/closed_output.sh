@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # A reader that goes away ends kelctl, which gives its connection back and tells what happened.
 # shellcheck shell=bash
 #   closed_output.sh KELCTL WORD...

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // `kelctl decode` of files that the library itself wrote, and of files that it did not.
 #include <gmock/gmock.h>
 

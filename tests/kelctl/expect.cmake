@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Runs the command behind "--" and checks what became of it:
 #   STATUS  the status that it ends with
 #   OUTPUT  a regular expression that its output and error output, together, match; empty for any

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Checks what kelctl prints with --json against its schema: each line of each verb, and that the schema knows no line
 that no verb prints.
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Command lines that are run in this process.
 #pragma once
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Each verb has a man page, which has its sections and which groff sets without a complaint.
 #   man_pages.sh KELCTL FOLDER
 # shellcheck shell=bash

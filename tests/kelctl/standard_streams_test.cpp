@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Streams as the tool meets them: files here, terminals where a test can make one.
 #include "platform/standard_streams.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What `kelctl tasks check` finds, against what the library does with the same table.
 #include "table_check.h"
 

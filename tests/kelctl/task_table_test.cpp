@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tables that kelctl reads by itself.
 #include <gmock/gmock.h>
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What a person at a terminal sees: headings, bars and sparing colour, and no colour where NO_COLOR says so.
 # shellcheck shell=bash
 #   terminal.sh KELCTL

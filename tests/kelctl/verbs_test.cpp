@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The verbs with a device that is told to misbehave; what they do with one that works is in CMakeLists.txt.
 #include <gmock/gmock.h>
 

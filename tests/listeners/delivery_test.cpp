@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Buffers on their way through a listener.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a listener does with a queue that fails.
 #include "support/failing_queue.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A listener's start, its ends and its failures.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What the tests of the broadcast listener and the alerts listener share.
 #pragma once
 

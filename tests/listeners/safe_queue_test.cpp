@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The queue between a receiving thread and a listener's.
 #include "listeners/SafeQueue.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lines of a log and the switches ahead of them.
 #include <gmock/gmock.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The console, and lines that are reported twice.
 #include "logging/DebugPrint.h"
 

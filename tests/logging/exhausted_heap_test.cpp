@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The log and the console while the heap is exhausted: lines may be lost, and nothing is thrown.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where a log lies and what it is called.
 #include <atomic>
 #include <ctime>

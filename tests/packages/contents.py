@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Compares the packages of a folder with contents.txt: contents.py FOLDER"""
 
 import fnmatch

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # A stripped DLL leads to its symbols, and these to the source:
 #   debugger.sh FOLDER NM ADDR2LINE
 set -euo pipefail

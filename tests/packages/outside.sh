@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds programs outside of the source tree against an installed KELHandler, and runs them.
 #   outside.sh WAY PREFIX FOLDER FILES...
 # WAY is find_package, pkg-config or import-library; FILES are copied into FOLDER, which is made new. CC and CXX are the

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Makes the packages of a build and unpacks them:
 #   pack.sh ROOT BUILD FOLDER
 # FOLDER, which is made new, gets the packages, and in FOLDER/root all that is in them.

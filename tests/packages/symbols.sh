@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The names that a package says to have are those that its library has.
 #   symbols.sh SYMBOLS FOLDER-OF-THE-LIBRARY
 set -euo pipefail

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What the tests of waits share: threads, and how long is long.
 #pragma once
 

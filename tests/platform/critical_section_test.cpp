@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Critical sections: exclusion, re-entry, and what their owners' comings and goings leave as it is.
 #include <atomic>
 #include <thread>

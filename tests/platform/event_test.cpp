@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Events: who gets through, and when.
 #include <gmock/gmock.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Streams and dates.
 #include <gmock/gmock.h>
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What GetPrivateProfileStringA makes of ini files, in cases. They hold for every platform's iniValue().
 #pragma once
 

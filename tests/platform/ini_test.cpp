@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Ini files, by the table of cases.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shared libraries and errors.
 #include "platform/background.h"
 

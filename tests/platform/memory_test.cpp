@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What becomes of the operations on handles when there is no memory left.
 #include <vector>
 

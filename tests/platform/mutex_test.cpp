@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Mutexes: who owns them, and what becomes of one whose owner has ended.
 #include <gmock/gmock.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Built-in resources.
 #include <gtest/gtest.h>
 

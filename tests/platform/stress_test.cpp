@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Random use of all kinds of objects by many threads at once. What is tested are the promises that hold in any order;
 // the seed is printed, and KEL_TEST_SEED repeats it.
 #include <array>

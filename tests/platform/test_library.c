@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Something to load. */
 int PlatformTestAnswer(void);
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Threads and their handles.
 #include <array>
 #include <chrono>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Waits: order, time-outs, and handles that are not what they should be.
 #include <gmock/gmock.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The reader of scenarios: what it makes of keys, and what it says of mistakes (those of cases.txt, one by one).
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

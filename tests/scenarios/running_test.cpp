@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a scenario in the working directory does to the stand-in, seen on the L5 layer.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The schema that is shipped says of each scenario what the reader says: python3 schema.py SCENARIOS CASES
 
 SCENARIOS is the folder of the shipped scenarios and their schema, CASES the file that tests/scenarios/reading_test.cpp

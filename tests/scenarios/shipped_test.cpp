@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What shipped scenarios promise, where it takes a client that reconnects or counts to a million. The others are in
 // CMakeLists.txt.
 #include <gtest/gtest.h>

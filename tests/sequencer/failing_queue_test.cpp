@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the sequencer does with a queue that fails.
 #include "support/failing_queue.h"
 

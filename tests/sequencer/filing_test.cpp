@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What is filed under a number.
 #include "sequencer/sequencer_test.h"
 #include "support/private_member.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a lookup gives out.
 #include <thread>
 

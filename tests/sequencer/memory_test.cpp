@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What becomes of the sequencer's operations when the heap is exhausted.
 #include <functional>
 #include <thread>

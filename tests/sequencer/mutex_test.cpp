@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The table's mutex: left behind by a thread that ended, held by another one, and impossible to release.
 #include <functional>
 #include <thread>

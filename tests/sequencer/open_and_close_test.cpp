@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Handing numbers out and taking them back.
 #include <mutex>
 #include <set>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the sequencer reports, and where.
 #include "sequencer/sequencer_test.h"
 #include "support/log_file.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The arithmetic of the sequence byte.
 #include "sequencer/SequenceNumber.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The reader of one ini file. The form of such files is the platform's (tests/platform/ini_cases.h).
 #include "engine/IniFileReader.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How often the registry is read for a connection. The readers pass through the test.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Brel.ini and the registry: what an engine makes of them.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // A client of the stand-in that speaks the L5 layer directly and notes everything that comes to its handlers.
 #pragma once
 

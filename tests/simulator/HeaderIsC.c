@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* The control interface serves C as well: this compiles as C99. */
 #include "SluiceHubSim.h"
 

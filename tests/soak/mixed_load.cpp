@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A mixed load on all connections at once, on a device that loses answers and links, for as long as one likes:
 //
 //     kel_soak --seconds N [--release-blocks]

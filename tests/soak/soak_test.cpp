@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Many tasks and many connections in one process.
 #include <gtest/gtest.h>
 

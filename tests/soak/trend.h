@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What a quantity that was looked at again and again comes to.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the soak judges by.
 #include "soak/trend.h"
 

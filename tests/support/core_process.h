@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What a program that has the library's inside linked in owes it.
 #pragma once
 

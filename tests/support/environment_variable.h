@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The environment of this process, as the system has it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/failing_files.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Failures of the C runtime's files that no test can bring about from outside. A program that uses this links
 // test_failing_files, which puts its own functions in front of the runtime's.
 #pragma once

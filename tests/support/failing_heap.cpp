@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The linker's --wrap sends each call of a function to "__wrap_" and its name, from where "__real_" and its name is the
 // runtime's. So a sanitizer's own, which would not stand a replacement beside it, goes on seeing every block. The names
 // of operator new are the build's to know: they hold the type of a size.

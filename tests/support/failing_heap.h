@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // A heap that is exhausted for a while. A program that uses this links test_failing_heap, which puts its own operator
 // new and malloc() in front of the runtime's for all that is linked into the program.
 #pragma once

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // A queue that fails. It has no way to, and those who use it look at its results all the same. A program that uses this
 // links test_failing_queue, which puts its own functions in front of the queue's.
 #pragma once

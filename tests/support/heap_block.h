@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What a block of the heap takes.
 #pragma once
 

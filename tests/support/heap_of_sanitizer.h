@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Whether the heap is a sanitizer's, which has no limit that a test could set.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Threads that a test leaves to themselves: those that may never end, and those that nobody waits for.
 #pragma once
 

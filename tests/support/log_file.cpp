@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/log_file.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The library's dated log files, as a test reads them.
 #pragma once
 

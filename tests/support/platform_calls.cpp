@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/platform_calls.h"
 
 #include <atomic>

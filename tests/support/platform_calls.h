@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Calls of the operating system that no test can have fail from outside, and the times that they are given. A program
 // that uses this links test_platform_calls, which puts its own functions in front of the platform's.
 #pragma once

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // A look at what a class keeps to itself, where nothing that it offers shows it.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What this process has of the system, as far as the system tells.
 #pragma once
 

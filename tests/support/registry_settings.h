@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The registry as the library finds it in a test.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // A place for so many at once. Not std::counting_semaphore, which can miss a wake in the C++ runtime for Windows.
 #pragma once
 

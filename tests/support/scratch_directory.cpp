@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/scratch_directory.h"
 
 #include <fstream>

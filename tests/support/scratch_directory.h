@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // A working directory that holds nothing but what a test puts there.
 #pragma once
 

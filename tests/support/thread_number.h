@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The number of a thread, for code that malloc() itself runs: the standard library's asks for memory on some systems.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What an engine says: its log and the console beside it, each whole and in order.
 #pragma once
 

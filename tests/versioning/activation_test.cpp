@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bringing an engine up with version control.
 #include "engine/Instances.h"
 #include "versioning/versioning_test.h"

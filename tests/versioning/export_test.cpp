@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // KEL_ValidateVersion, as a client has it: of the shared library, with the stand-in behind it.
 #include <thread>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "versioning/replacements.h"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // A validator and built-in files of the tests' own, in a program that has these in the place of the library's.
 #pragma once
 

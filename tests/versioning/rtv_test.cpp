@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The validator, its codes, and the VersionsVector that the library carries.
 #include <gtest/gtest.h>
 

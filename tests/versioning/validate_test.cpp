@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The check of a client's file by an engine that came up without version control, and by one that has it.
 #include <thread>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the validator is asked, and what becomes of its answer.
 #include "versioning/replacements.h"
 #include "versioning/versioning_test.h"

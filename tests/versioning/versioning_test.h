@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What the tests of version control share: the fetching of the generation's UIDs, and what an engine says meanwhile.
 #pragma once
 

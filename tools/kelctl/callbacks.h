@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What the library's callbacks bring, on its way from the library's threads to the one that prints it.
 //
 // A callback does not learn which call it belongs to, and kelctl does one thing at a time: so there is one queue of

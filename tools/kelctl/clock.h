@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Times: by which clock, and how people read them.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // kelctl as a function, for main() and for tests.
 #pragma once
 

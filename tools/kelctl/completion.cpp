@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Completions for three shells, from the option tree itself: what --help shows is what they know.
 //
 // Each script finds the verb that the line got to as a path, " tasks find", and offers what belongs there. An argument

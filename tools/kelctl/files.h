@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Files that go to the device or come from it. What goes wrong is a std::exception that names the file.
 #pragma once
 

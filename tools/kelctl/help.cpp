@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "help.h"
 
 #include <CLI/CLI.hpp>

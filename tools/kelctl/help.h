@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What --help prints: from the option tree, wrapped to 80 columns, in the order and under the headings that a man page
 // is made from.
 #pragma once

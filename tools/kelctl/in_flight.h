@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Several asynchronous tasks at once.
 #pragma once
 

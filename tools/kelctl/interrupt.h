@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Ctrl-C as an orderly end: a verb that waits gives its connection back.
 #pragma once
 

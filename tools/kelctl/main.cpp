@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // kelctl: the device from the command line.
 #include "command_line.h"
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Makes the man pages of kelctl and of each of its verbs from what --help prints, as they are and compressed.
 #   man_pages.sh KELCTL VERSION FOLDER
 set -euo pipefail

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The option tree: how a verb is added to it, and the options that verbs have.
 //
 // Each verb lies in a file of its own with its options, its help and its action. What the command line asks for is run

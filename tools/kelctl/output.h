@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What kelctl prints to standard output: words and tables for a person at a terminal, plain lines for a script behind a
 // pipe, or JSON. What goes wrong is written to standard error.
 #pragma once

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Payloads: what goes to a task and what comes back, and how people write and read it.
 #pragma once
 

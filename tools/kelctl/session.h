@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The library as kelctl calls it: a connection that is given back in any case, and refusals that say what they mean.
 #pragma once
 

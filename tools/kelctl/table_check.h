@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What is wrong with a task table, by line: what the library's reader makes of it, where it is silent, and where the
 // columns that it does not look at say something else than the number that it keeps.
 #pragma once

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Task tables as kelctl shows them, read with the library's own reader.
 #pragma once
 

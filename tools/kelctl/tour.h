@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // A sequence of steps that are run, timed, checked and reported.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One call, from its making to its end.
 #pragma once
 

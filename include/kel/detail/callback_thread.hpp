@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The thread that a client's user functions run on.
 #pragma once
 

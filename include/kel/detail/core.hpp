@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a client is inside: its calls, its streams and its link.
 //
 // Threads. The link thread connects, sends heartbeats, notices losses, reconnects and disconnects; all that may block

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What comes along the road, and who gets it.
 #pragma once
 

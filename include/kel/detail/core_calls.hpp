@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How a call is made, sent and ended.
 #pragma once
 

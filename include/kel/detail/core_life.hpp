@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The beginning and the end of a client, and what it tells of itself.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The link thread: connects, watches the link, reconnects and disconnects.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The time thread: ends what is overdue, and sends what waits.
 #pragma once
 

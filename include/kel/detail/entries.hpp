@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The numbers of a connection, by our own count.
 #pragma once
 

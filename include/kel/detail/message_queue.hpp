@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Messages on their way from the connection to a reader.
 #pragma once
 

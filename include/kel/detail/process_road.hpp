@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The road over the library in this process.
 //
 // The library runs its calls one at a time over all connections, and some of them last: a connect waits for the device,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The way from a client to its device. Everything that depends on it lies behind this interface.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The locks of the client layer, known to Clang's thread-safety analysis.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /**
  * @file
  * The system's own header, with as little in it as will do; nothing on other systems.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Critical sections as a futex lock with an owner and a count.
 #include "platform/platform.h"
 #include "platform/posix/kernel_objects.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Calls DllMain where no loader does: once the library is mapped, and before it is unmapped. Compiled into the shared
 // library alone.
 #include <cstdint>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Error numbers that this platform sets itself. They are those that Windows gives to the same failures, since callers
 // and their log readers know them.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Files and dates.
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The kernel's wait on a word, and the plain lock built on it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The table of kernel objects; events and mutexes.
 #include "platform/posix/kernel_objects.h"
 

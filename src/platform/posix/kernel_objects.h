@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Events, mutexes and threads: the objects behind the handles, and how a thread waits for one.
 //
 // What an object is lies in one word, its state, and each operation on one object is one compare-and-swap of that word.

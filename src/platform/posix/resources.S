@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The built-in files, each with a zero byte behind it that does not count.
         .macro  resource name, file
         .hidden \name

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Built-in resources, under the types and names that they have on Windows.
 #include <string_view>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Settings: ini files, the registry that is kept in one, and the environment.
 #include <algorithm>
 #include <charconv>

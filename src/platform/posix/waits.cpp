@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Waits, on objects and on the clock.
 #include <sched.h>
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Critical sections as a slim lock with an owner and a count. The system's own section would do, were it not that one
 // that is deleted under its owner can no longer be left.
 #include "platform/platform.h"

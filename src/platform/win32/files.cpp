@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Files and dates.
 #include <time.h>
 

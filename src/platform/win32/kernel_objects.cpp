@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Handles; events and mutexes.
 #include "platform/platform.h"
 #include "platform/win32/windows_api.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shared libraries; error numbers and their words.
 #include "platform/platform.h"
 #include "platform/win32/windows_api.h"

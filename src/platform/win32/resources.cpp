@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Built-in resources.
 #include "platform/platform.h"
 #include "platform/win32/windows_api.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Settings: ini files, the registry and the environment.
 #include <charconv>
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Threads of the library's own.
 #include <memory>
 #include <new>

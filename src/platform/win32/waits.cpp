@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Waits, on objects and on the clock.
 #include "platform/platform.h"
 #include "platform/win32/windows_api.h"

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The system's header, without the parts that this library has no use for.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "adapter/pipe_library/linked_functions.h"
 
 #include "adapter/SluiceHub.h"

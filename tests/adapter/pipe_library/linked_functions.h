@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The two functions of the pipe library that the adapter finds at link time, as the program has them here.
 #pragma once
 

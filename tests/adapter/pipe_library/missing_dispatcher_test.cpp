@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The pipe library lacks its dispatcher function.
 #include <thread>
 

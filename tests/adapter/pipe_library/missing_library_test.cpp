@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // There is no pipe library.
 #include <thread>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The pipe library lacks its version function, which nobody notices.
 #include "adapter/pipe_library/bare_adapter.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The version function of a pipe library.
 #include "adapter/SluiceHub.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the check of the pipe library's version is asked, and what follows from it.
 #include <gmock/gmock.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The dispatcher function of a pipe library, with a table that does nothing.
 #include "adapter/SluiceHub.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Copies of a process that has connections open: they may end, or become another program, whatever its threads were at.
 #include <gtest/gtest.h>
 #include <sys/wait.h>

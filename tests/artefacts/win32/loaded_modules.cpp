@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "artefacts/loaded_modules.h"
 
 #include <windows.h>

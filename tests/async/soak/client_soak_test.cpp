@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Many asynchronous tasks through the exports, from several threads and over several connections.
 #include <atomic>
 #include <thread>

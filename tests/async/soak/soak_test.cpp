@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Many asynchronous tasks and long streams in one process.
 #include "async/async_test.h"
 #include "support/process_resources.h"

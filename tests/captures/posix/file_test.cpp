@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Captures to files that Windows does not have.
 #include <gtest/gtest.h>
 #include <sys/stat.h>

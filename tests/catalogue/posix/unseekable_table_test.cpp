@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tables whose length cannot be told.
 #include <fcntl.h>
 #include <gtest/gtest.h>

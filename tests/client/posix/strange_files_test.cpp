@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Files of the kinds that only Linux has, in the place of a task table.
 #include <fcntl.h>
 #include <gtest/gtest.h>

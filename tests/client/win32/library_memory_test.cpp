@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A client that gives back what the library hands out, on the library's C runtime or on another one:
 //
 //     PROGRAM same|other

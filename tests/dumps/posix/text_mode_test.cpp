@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A text file here has its bytes as they are; and a full disk is easily had.
 #include "dumps/dump_test.h"
 

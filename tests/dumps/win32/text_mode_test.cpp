@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A text file here has a carriage return ahead of each line feed, also of those that are bytes of a record.
 #include "dumps/dump_test.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the engine does when the process can have no further handle. Only where the limit can be reached in a moment.
 #include <optional>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One client's life from connect to disconnect with one call to the system failed, and a second life with none.
 //
 //   client_life MESSAGES count FAMILY                     writes the stacks that were counted

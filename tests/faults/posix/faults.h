@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Calls to the system that fail on request, for all that the library does and for nothing else.
 //
 // The program defines the functions named in interposed.cpp itself, so that the loader binds every call of the process

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Linked into the library under test, which is otherwise the library itself: the linker sends its calls of a wrapped
 // function to __wrap_, and calls of __real_ to the function.
 #include <dlfcn.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A pipe for a table. The library reads a table twice, which no pipe allows, and its built-in one in place of a pipe.
 #include <fcntl.h>
 #include <gmock/gmock.h>

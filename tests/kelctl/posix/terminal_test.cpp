@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The terminal of a pseudo-terminal pair: what no test can count on having otherwise.
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a listener does when the system has no event or thread left.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where the system appends in one step, no piece of a line takes another's place.
 #include <thread>
 #include <vector>

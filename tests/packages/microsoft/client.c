@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A client as Microsoft's tools build it, without a C runtime, which only they have. */
 #include <KELHandler.h>
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds a client in the manner of Microsoft's compiler and linker against an unpacked zip, and runs it:
 #   microsoft.sh CLIENT.C PREFIX FOLDER
 # FOLDER is made new. EMULATOR runs the client. The system's own library is mingw-w64's.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The shortest client in C++: one task, and its echo.
 #include <KELHandler.h>
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A program that only uses the stand-in's controls. */
 #include <SluiceHubSim.h>
 

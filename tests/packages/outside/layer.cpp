@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The shortest client of the layer for C++17: one task, and its echo.
 #include <kel/client.hpp>
 

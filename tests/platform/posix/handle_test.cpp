@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Handles as slot and generation: a value is never given out twice.
 #include <array>
 #include <atomic>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // All operations on handles by many threads at random, each result compared with that of a simple model.
 //
 // The objects lie in groups. A thread takes a group, does one operation on it and does the same to the model, so that

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A mutex that is released while others wait for it.
 #include <gmock/gmock.h>
 #include <sched.h>

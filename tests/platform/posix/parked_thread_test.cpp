@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Threads of the system's that serve one thread of the library's after the other.
 #include <gmock/gmock.h>
 #include <pthread.h>

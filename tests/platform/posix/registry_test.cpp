@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The registry as a file of the working directory.
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Signals keep away from the library's threads.
 #include <unistd.h>
 

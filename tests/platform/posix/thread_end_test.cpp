@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A thread's first use of the library, and its end.
 #include <pthread.h>
 #include <sys/resource.h>

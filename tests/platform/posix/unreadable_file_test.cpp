@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Settings in a file that opens and then does not read, or not to its end.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What happens to an object in the same moment in which a wait for it ends in vain.
 //
 // The test holds the lock of those who sleep and those who wake. So the waiter, whose time is over, and who releases or

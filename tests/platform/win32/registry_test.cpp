@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The registry, by values that every system has: the tests write nothing there.
 #include <gtest/gtest.h>
 

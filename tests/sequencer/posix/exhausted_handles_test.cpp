@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the sequencer does when the system has no event left.
 #include "support/posix/exhausted_handles.h"
 #include "platform/posix/kernel_objects.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What is left of sequences that were freed.
 #include <malloc.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A connection whose settings lie in files that open and do not read, or do not open at all.
 #include <gtest/gtest.h>
 

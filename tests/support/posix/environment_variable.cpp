@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/environment_variable.h"
 
 #include <cstdlib>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // A process that has no kernel object left to make. For platforms whose table of handles can be filled in a moment.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/posix/kernel_objects.h"
 #include "support/process_resources.h"
 

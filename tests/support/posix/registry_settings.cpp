@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The registry is the file Brel.registry of the working directory.
 #include "support/registry_settings.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The run-time library's copy of the environment does not learn of what is set here.
 #include "support/environment_variable.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/process_resources.h"
 
 #include <windows.h>

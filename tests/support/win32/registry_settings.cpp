@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The real registry, with a key of the test's own in the place of HKEY_LOCAL_MACHINE for this process.
 #include <windows.h>
 

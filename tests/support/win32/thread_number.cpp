@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/thread_number.h"
 
 #include <windows.h>

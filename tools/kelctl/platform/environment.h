@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The environment of this process, as the libraries in it see it.
 #pragma once
 

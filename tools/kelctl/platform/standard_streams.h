@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What this tool asks of its operating system beyond what the library does.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/standard_streams.h"
 
 #include <unistd.h>

@@ -159,7 +159,8 @@ class Captures(unittest.TestCase):
         self.kelctl("demo")
         shutil.copytree(Path(DISSECTOR).parent / "profiles", self.folder / "profiles")
         rules = self.rows("kel", "frame.coloring_rule.name", more=["-C", "KEL", "--color"])
-        self.assertEqual({name for name, in rules} - {"Refused or failed"},
+        # Whether the demo's last requests are answered before it ends is a matter of time.
+        self.assertEqual({name for name, in rules} - {"Refused or failed", "No answer"},
                          {"Task", "Answer", "Stream", "Broadcast", "Link lost", "Link and sockets"})
         columns = self.tshark("-C", "KEL", "-Y", REQUESTS).splitlines()[0].split()
         self.assertEqual(columns[2:7], ["host", "#1", "→", "L4msgProxy", VAL])

@@ -307,6 +307,7 @@ class Client {
     const bool isOver = client.mCore->state() == State::closed;
     Error error{Cause::notConnected, KEL_E_CONNECTION, isOver ? client.mCore->reason() : "connecting took too long"};
     client.mCore->abandon();
+    client.mCore->endCallbacks();
     client.mCore.reset();
     return error;
   }

@@ -11,6 +11,11 @@ namespace {
 
 using EndingTest = ClientTest;
 
+/// Also of what it leaves to a thread of its own.
+void AwaitTheEndOfTheLastClient() {
+  while (SluiceHubSim_Calls(SLUICEHUBSIM_FINALIZE) == 0) std::this_thread::yield();
+}
+
 TEST_F(EndingTest, ClosingEndsAllThatIsUnderWayAndWaits) {
   Drop(kEcho);
   MakeEndless(kStreamer, 1);
@@ -78,8 +83,7 @@ TEST_F(EndingTest, AClientMayEndInItsOwnCallback) {
     ended.set();
   });
   EXPECT_TRUE(ended.wait());
-  std::uint64_t open = 0;
-  while (SluiceHubSim_GetConnections(&open, 1) != 0) std::this_thread::yield();
+  AwaitTheEndOfTheLastClient();
 }
 
 TEST_F(EndingTest, AClientThatIsToldOfItsOwnLossMayEndThere) {
@@ -94,8 +98,7 @@ TEST_F(EndingTest, AClientThatIsToldOfItsOwnLossMayEndThere) {
   client = std::make_unique<Client>(Client::connect(options).value());
   SluiceHubSim_LoseLink(0, 1, 1);
   EXPECT_TRUE(ended.wait());
-  std::uint64_t open = 0;
-  while (SluiceHubSim_GetConnections(&open, 1) != 0) std::this_thread::yield();
+  AwaitTheEndOfTheLastClient();
 }
 
 TEST_F(EndingTest, AClientMayEndWhileItConnectsOrWaitsToDoItAgain) {

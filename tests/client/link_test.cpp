@@ -32,6 +32,20 @@ TEST_F(LinkTest, ConnectingIsNotWaitedForLongerThanSaid) {
   EXPECT_EQ(client.error().text(), "connecting took too long: there is no connection to the device");
 }
 
+TEST_F(LinkTest, AClientThatDidNotConnectTellsNothingAfterwards) {
+  std::atomic<int> told{0};
+  Options options;
+  options.connectTimeout = kShort;
+  options.onState = [&](const StateChange&) { ++told; };
+  {
+    const LibraryAtWork work(Gate());
+    EXPECT_FALSE(Client::connect(options).ok());
+    EXPECT_EQ(told, 1) << "connecting";
+  }
+  while (SluiceHubSim_Calls(SLUICEHUBSIM_FINALIZE) == 0) std::this_thread::yield();
+  EXPECT_EQ(told, 1);
+}
+
 TEST_F(LinkTest, CallsWaitForTheConnection) {
   Client client = [&] {
     const LibraryAtWork work(Gate());

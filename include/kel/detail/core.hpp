@@ -58,6 +58,8 @@ class Core final : public Sink, public std::enable_shared_from_this<Core> {
   void requestClose();
   /// For the last owner, on any thread: closes, and leaves the waiting to the link thread.
   void abandon();
+  /// Runs the callbacks that have been posted, and no more: for an owner who never handed the client out.
+  void endCallbacks();
 
   bool isCallbackThread() const { return mCallbacks.isThisThread(); }
 
@@ -127,7 +129,7 @@ class Core final : public Sink, public std::enable_shared_from_this<Core> {
   static constexpr Milliseconds kLook{10};
   /// So often a request is tried for which there may have been no number, with pauses from 1 ms on that double. One
   /// that is refused still is refused by the device.
-  static constexpr std::uint32_t kTries = 8;
+  static constexpr std::uint32_t kTries = 6;
   /// What is under way when a connection is renewed gets so long to come to its end.
   static constexpr Milliseconds kRenewalTime{1000};
 

@@ -46,6 +46,11 @@ inline void Core::post(std::function<void()> function) {
   if (!mCallbacks.post(job)) job->run();
 }
 
+inline void Core::endCallbacks() {
+  const Lock joining(mJoinMutex);
+  mCallbacks.end();
+}
+
 inline void Core::letGo(Owner owner) {
   const Lock lock(mMutex);
   mOwner = owner;

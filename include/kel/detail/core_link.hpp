@@ -11,7 +11,10 @@ namespace detail {
 inline void Core::setState(StateChange change) {
   mState = change.state;
   mReason = change.reason;
-  if (mOptions.onState) post([this, change = std::move(change)] { mOptions.onState(change); });
+  if (mOptions.onState) {
+    (void)mCallbacks.post(
+        std::make_shared<FunctionJob>([this, change = std::move(change)] { mOptions.onState(change); }));
+  }
   mStateChanged.notifyAll();
   mTimeWake.notifyAll();
 }
@@ -196,7 +199,7 @@ inline void Core::takeDown(StateChange change) {
 
 inline void Core::endVersionChecks() {
   for (const auto& check : std::exchange(mVersionChecks, {})) {
-    check->verdict.emplace(Error{Cause::linkLost, 0, check->file});
+    check->verdict.emplace(Error{mIsClosing ? Cause::closed : Cause::linkLost, 0, check->file});
   }
   mStateChanged.notifyAll();
 }

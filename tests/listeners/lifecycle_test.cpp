@@ -227,6 +227,8 @@ TYPED_TEST(Lifecycle, TellsThatTheWaitForItsThreadFailed) {
 TYPED_TEST(Lifecycle, StaysOpenIfTheWaitForItsThreadTimesOut) {
   // The thread ends meanwhile, and its lines would be mixed up with the one looked for.
   this->registry.set("Software\\Brel\\ALogger", "Info", 0);
+  this->listener = std::make_unique<TypeParam>();
+  this->listener->mLogToConsole = 1;
   this->start();
   {
     const FailingCall failing(PlatformCall::kWaitForOneInTime);

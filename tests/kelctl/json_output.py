@@ -42,7 +42,7 @@ RUNS = [
     (["send", VAL, "--in-flight", "3"], 0, None),
     (["send", VAL], 3, SILENT),
     (["send", VAL, "--async"], 3, SILENT),
-    (["send", "TASK_ID_NOBODY_KNOWS"], 1, None),
+    (["send", "TASK_ID_NOBODY_KNOWS"], 5, None),
     (["stream", "TASK_ID_APPLICATION_DEBUG_STREAMER", "--count", "2"], 0, None),
     (["listen", "--trigger", "--count", "2"], 0, None),
     (["ping", "--count", "3", "--interval", "1"], 0, None),

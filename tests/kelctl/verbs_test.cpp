@@ -78,21 +78,38 @@ TEST_F(VerbsTest, ATaskThatIsNotAnsweredEndsWithAStatusOfItsOwn) {
   Lose(kEcho);
   EXPECT_EQ(kelctl({"send", kEchoName}), "");
   EXPECT_EQ(mStatus, 3);
-  EXPECT_THAT(mErrors, StartsWith("kelctl: no answer came in time.\n"));
+  EXPECT_THAT(mErrors, StartsWith("kelctl: TASK_ID_APPLICATION_DEBUG_VAL: no answer came in time.\n"));
+}
+
+TEST_F(VerbsTest, AnAnswerIsWaitedForAsLongAsToldTo) {
+  Lose(kEcho);
+  EXPECT_EQ(kelctl({"send", kEchoName, "--timeout", "0.05"}), "");
+  EXPECT_EQ(mStatus, 3);
+  EXPECT_EQ(kelctl({"stream", kEchoName, "--timeout", "0.05"}), "");
+  EXPECT_EQ(mStatus, 3);
+}
+
+TEST_F(VerbsTest, WithoutADeviceTheStatusSaysThereIsNoLink) {
+  SluiceHubSim_ForceResult(SLUICEHUBSIM_L5_CONNECT, 1);
+  for (const char* verb : {"send", "stream", "ping"}) {
+    EXPECT_EQ(kelctl({verb, kEchoName}), "");
+    EXPECT_EQ(mStatus, 4);
+    EXPECT_THAT(mErrors, HasSubstr("there is no connection to the device"));
+  }
 }
 
 TEST_F(VerbsTest, ATaskThatIsRefusedSaysSo) {
   Refuse(kEcho);
   EXPECT_EQ(kelctl({"send", kEchoName}), "");
   EXPECT_EQ(mStatus, 1);
-  EXPECT_THAT(mErrors, StartsWith("kelctl: KEL_SendReceiveAsyncKEL returned 10:\n"));
+  EXPECT_THAT(mErrors, StartsWith("kelctl: TASK_ID_APPLICATION_DEBUG_VAL: the device refused the task.\n"));
 }
 
 TEST_F(VerbsTest, AnErrorIsAnObjectAsWell) {
   Refuse(kEcho);
   const std::string text = kelctl({"send", kEchoName, "--json"});
   EXPECT_THAT(text, StartsWith(R"({"error":{"status":1,"text":")"));
-  EXPECT_THAT(text, HasSubstr(R"("call":"KEL_SendReceiveAsyncKEL","code":10}})"));
+  EXPECT_THAT(text, HasSubstr(R"(,"cause":"refused"}})"));
 }
 
 TEST_F(VerbsTest, CtrlCDoesNotWaitForTheTimeOut) {
@@ -121,7 +138,7 @@ TEST_F(VerbsTest, RefusedTasksAreCountedAndTheOthersWaitedFor) {
   EXPECT_THAT(kelctl({"send", kEchoName, "--in-flight", "4"}),
               StartsWith("4 tasks: 2 answered, 0 timed out, 2 refused, "));
   EXPECT_EQ(mStatus, 1);
-  EXPECT_THAT(mErrors, StartsWith("kelctl: KEL_SendReceiveAsyncKEL returned 10:"));
+  EXPECT_THAT(mErrors, StartsWith("kelctl: TASK_ID_APPLICATION_DEBUG_VAL: the device refused"));
 }
 
 TEST_F(VerbsTest, PingCountsWhatIsLostAndWhatIsRefused) {

@@ -9,7 +9,7 @@
 #include "help.h"
 #include "options.h"
 #include "platform/environment.h"
-#include "session.h"
+#include "status.h"
 
 namespace kelctl {
 namespace {
@@ -37,17 +37,17 @@ std::string usageFault(const CLI::App* app, const CLI::Error& error) {
   return "kelctl: " + fault + "\nRun `" + nameOf(verb) + " --help` for its usage.\n";
 }
 
-int failed(Output& output, int status, const std::exception& error, const Refused* refused = nullptr) {
-  std::cerr << "kelctl: " << error.what() << '\n';
-  if (!output.json()) return status;
-  Json json{{"status", status}, {"text", error.what()}};
-  if (refused != nullptr) json.update({{"call", refused->call()}, {"code", refused->code()}});
+int failed(Output& output, const Fault& fault) {
+  std::cerr << "kelctl: " << fault.what() << '\n';
+  if (!output.json()) return fault.status();
+  Json json{{"status", fault.status()}, {"text", fault.what()}};
+  if (!fault.cause().empty()) json["cause"] = fault.cause();
   try {
     output.object({{"error", json}});
   } catch (const std::exception&) {
     // Standard output takes no more, which was reported just now.
   }
-  return status;
+  return fault.status();
 }
 
 }  // namespace
@@ -93,12 +93,10 @@ int run(std::vector<std::string> words) {
   setDefault("KELHANDLER_RELEASE_BLOCKS", "1");  // nothing here holds on to a block that the library would keep
   try {
     return plan.action(output);
-  } catch (const NoAnswer& error) {
-    return failed(output, kNoAnswer, error);
-  } catch (const Refused& error) {
-    return failed(output, kRefused, error, &error);
+  } catch (const Fault& fault) {
+    return failed(output, fault);
   } catch (const std::exception& error) {
-    return failed(output, kRefused, error);
+    return failed(output, Fault(kRefused, error.what()));
   }
 }
 

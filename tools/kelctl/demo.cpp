@@ -4,11 +4,10 @@
 #include <memory>
 #include <random>
 
-#include "callbacks.h"
-#include "in_flight.h"
+#include "bare_calls.h"
 #include "interrupt.h"
+#include "kel/tasks.hpp"
 #include "options.h"
-#include "session.h"
 #include "tour.h"
 #include "version.h"
 
@@ -17,9 +16,14 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr char kTracePath[] = "TASK_ID_TRACE_UTIL_PATH_GET";
-constexpr char kShutdown[] = "TASK_ID_HOST_FRAMEWORK_SHUTDOWN";
+constexpr const char* kEchoVal = kel::tasks::TASK_ID_APPLICATION_DEBUG_VAL.name;
+constexpr const char* kEchoRef = kel::tasks::TASK_ID_APPLICATION_DEBUG_REF.name;
+constexpr const char* kBroadcaster = kel::tasks::TASK_ID_APPLICATION_DEBUG_BROADCASTER.name;
+constexpr const char* kStreamer = kel::tasks::TASK_ID_APPLICATION_DEBUG_STREAMER.name;
+constexpr const char* kTracePath = kel::tasks::TASK_ID_TRACE_UTIL_PATH_GET.name;
+constexpr const char* kShutdown = kel::tasks::TASK_ID_HOST_FRAMEWORK_SHUTDOWN.name;
 
+constexpr std::uint32_t kInFlight = 64;  // as many as a connection has sequence numbers
 constexpr std::uint32_t kBroadcasts = 3;
 constexpr std::uint32_t kBroadcastInterval = 20;
 constexpr std::uint32_t kMessages = 5;
@@ -95,8 +99,7 @@ void broadcasts(Findings& findings, std::uint64_t connection) {
 
 void streamed(Findings& findings, std::uint64_t connection) {
   const Clock::time_point start = Clock::now();
-  const Reply reply =
-      sendTask(connection, kStreamer, fromValues({kMessages, kMessageInterval, 0}), true, queueStreamMessage);
+  const Reply reply = sendTask(connection, kStreamer, fromValues({kMessages, kMessageInterval, 0}), queueStreamMessage);
   findings.expectCode(kStreamer, reply.code);
   findings.expect(reply.payload && reply.payload->size() == sizeof(Values), "the opening is not 12 bytes");
   if (reply.code != KEL_OK) return;
@@ -113,10 +116,10 @@ void streamed(Findings& findings, std::uint64_t connection) {
 }
 
 void inFlight(Findings& findings, std::uint64_t connection) {
-  const auto question = [](std::uint32_t number) { return fromValues({number, kMaxInFlight, 0}); };
-  const InFlight outcome = sendInFlight(connection, kEchoVal, kMaxInFlight, question);
-  findings.note(summary(outcome));
-  findings.expect(outcome.answered() == kMaxInFlight, "not all of them were answered");
+  const auto question = [](std::uint32_t number) { return fromValues({number, kInFlight, 0}); };
+  const InFlight outcome = sendInFlight(connection, kEchoVal, kInFlight, question);
+  findings.note(summary(outcome.tally));
+  findings.expect(outcome.tally.answered == kInFlight, "not all of them were answered");
   for (const Answer& answer : outcome.answers) {
     findings.expect(answer.errorCode != 0 || answer.payload == question(answer.commandID),
                     "task " + std::to_string(answer.commandID) + " got the answer of another one");
@@ -125,8 +128,13 @@ void inFlight(Findings& findings, std::uint64_t connection) {
 
 void versionCheck(Findings& findings, std::uint64_t connection) {
   const auto check = [&](const char* name, bool expected) {
-    const bool valid = isVersionValid(connection, name, fromText("its content"), ".");
-    findings.note(std::string("KEL_ValidateVersion, ") + name + " -> " + (valid ? "valid" : "not valid"));
+    const Bytes content = fromText("its content");
+    std::string file = name;
+    std::uint64_t userVersion = 0;
+    const bool valid =
+        KEL_ValidateVersion(connection, file.data(), content.data(), static_cast<std::uint32_t>(content.size()),
+                            &userVersion, ".") == KEL_VERSION_VALID;
+    findings.note("KEL_ValidateVersion, " + file + " -> " + (valid ? "valid" : "not valid"));
     findings.expect(valid == expected, std::string("this should be ") + (expected ? "valid" : "not valid"));
   };
   check("statistics/Statistics.bm", true);

@@ -4,6 +4,8 @@
 #include <CLI/CLI.hpp>
 #include <sstream>
 
+#include "status.h"
+
 namespace kelctl {
 namespace {
 
@@ -45,13 +47,6 @@ std::string usage(const CLI::App& app, const std::string& name) {
   return line + '\n';
 }
 
-constexpr char kExitStatus[] =
-    "\nExit status:\n"
-    "  0  done\n"
-    "  1  the library or the device refused, or the outcome is not what was asked for\n"
-    "  2  wrong usage\n"
-    "  3  no answer came in time\n";
-
 }  // namespace
 
 std::vector<const CLI::App*> verbsOf(const CLI::App& app) {
@@ -90,7 +85,7 @@ std::string helpOf(const CLI::App* app, const std::string& name) {
     }
     if (!entries.empty()) help += '\n' + group + ":\n" + entries;
   }
-  help += kExitStatus;
+  help += "\nExit status:\n" + statusTable();
   std::istringstream examples(app->get_footer());
   if (examples.peek() != std::istringstream::traits_type::eof()) help += "\nExamples:\n";
   for (std::string line; std::getline(examples, line);) help += "  $ " + line + '\n';

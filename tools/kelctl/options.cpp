@@ -60,6 +60,12 @@ CLI::App& addFamily(CLI::App& parent, const std::string& name, const std::string
   return verb;
 }
 
+void addLink(CLI::App& verb, LinkOptions& link) {
+  addTable(verb, link.table);
+  addSeconds(verb, "--timeout", link.timeout,
+             "Wait so long for an answer; RxWaitTimeout of Brel.ini at most (as long)");
+}
+
 void addPayload(CLI::App& verb, PayloadOptions& payload, std::initializer_list<CLI::Option*> instead) {
   // The package's groups of options will not do: it takes an empty word for the name of one, and then never ends.
   const std::vector<CLI::Option*> options{

@@ -16,6 +16,7 @@
 
 #include "output.h"
 #include "payload.h"
+#include "status.h"
 
 namespace CLI {
 class App;
@@ -24,13 +25,7 @@ class Option;
 
 namespace kelctl {
 
-// Exit statuses.
-inline constexpr int kDone = 0;
-inline constexpr int kRefused = 1;  ///< by the library or the device, or the outcome is not what was asked for
-inline constexpr int kWrongUsage = 2;
-inline constexpr int kNoAnswer = 3;  ///< none came in time
-
-/// What a verb does. Returns the exit status; what goes wrong leaves it as an exception.
+/// What a verb does. Returns the exit status; what goes wrong leaves it as an exception, as a rule a Fault.
 using Action = std::function<int(Output&)>;
 
 /// What the command line asks for.
@@ -58,6 +53,14 @@ std::pair<CLI::App&, Options&> addVerb(CLI::App& parent, Plan& plan, const std::
 CLI::App& addFamily(CLI::App& parent, const std::string& name, const std::string& help, const std::string& examples);
 
 // File names: empty for none. Where a verb says so, "-" stands for a standard stream.
+
+/// How a verb reaches its device.
+struct LinkOptions {
+  std::string table;              ///< a task table in place of the library's choice
+  std::optional<double> timeout;  ///< seconds; none: as the settings say
+};
+
+void addLink(CLI::App& verb, LinkOptions& link);
 
 /// At most one of these is there. None: the task's empty payload.
 struct PayloadOptions {

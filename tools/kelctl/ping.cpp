@@ -15,12 +15,15 @@
 namespace kelctl {
 namespace {
 
+constexpr const char* kEchoVal = kel::tasks::TASK_ID_APPLICATION_DEBUG_VAL.name;
+constexpr const char* kEchoRef = kel::tasks::TASK_ID_APPLICATION_DEBUG_REF.name;
 constexpr std::uint32_t kInterval = 1000;
+constexpr std::uint32_t kMostPayload = 8192;
 constexpr std::size_t kBarWidth = 40;
 
 struct PingOptions {
   std::string task;
-  std::string table;
+  LinkOptions link;
   std::optional<std::uint32_t> count;
   std::optional<std::uint32_t> interval;
   PayloadOptions payload;
@@ -33,7 +36,7 @@ struct Band {
   std::size_t count;
 };
 
-struct Statistics {
+struct Times {
   std::uint32_t sent = 0;
   std::uint32_t refused = 0;
   std::vector<double> times;  ///< of the answers, in ms; sorted where it is read
@@ -60,16 +63,13 @@ struct Statistics {
   }
 };
 
-void printAnswer(const std::string& task, std::uint32_t number, const Answer& answer, double time, Output& output) {
+void printAnswer(const std::string& task, std::uint32_t number, std::size_t size, double time, Output& output) {
   if (output.json()) {
-    return output.object({{"verb", "ping"},
-                          {"task", task},
-                          {"number", number},
-                          {"size", answer.payload.size()},
-                          {"milliseconds", time}});
+    return output.object(
+        {{"verb", "ping"}, {"task", task}, {"number", number}, {"size", size}, {"milliseconds", time}});
   }
   char text[80];
-  std::snprintf(text, sizeof text, "%zu bytes, number %u, %.3f ms\n", answer.payload.size(), number, time);
+  std::snprintf(text, sizeof text, "%zu bytes, number %u, %.3f ms\n", size, number, time);
   output.text(text);
 }
 
@@ -79,7 +79,7 @@ void printFailure(const std::string& task, std::uint32_t number, const std::stri
   output.text(output.bad(reason) + ", number " + std::to_string(number) + '\n');
 }
 
-void printBars(const Statistics& statistics, Output& output) {
+void printBars(const Times& statistics, Output& output) {
   const std::vector<Band> bands = statistics.histogram();
   const auto most = std::max_element(bands.begin(), bands.end(), [](Band a, Band b) { return a.count < b.count; });
   for (const Band& band : bands) {
@@ -90,7 +90,7 @@ void printBars(const Statistics& statistics, Output& output) {
   }
 }
 
-void printSummary(const std::string& task, const Statistics& statistics, Output& output) {
+void printSummary(const std::string& task, const Times& statistics, Output& output) {
   const std::vector<double>& times = statistics.times;
   if (output.json()) {
     Json json{{"verb", "ping"},
@@ -148,24 +148,24 @@ Bytes question(const PingOptions& options) {
 int ping(const PingOptions& options, Output& output) {
   const std::string task = options.task.empty() ? echoTask(options) : options.task;
   const Bytes payload = question(options);
-  const Session session(options.table);
-  Statistics statistics;
-  std::optional<Refused> refusal;
+  Session session(options.link);
+  Times statistics;
+  std::optional<Fault> refusal;
   while (!interrupted() && statistics.sent != options.count) {
     const Clock::time_point start = Clock::now();
     const std::uint32_t number = ++statistics.sent;
-    try {
-      const Answer answer = session.ask(task, payload);
-      statistics.times.push_back(milliseconds(answer.arrival - start));
-      printAnswer(task, number, answer, statistics.times.back(), output);
-    } catch (const Refused& refused) {
-      refusal.emplace(refused);
+    const kel::Result<kel::Payload> answer = session.client().task(task, payload);
+    if (answer) {
+      statistics.times.push_back(milliseconds(Clock::now() - start));
+      printAnswer(task, number, answer->size(), statistics.times.back(), output);
+    } else if (answer.cause() == kel::Cause::noAnswer) {
+      printFailure(task, number, "lost", output);
+    } else if (interrupted()) {
+      --statistics.sent;  // neither answered nor lost
+    } else {
+      refusal.emplace(session.fault(answer.error()));
       ++statistics.refused;
       printFailure(task, number, "refused", output);
-    } catch (const NoAnswer&) {
-      printFailure(task, number, "lost", output);
-    } catch (const Interrupted&) {
-      --statistics.sent;  // neither answered nor lost
     }
     if (statistics.sent != options.count) {
       sleepUntil(start + std::chrono::milliseconds(options.interval.value_or(kInterval)));
@@ -174,7 +174,7 @@ int ping(const PingOptions& options, Output& output) {
   std::sort(statistics.times.begin(), statistics.times.end());
   printSummary(task, statistics, output);
   if (!statistics.times.empty() || statistics.sent == 0) return kDone;
-  if (refusal) throw Refused(*refusal);
+  if (refusal) throw *refusal;
   return kNoAnswer;
 }
 
@@ -184,20 +184,20 @@ void addPing(CLI::App& app, Plan& plan) {
   auto [verb, options] =
       addVerb<PingOptions>(app, plan, "ping",
                            "Measure round trips until Ctrl-C, and sum them up\n"
-                           "The exit status is 0 if any task was answered. One that is not answered within\n"
-                           "RxWaitTimeout of Brel.ini (10000 ms) counts as lost.",
+                           "The exit status is 0 if any task was answered. One that is not answered in time\n"
+                           "counts as lost.",
                            "kelctl ping --count 5 --interval 100\n"
                            "kelctl ping --size 1024 --count 1000 --interval 0 | tail -n 1\n"
                            "kelctl ping --val 7 8 9 --count 1\n"
                            "kelctl ping TASK_ID_VERSIONS_GET --count 1\n",
                            ping);
   addOptionalTask(verb, options.task, "Task to send instead of the device's echo");
-  addTable(verb, options.table);
+  addLink(verb, options.link);
   addNumber(verb, "--count", "N", options.count, "End after N tasks", 1);
   addNumber(verb, "--interval", "MS", options.interval, "Milliseconds from one task to the next (1000)");
-  addPayload(verb, options.payload,
-             {addNumber(verb, "--size", "BYTES", options.size, "Payload of so many bytes, 8192 at most", 0,
-                        KEL_MAX_TASK_PAYLOAD)});
+  addPayload(
+      verb, options.payload,
+      {addNumber(verb, "--size", "BYTES", options.size, "Payload of so many bytes, 8192 at most", 0, kMostPayload)});
 }
 
 }  // namespace kelctl

@@ -3,16 +3,16 @@
 #include <nlohmann/json.hpp>
 
 #include "files.h"
-#include "in_flight.h"
 #include "options.h"
 #include "session.h"
+#include "tally.h"
 
 namespace kelctl {
 namespace {
 
 struct SendOptions {
   std::string task;
-  std::string table;
+  LinkOptions link;
   PayloadOptions payload;
   std::string outFile;
   bool noResponse = false;
@@ -22,23 +22,38 @@ struct SendOptions {
 
 int sendAtOnce(const SendOptions& options, std::uint32_t count, Output& output) {
   const Bytes payload = payloadOf(options.payload);
-  const Session session(options.table);
-  const InFlight outcome =
-      sendInFlight(session.connection(), options.task, count, [&](std::uint32_t) { return payload; });
+  Session session(options.link);
+  Tally tally;
+  tally.tasks = count;
+  const Clock::time_point start = Clock::now();
+  std::vector<kel::Call> calls;
+  for (std::uint32_t i = 0; i < count; ++i) calls.push_back(session.client().start(options.task, payload));
+  std::optional<kel::Error> failure;  // that is not just the time
+  for (const kel::Call& call : calls) {
+    const kel::Result<kel::Payload> answer = call.get();
+    if (answer) {
+      ++tally.answered;
+    } else {
+      const bool isUnanswered = answer.cause() == kel::Cause::noAnswer || answer.cause() == kel::Cause::linkLost ||
+                                answer.cause() == kel::Cause::closed;
+      ++(isUnanswered ? tally.timedOut : tally.refused);
+      if (answer.cause() != kel::Cause::noAnswer) failure = answer.error();
+    }
+  }
+  tally.time = Clock::now() - start;
   if (output.json()) {
     output.object({{"verb", "send"},
                    {"task", options.task},
-                   {"tasks", outcome.tasks},
-                   {"answered", outcome.answered()},
-                   {"timedOut", outcome.timedOut()},
-                   {"refused", outcome.refused},
-                   {"milliseconds", milliseconds(outcome.time)}});
+                   {"tasks", tally.tasks},
+                   {"answered", tally.answered},
+                   {"timedOut", tally.timedOut},
+                   {"refused", tally.refused},
+                   {"milliseconds", milliseconds(tally.time)}});
   } else {
-    output.text(summary(outcome) + '\n');
+    output.text(summary(tally) + '\n');
   }
-  if (outcome.refused != 0) throw Refused("KEL_SendReceiveAsyncKEL", outcome.refusalCode);
-  if (outcome.interrupted) throw Interrupted();
-  return outcome.timedOut() == 0 ? kDone : kNoAnswer;
+  if (failure) throw session.fault(*failure);
+  return tally.timedOut == 0 ? kDone : kNoAnswer;
 }
 
 int send(const SendOptions& options, Output& output) {
@@ -47,27 +62,30 @@ int send(const SendOptions& options, Output& output) {
   // The file is opened ahead of the task, so that a name that leads nowhere costs no answer.
   ByteFile file(options.outFile);
 
-  const Session session(options.table);
+  Session session(options.link);
   if (options.noResponse) {
-    session.tell(options.task, payload);
+    const kel::Result<void> sent = session.client().post(options.task, payload);
+    if (!sent) throw session.fault(sent.error());
     if (output.json()) output.object({{"verb", "send"}, {"task", options.task}});
     std::cerr << "sent, no answer asked for\n";
     return kDone;
   }
   const Clock::time_point start = Clock::now();
-  const Answer answer = session.ask(options.task, payload);
+  const kel::Payload answer = session.ask(options.task, payload);
+  const Clock::duration time = Clock::now() - start;
+  const Bytes bytes = toBytes(answer);
   if (file) {
-    file.write(answer.payload);
+    file.write(bytes);
   } else if (output.json()) {
     output.object({{"verb", "send"},
                    {"task", options.task},
-                   {"milliseconds", milliseconds(answer.arrival - start)},
-                   {"payload", payloadJson(answer.isRef, answer.payload)}});
-  } else if (answer.payload.empty()) {
+                   {"milliseconds", milliseconds(time)},
+                   {"payload", payloadJson(isRef(answer), bytes)}});
+  } else if (bytes.empty()) {
     std::cerr << "answered with an empty payload\n";
   } else {
-    const std::optional<Values> values = toValues(answer.payload);
-    output.text(values && !answer.isRef ? valuesText(*values) + '\n' : hexDump(answer.payload));
+    const std::optional<Values> values = toValues(bytes);
+    output.text(values && !isRef(answer) ? valuesText(*values) + '\n' : hexDump(bytes));
   }
   return kDone;
 }
@@ -75,18 +93,14 @@ int send(const SendOptions& options, Output& output) {
 }  // namespace
 
 void addSend(CLI::App& app, Plan& plan) {
-  auto [verb, options] =
-      addVerb<SendOptions>(app, plan, "send",
-                           "Send a task and print its answer\n"
-                           "How long an answer is waited for is RxWaitTimeout in Brel.ini, in milliseconds;\n"
-                           "10000 if it is not there.",
-                           "kelctl send TASK_ID_APPLICATION_DEBUG_VAL --val 7 8 9\n"
-                           "kelctl send TASK_ID_APPLICATION_DEBUG_REF --text hello\n"
-                           "kelctl send TASK_ID_APPLICATION_DEBUG_REF --in - --out answer.bin\n"
-                           "kelctl send TASK_ID_APPLICATION_DEBUG_VAL --in-flight 64\n",
-                           send);
+  auto [verb, options] = addVerb<SendOptions>(app, plan, "send", "Send a task and print its answer",
+                                              "kelctl send TASK_ID_APPLICATION_DEBUG_VAL --val 7 8 9\n"
+                                              "kelctl send TASK_ID_APPLICATION_DEBUG_REF --text hello\n"
+                                              "kelctl send TASK_ID_APPLICATION_DEBUG_REF --in - --out answer.bin\n"
+                                              "kelctl send TASK_ID_APPLICATION_DEBUG_VAL --in-flight 64\n",
+                                              send);
   addTask(verb, options.task);
-  addTable(verb, options.table);
+  addLink(verb, options.link);
   CLI::Option* noResponse = addFlag(verb, "--no-response", options.noResponse, "Do not wait for an answer");
   CLI::Option* out = addOut(verb, options.outFile, "Answer's bytes");
   CLI::Option* async =

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include <limits>
 #include <nlohmann/json.hpp>
 
-#include "callbacks.h"
 #include "files.h"
 #include "interrupt.h"
 #include "options.h"
@@ -12,7 +12,7 @@ namespace {
 
 struct StreamOptions {
   std::string task;
-  std::string table;
+  LinkOptions link;
   PayloadOptions payload;
   // Either of them makes the payload.
   std::optional<std::uint32_t> count;
@@ -26,21 +26,27 @@ int stream(const StreamOptions& options, Output& output) {
       shaped ? fromValues({options.count.value_or(0), options.interval.value_or(0), 0}) : payloadOf(options.payload);
   ByteFile file(options.outFile);
 
-  const Session session(options.table);
-  session.openStream(options.task, payload);
-  for (std::uint64_t number = 1; const auto message = nextStreamMessage(Clock::time_point::max()); ++number) {
+  Session session(options.link);
+  kel::StreamOptions reading;
+  reading.limit = std::numeric_limits<std::size_t>::max();
+  kel::Result<kel::Stream> stream = session.client().stream(options.task, payload, reading);
+  if (!stream) throw session.fault(stream.error());
+  std::uint64_t number = 0;
+  for (const kel::Message& message : *stream) {
+    if (interrupted()) break;
+    const Bytes bytes = toBytes(message);
+    ++number;
     if (file) {
-      file.write(message->payload);
+      file.write(bytes);
     } else if (output.json()) {
       output.object({{"verb", "stream"},
                      {"task", options.task},
                      {"number", number},
-                     {"end", message->isEnd},
-                     {"payload", payloadJson(message->isRef, message->payload)}});
+                     {"end", message.isLast},
+                     {"payload", payloadJson(isRef(message), bytes)}});
     } else {
-      output.text((message->isEnd ? "end     " : "message ") + payloadText(message->isRef, message->payload));
+      output.text((message.isLast ? "end     " : "message ") + payloadText(isRef(message), bytes));
     }
-    if (message->isEnd) break;
   }
   return kDone;
 }
@@ -52,13 +58,12 @@ void addStream(CLI::App& app, Plan& plan) {
       addVerb<StreamOptions>(app, plan, "stream",
                              "Send a task and print the stream that answers it\n"
                              "It ends with the stream or with Ctrl-C. Messages that are not printed yet are\n"
-                             "kept in memory. For the stream to open it waits as long as RxWaitTimeout in\n"
-                             "Brel.ini says: 10000 ms if it is not there.",
+                             "kept in memory.",
                              "kelctl stream TASK_ID_APPLICATION_DEBUG_STREAMER --count 5 --interval 100\n"
                              "kelctl stream TASK_ID_APPLICATION_DEBUG_STREAMER --val 5 100 0 --out all.bin\n",
                              stream);
   addTask(verb, options.task);
-  addTable(verb, options.table);
+  addLink(verb, options.link);
   addOut(verb, options.outFile, "Bytes of all messages");
   addPayload(verb, options.payload,
              {addNumber(verb, "--count", "N", options.count, "Payload with the first value N: N messages"),

@@ -9,14 +9,18 @@ namespace kelctl {
 namespace {
 
 struct ValidateOptions {
+  LinkOptions link;
   std::string file;
   std::string vectors = ".";
 };
 
 int validate(const ValidateOptions& options, Output& output) {
   const Bytes content = readFile(options.file);
-  const Session session("");
-  const bool valid = isVersionValid(session.connection(), options.file, content, options.vectors);
+  Session session(options.link);
+  const kel::Result<bool> verdict =
+      session.client().validateVersion(options.file, {content.data(), content.size()}, options.vectors);
+  if (!verdict) throw session.fault(verdict.error());
+  const bool valid = *verdict;
   if (output.json()) {
     output.object({{"verb", "validate"}, {"file", options.file}, {"valid", valid}});
   } else {
@@ -33,6 +37,7 @@ void addValidate(CLI::App& app, Plan& plan) {
       addVerb<ValidateOptions>(app, plan, "validate", "Ask whether a file belongs to the device's software generation",
                                "kelctl validate Statistics.bm\n", validate);
   addFile(verb, options.file, "The file");
+  addLink(verb, options.link);
   addFolder(verb, "--vectors", options.vectors, "Folder of *VersionsVector.txt files (the working directory)");
 }
 

@@ -97,6 +97,9 @@ struct Options {
   std::uint32_t maxInFlight = 60;
   /** So many further calls wait to be sent. Beyond that they fail with noNumber. */
   std::uint32_t maxQueued = 1024;
+  /** Fail a call with wrongForm if its payload is neither empty nor three values, and its task wants values. Else the
+      library gets what there is. */
+  bool checksForm = true;
   Supervision supervision;
   /** Gets each change of state, on the client's callback thread. May be empty. */
   std::function<void(const StateChange&)> onState;

@@ -29,7 +29,7 @@ inline CallRef Core::start(const What& what, OnAnswer onAnswer, bool isAwaited) 
   call->onAnswer = std::move(onAnswer);
   if (call->onAnswer) mCallbacks.begin();
 
-  const bool fitsAll = what.request.size() == 0 || what.request.size() == sizeof(Values);
+  const bool fitsAll = !mOptions.checksForm || what.request.size() == 0 || what.request.size() == sizeof(Values);
   const std::optional<std::uint32_t> tui = mTable && !fitsAll ? mTable->find(call->task) : std::nullopt;
   const bool isWrong = tui && formOf(*tui) == Form::val;
 

@@ -47,6 +47,7 @@ RUNS = [
     (["listen", "--trigger", "--count", "2"], 0, None),
     (["ping", "--count", "3", "--interval", "1"], 0, None),
     (["ping", "--count", "2", "--interval", "1"], 3, SILENT),
+    (["stream", VAL, "--idle", "0.1"], 3, None),
     (["ping", "--count", "2", "--interval", "1"], 1, REFUSING),
     (["tasks"], 0, None),
     (["tasks", "list"], 0, None),

@@ -1,49 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "bare_calls.h"
 
-#include <algorithm>
-#include <condition_variable>
 #include <cstdlib>
-#include <deque>
 #include <memory>
-#include <mutex>
 #include <utility>
 
-#include "interrupt.h"
+#include "inbox.h"
 
 namespace kelctl {
 namespace {
-
-template <class Item>
-class Inbox {
- public:
-  void push(Item item) {
-    {
-      const std::lock_guard lock(mLock);
-      mQueue.push_back(std::move(item));
-    }
-    mArrived.notify_one();
-  }
-
-  std::optional<Item> next(Clock::time_point deadline) {
-    std::unique_lock lock(mLock);
-    for (;;) {
-      if (interrupted()) return std::nullopt;
-      if (!mQueue.empty()) break;
-      const Clock::time_point now = Clock::now();
-      if (now >= deadline) return std::nullopt;
-      mArrived.wait_until(lock, std::min<Clock::time_point>(deadline, now + kLook));
-    }
-    Item item = std::move(mQueue.front());
-    mQueue.pop_front();
-    return item;
-  }
-
- private:
-  std::mutex mLock;
-  std::condition_variable mArrived;
-  std::deque<Item> mQueue;  // guarded by mLock
-};
 
 Inbox<Broadcast> gBroadcasts;
 Inbox<StreamMessage> gStreamMessages;
@@ -75,8 +40,12 @@ void queueStreamMessage(std::uint32_t /*errorCode*/, std::uint32_t /*commandID*/
   gStreamMessages.push({streamEnd != 0, isRef != 0, copied(data, size)});
 }
 
-std::optional<Broadcast> nextBroadcast(Clock::time_point deadline) { return gBroadcasts.next(deadline); }
-std::optional<StreamMessage> nextStreamMessage(Clock::time_point deadline) { return gStreamMessages.next(deadline); }
+std::optional<Broadcast> nextBroadcast(Clock::time_point deadline) {
+  return gBroadcasts.nextUnlessInterrupted(deadline);
+}
+std::optional<StreamMessage> nextStreamMessage(Clock::time_point deadline) {
+  return gStreamMessages.nextUnlessInterrupted(deadline);
+}
 
 std::string meaning(std::uint32_t code) {
   switch (code) {
@@ -125,7 +94,7 @@ InFlight sendInFlight(std::uint64_t connection, const std::string& task, std::ui
   }
   // No deadline: the library owes an outcome to each task that it took.
   while (outcome.answers.size() < count - tally.refused) {
-    std::optional<Answer> answer = gAnswers.next(Clock::time_point::max());
+    std::optional<Answer> answer = gAnswers.nextUnlessInterrupted(Clock::time_point::max());
     if (!answer) break;
     ++(answer->errorCode == 0 ? tally.answered : tally.timedOut);
     outcome.answers.push_back(std::move(*answer));

@@ -10,6 +10,7 @@
 #include "options.h"
 #include "platform/environment.h"
 #include "status.h"
+#include "suggestion.h"
 
 namespace kelctl {
 namespace {
@@ -27,14 +28,60 @@ const CLI::App& reached(const CLI::App& app) {
   return app;
 }
 
+bool isOption(const std::string& word) { return word.size() > 1 && word.front() == '-'; }
+
+std::vector<std::string> optionNames(const CLI::App& verb) {
+  std::vector<std::string> names;
+  for (const CLI::Option* option : namedOptionsOf(verb)) names.push_back(option->get_name(false, false));
+  return names;
+}
+
+std::string noVerb(const CLI::App& app, const std::string& word) {
+  std::vector<std::string> names;
+  for (const CLI::App* verb : verbsOf(app)) names.push_back(verb->get_name());
+  return "there is no verb \"" + word + '"' + suggestion(nearest(word, names));
+}
+
 std::string usageFault(const CLI::App* app, const CLI::Error& error) {
   const CLI::App& verb = reached(*app);
   std::string fault = error.what();
-  if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && verb.get_require_subcommand_min() != 0) {
-    const std::vector<std::string> words = verb.remaining();
-    fault = words.empty() ? "a verb is missing" : "there is no verb \"" + words.front() + '"';
+  const std::vector<std::string> words = verb.remaining();
+  const auto option = std::find_if(words.begin(), words.end(), [](const std::string& word) { return isOption(word); });
+  if (option != words.end()) {
+    fault = "there is no option \"" + *option + '"' + suggestion(nearest(*option, optionNames(verb)));
+  } else if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && verb.get_require_subcommand_min() != 0) {
+    fault = words.empty() ? "a verb is missing" : noVerb(verb, words.front());
   }
   return "kelctl: " + fault + "\nRun `" + nameOf(verb) + " --help` for its usage.\n";
+}
+
+struct HelpOptions {
+  std::vector<std::string> verbs;
+};
+
+/// The help of a verb is that of a tree of its own, since the one that asks for it is being parsed.
+int help(const HelpOptions& options, Output& output) {
+  Plan unused;
+  CLI::App app{"", "kelctl"};
+  addVerbs(app, unused);
+  const CLI::App* verb = &app;
+  for (const std::string& word : options.verbs) {
+    const std::vector<const CLI::App*> verbs = verbsOf(*verb);
+    const auto found =
+        std::find_if(verbs.begin(), verbs.end(), [&](const CLI::App* one) { return one->get_name() == word; });
+    if (found == verbs.end()) throw Fault(kWrongUsage, noVerb(*verb, word));
+    verb = *found;
+  }
+  output.text(helpOf(verb, nameOf(*verb)));
+  return kDone;
+}
+
+void addHelp(CLI::App& app, Plan& plan) {
+  const auto options = std::make_shared<HelpOptions>();
+  CLI::App& verb = *app.add_subcommand("help", "Print the help of kelctl or of a verb");
+  verb.footer("kelctl help send\nkelctl help tasks find\n");
+  verb.add_option("VERB", options->verbs, "The verb, with those above it");
+  verb.callback([&plan, options] { plan.action = [options](Output& output) { return help(*options, output); }; });
 }
 
 int failed(Output& output, const Fault& fault) {
@@ -60,7 +107,8 @@ void addVerbs(CLI::App& app, Plan& plan) {
       [](const CLI::App* verb, const std::string& name, CLI::AppFormatMode) { return helpOf(verb, name); });
   app.failure_message(usageFault);
   app.set_help_flag("-h,--help", "Print this help");
-  app.set_version_flag("--version", "kelctl " KELCTL_VERSION, "Print kelctl's version");
+  app.add_flag("--json", plan.json, "Print JSON, one object a line");
+  app.set_version_flag("-V,--version", "kelctl " KELCTL_VERSION, "Print kelctl's version");
   app.footer(
       "kelctl tasks\n"
       "kelctl send TASK_ID_APPLICATION_DEBUG_VAL --val 7 8 9\n"
@@ -77,6 +125,7 @@ void addVerbs(CLI::App& app, Plan& plan) {
   addScenario(app, plan);
   addCompletion(app, plan);
   addVersion(app, plan);
+  addHelp(app, plan);
 }
 
 int run(std::vector<std::string> words) {
@@ -93,6 +142,8 @@ int run(std::vector<std::string> words) {
   setDefault("KELHANDLER_RELEASE_BLOCKS", "1");  // nothing here holds on to a block that the library would keep
   try {
     return plan.action(output);
+  } catch (const ReaderGone&) {
+    return kDone;
   } catch (const Fault& fault) {
     return failed(output, fault);
   } catch (const std::exception& error) {

@@ -12,7 +12,13 @@
 namespace kelctl {
 namespace {
 
-[[noreturn]] void failOnFile(const std::string& name) { throw std::runtime_error(name + ": " + std::strerror(errno)); }
+[[noreturn]] void failOnFile(const std::string& name) { throw Fault(kWrongUsage, name + ": " + std::strerror(errno)); }
+
+/// As the first one, for a write: whoever reads standard output may have gone.
+[[noreturn]] void failOnWrite(const std::string& name) {
+  if (name == kStandardStream && errno == EPIPE) throw ReaderGone();
+  failOnFile(name);
+}
 
 Bytes readAll(std::istream& in, const std::string& name, std::size_t most) {
   Bytes bytes;
@@ -56,9 +62,10 @@ ByteFile::ByteFile(const std::string& name) : mName(name) {
 }
 
 void ByteFile::write(const Bytes& bytes) {
+  errno = 0;
   std::ostream& out = mFile.is_open() ? mFile : std::cout;
   out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size())).flush();
-  if (!out) failOnFile(mName);
+  if (!out) failOnWrite(mName);
 }
 
 }  // namespace kelctl

@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-// Files that go to the device or come from it. What goes wrong is a std::exception that names the file.
+// Files that go to the device or come from it. What goes wrong is a Fault, kWrongUsage, that names the file; a file
+// that is too large is another std::exception.
 #pragma once
 
 #include <cstdint>

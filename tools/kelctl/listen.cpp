@@ -53,6 +53,7 @@ void print(const kel::Broadcast& broadcast, std::uint32_t number, ByteFile& file
 int listen(const ListenOptions& options, Output& output) {
   ByteFile file(options.outFile);
   Session session(options.link);
+  session.announce("listening");
   kel::BroadcastOptions all;
   all.limit = std::numeric_limits<std::size_t>::max();
   kel::Subscription broadcasts = session.client().broadcasts(all);
@@ -64,7 +65,9 @@ int listen(const ListenOptions& options, Output& output) {
     if (!broadcast || interrupted()) break;
     print(*broadcast, ++seen, file, output);
   }
-  if (!options.count || seen == *options.count) return kDone;
+  if (options.count && seen == *options.count) return kDone;
+  if (const std::optional<Fault> loss = session.loss()) throw *loss;
+  if (!options.count) return kDone;
   std::cerr << "kelctl: " << seen << " of " << *options.count << " broadcasts came\n";
   return interrupted() ? kRefused : kNoAnswer;
 }

@@ -38,6 +38,15 @@ std::string checkSeconds(const std::string& text) {
              : "\"" + text + "\" is not a number of seconds";
 }
 
+std::string checkWatch(const std::string& text) {
+  const std::size_t colon = text.rfind(':');
+  if (colon == std::string::npos) return {};
+  const std::string seconds = text.substr(colon + 1);
+  return checkSeconds(seconds).empty() && std::strtod(seconds.c_str(), nullptr) > 0
+             ? std::string()
+             : "\"" + text + "\" is not TASK or TASK:SECONDS";
+}
+
 }  // namespace
 
 CLI::App& addVerb(CLI::App& parent, Plan& plan, const std::string& name, const std::string& help,
@@ -62,8 +71,19 @@ CLI::App& addFamily(CLI::App& parent, const std::string& name, const std::string
 
 void addLink(CLI::App& verb, LinkOptions& link) {
   addTable(verb, link.table);
-  addSeconds(verb, "--timeout", link.timeout,
-             "Wait so long for an answer; RxWaitTimeout of Brel.ini at most (as long)");
+  CLI::Option* const options[] = {
+      addSeconds(verb, "--timeout", link.timeout,
+                 "Wait so long for an answer (RxWaitTimeout of Brel.ini, which is the most)"),
+      verb.add_option("--watch", link.watch,
+                      "Send TASK after each so many SECONDS of silence (2), and if it is not answered three times, end "
+                      "with status 4. The stand-in gets TASK_ID_VERSIONS_GET_UIDS unless this says \"none\". A real "
+                      "device gets nothing that is not asked for here: then a link that is lost in silence goes "
+                      "unnoticed")
+          ->type_name("TASK[:SECONDS]")
+          ->check(checkWatch),
+      addFlag(verb, "--reconnect", link.reconnect,
+              "Connect again when the link is lost or the device not there, with growing pauses, and go on")};
+  for (CLI::Option* option : options) option->group("Link");
 }
 
 void addPayload(CLI::App& verb, PayloadOptions& payload, std::initializer_list<CLI::Option*> instead) {
@@ -78,15 +98,19 @@ void addPayload(CLI::App& verb, PayloadOptions& payload, std::initializer_list<C
           ->check(checkHex),
       verb.add_option("--text", payload.text, "A text and the zero byte that ends it")->type_name("TEXT"),
       verb.add_option("--in", payload.inFile, "Bytes from a file, - for standard input")->type_name("FILE")};
+  constexpr char kGroup[] = "Payload (none: three zeros for a VAL task, nothing for a REF task)";
+  addFlag(verb, "--force", payload.force, "Send a payload that does not fit the task's form")->group(kGroup);
   for (auto option = options.begin(); option != options.end(); ++option) {
-    (*option)->group("Payload (none: three zeros for a VAL task, nothing for a REF task)");
+    (*option)->group(kGroup);
     std::for_each(options.begin(), option, [&](CLI::Option* other) { (*option)->excludes(other); });
     exclude(*option, instead);
   }
 }
 
 CLI::Option* addTask(CLI::App& verb, std::string& task) {
-  return addOptionalTask(verb, task, "Name of the task; `kelctl tasks` lists them")->required();
+  return addOptionalTask(verb, task,
+                         "Name of the task in any case, also without TASK_ID_, or its TUI; `kelctl tasks` lists them")
+      ->required();
 }
 
 CLI::Option* addOptionalTask(CLI::App& verb, std::string& task, const std::string& help) {

@@ -58,6 +58,8 @@ CLI::App& addFamily(CLI::App& parent, const std::string& name, const std::string
 struct LinkOptions {
   std::string table;              ///< a task table in place of the library's choice
   std::optional<double> timeout;  ///< seconds; none: as the settings say
+  std::string watch;              ///< TASK[:SECONDS], "none", or empty for the choice that is made by itself
+  bool reconnect = false;
 };
 
 void addLink(CLI::App& verb, LinkOptions& link);
@@ -68,6 +70,7 @@ struct PayloadOptions {
   std::optional<std::string> hex;
   std::optional<std::string> text;
   std::string inFile;
+  bool force = false;  ///< also if it does not fit the task's form
 };
 
 /// `instead`: options that make the payload in a way of their own.

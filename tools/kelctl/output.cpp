@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "platform/standard_streams.h"
+#include "status.h"
 
 namespace kelctl {
 namespace {
@@ -27,6 +28,7 @@ Output::Output(bool json) : mJson(json), mTerminal(!json && isTerminal(stdout)),
 void Output::text(const std::string& text) {
   errno = 0;
   std::cout << text << std::flush;
+  if (!std::cout && errno == EPIPE) throw ReaderGone();
   if (!std::cout) throw std::runtime_error(std::string("standard output: ") + std::strerror(errno));
 }
 

@@ -5,12 +5,13 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <numeric>
-#include <thread>
 
 #include "files.h"
+#include "inbox.h"
 #include "interrupt.h"
 #include "options.h"
 #include "session.h"
+#include "task_names.h"
 
 namespace kelctl {
 namespace {
@@ -18,6 +19,7 @@ namespace {
 constexpr const char* kEchoVal = kel::tasks::TASK_ID_APPLICATION_DEBUG_VAL.name;
 constexpr const char* kEchoRef = kel::tasks::TASK_ID_APPLICATION_DEBUG_REF.name;
 constexpr std::uint32_t kInterval = 1000;
+constexpr std::uint32_t kMostPending = 60;
 constexpr std::uint32_t kMostPayload = 8192;
 constexpr std::size_t kBarWidth = 40;
 
@@ -41,7 +43,7 @@ struct Times {
   std::uint32_t refused = 0;
   std::vector<double> times;  ///< of the answers, in ms; sorted where it is read
 
-  std::uint32_t lost() const { return sent - static_cast<std::uint32_t>(times.size()); }
+  std::uint32_t lost() const { return sent - refused - static_cast<std::uint32_t>(times.size()); }
   double mean() const { return std::accumulate(times.begin(), times.end(), 0.0) / static_cast<double>(times.size()); }
   /// The least time that so many percent of the answers did not exceed.
   double percentile(double percent) const {
@@ -97,7 +99,8 @@ void printSummary(const std::string& task, const Times& statistics, Output& outp
               {"task", task},
               {"sent", statistics.sent},
               {"answered", times.size()},
-              {"refused", statistics.refused}};
+              {"refused", statistics.refused},
+              {"lost", statistics.lost()}};
     if (!times.empty()) {
       Json bands = Json::array();
       for (const Band& band : statistics.histogram()) {
@@ -125,12 +128,6 @@ void printSummary(const std::string& task, const Times& statistics, Output& outp
   if (output.terminal()) printBars(statistics, output);
 }
 
-void sleepUntil(Clock::time_point end) {
-  while (!interrupted() && Clock::now() < end) {
-    std::this_thread::sleep_until(std::min<Clock::time_point>(end, Clock::now() + kLook));
-  }
-}
-
 /// The echo task that takes the payload.
 const char* echoTask(const PingOptions& options) {
   const PayloadOptions& payload = options.payload;
@@ -145,37 +142,94 @@ Bytes question(const PingOptions& options) {
   return payload;
 }
 
-int ping(const PingOptions& options, Output& output) {
-  const std::string task = options.task.empty() ? echoTask(options) : options.task;
-  const Bytes payload = question(options);
-  Session session(options.link);
-  Times statistics;
-  std::optional<Fault> refusal;
-  while (!interrupted() && statistics.sent != options.count) {
-    const Clock::time_point start = Clock::now();
-    const std::uint32_t number = ++statistics.sent;
-    const kel::Result<kel::Payload> answer = session.client().task(task, payload);
-    if (answer) {
-      statistics.times.push_back(milliseconds(Clock::now() - start));
-      printAnswer(task, number, answer->size(), statistics.times.back(), output);
-    } else if (answer.cause() == kel::Cause::noAnswer) {
-      printFailure(task, number, "lost", output);
-    } else if (interrupted()) {
-      --statistics.sent;  // neither answered nor lost
-    } else {
-      refusal.emplace(session.fault(answer.error()));
-      ++statistics.refused;
-      printFailure(task, number, "refused", output);
+struct Outcome {
+  std::uint32_t number;
+  kel::Result<kel::Payload> answer;
+  Clock::duration time;
+};
+
+/// The tasks that are sent, each at its time, whatever has become of those before it.
+class Pings {
+ public:
+  Pings(const std::string& task, const Bytes& payload, const PingOptions& options, Output& output)
+      : mTask(task),
+        mPayload(payload),
+        mInterval(options.interval.value_or(kInterval)),
+        mCount(options.count),
+        mOutput(output),
+        mSession(options.link, !options.payload.force) {}
+
+  /// Sends them, and waits for what becomes of each. Throws Fault if none was answered, or if the link was lost.
+  void run() {
+    mSession.announce("measuring round trips");
+    Clock::time_point next = Clock::now();
+    for (;;) {
+      const bool goesOn = !interrupted() && !mSession.loss() && mTimes.sent != mCount;
+      if (!goesOn && mPending == 0) break;
+      const Clock::time_point now = Clock::now();
+      if (goesOn && now >= next && mPending < mostPending() && mSession.client().state() == kel::State::connected) {
+        send();
+        next = std::max(next + mInterval, now);
+        continue;
+      }
+      const Clock::time_point look = now + kLook;
+      const std::optional<Outcome> outcome = mOutcomes.next(goesOn && next > now ? std::min(next, look) : look);
+      if (outcome) settle(*outcome);
     }
-    if (statistics.sent != options.count) {
-      sleepUntil(start + std::chrono::milliseconds(options.interval.value_or(kInterval)));
-    }
+    std::sort(mTimes.times.begin(), mTimes.times.end());
+    printSummary(mTask, mTimes, mOutput);
+    if (const std::optional<Fault> loss = mSession.loss()) throw *loss;
+    if (!mTimes.times.empty() || mTimes.sent == 0) return;
+    throw faultOf(mFailure.value_or(kel::Error{kel::Cause::noAnswer, 0, mTask}));
   }
-  std::sort(statistics.times.begin(), statistics.times.end());
-  printSummary(task, statistics, output);
-  if (!statistics.times.empty() || statistics.sent == 0) return kDone;
-  if (refusal) throw *refusal;
-  return kNoAnswer;
+
+ private:
+  /// With no interval each task waits for the end of the one before it.
+  std::uint32_t mostPending() const { return mInterval.count() == 0 ? 1 : kMostPending; }
+
+  void send() {
+    const std::uint32_t number = ++mTimes.sent;
+    ++mPending;
+    const Clock::time_point start = Clock::now();
+    mSession.client().start(mTask, mPayload, [this, number, start](kel::Result<kel::Payload> answer) {
+      mOutcomes.push({number, std::move(answer), Clock::now() - start});
+    });
+  }
+
+  void settle(const Outcome& outcome) {
+    --mPending;
+    if (outcome.answer) {
+      mTimes.times.push_back(milliseconds(outcome.time));
+      return printAnswer(mTask, outcome.number, outcome.answer->size(), mTimes.times.back(), mOutput);
+    }
+    const bool isRefused =
+        outcome.answer.cause() == kel::Cause::refused || outcome.answer.cause() == kel::Cause::unknownTask;
+    if (isRefused) {
+      ++mTimes.refused;
+      mFailure = outcome.answer.error();
+    }
+    printFailure(mTask, outcome.number, isRefused ? "refused" : "lost", mOutput);
+  }
+
+  const std::string mTask;
+  const Bytes mPayload;
+  const std::chrono::milliseconds mInterval;
+  const std::optional<std::uint32_t> mCount;
+  Output& mOutput;
+  Times mTimes;
+  std::uint32_t mPending = 0;
+  std::optional<kel::Error> mFailure;  // of one that was refused
+  Inbox<Outcome> mOutcomes;            // ahead of the session, whose callbacks use it
+  Session mSession;
+};
+
+int ping(const PingOptions& options, Output& output) {
+  const TaskNames names(options.link.table);
+  const std::string task = names.find(options.task.empty() ? echoTask(options) : options.task);
+  const Bytes payload = question(options);
+  names.check(task, options.payload, payload);
+  Pings(task, payload, options, output).run();
+  return kDone;
 }
 
 }  // namespace
@@ -184,8 +238,9 @@ void addPing(CLI::App& app, Plan& plan) {
   auto [verb, options] =
       addVerb<PingOptions>(app, plan, "ping",
                            "Measure round trips until Ctrl-C, and sum them up\n"
-                           "The exit status is 0 if any task was answered. One that is not answered in time\n"
-                           "counts as lost.",
+                           "The exit status is 0 if any task was answered, and 3 if none was. One that has\n"
+                           "no answer in time, or none yet at Ctrl-C, counts as lost. While answers are\n"
+                           "late the next task is sent all the same.",
                            "kelctl ping --count 5 --interval 100\n"
                            "kelctl ping --size 1024 --count 1000 --interval 0 | tail -n 1\n"
                            "kelctl ping --val 7 8 9 --count 1\n"
@@ -194,7 +249,8 @@ void addPing(CLI::App& app, Plan& plan) {
   addOptionalTask(verb, options.task, "Task to send instead of the device's echo");
   addLink(verb, options.link);
   addNumber(verb, "--count", "N", options.count, "End after N tasks", 1);
-  addNumber(verb, "--interval", "MS", options.interval, "Milliseconds from one task to the next (1000)");
+  addNumber(verb, "--interval", "MS", options.interval,
+            "Milliseconds from one task to the next (1000; 0: each behind the end of the one before)");
   addPayload(
       verb, options.payload,
       {addNumber(verb, "--size", "BYTES", options.size, "Payload of so many bytes, 8192 at most", 0, kMostPayload)});

@@ -6,6 +6,7 @@
 #include "options.h"
 #include "session.h"
 #include "tally.h"
+#include "task_names.h"
 
 namespace kelctl {
 namespace {
@@ -20,14 +21,14 @@ struct SendOptions {
   std::optional<std::uint32_t> inFlight;  ///< so many at once, asynchronously
 };
 
-int sendAtOnce(const SendOptions& options, std::uint32_t count, Output& output) {
-  const Bytes payload = payloadOf(options.payload);
-  Session session(options.link);
+int sendAtOnce(const SendOptions& options, const std::string& task, const Bytes& payload, Output& output) {
+  const std::uint32_t count = options.inFlight.value_or(1);
+  Session session(options.link, !options.payload.force);
   Tally tally;
   tally.tasks = count;
   const Clock::time_point start = Clock::now();
   std::vector<kel::Call> calls;
-  for (std::uint32_t i = 0; i < count; ++i) calls.push_back(session.client().start(options.task, payload));
+  for (std::uint32_t i = 0; i < count; ++i) calls.push_back(session.client().start(task, payload));
   std::optional<kel::Error> failure;  // that is not just the time
   for (const kel::Call& call : calls) {
     const kel::Result<kel::Payload> answer = call.get();
@@ -43,7 +44,7 @@ int sendAtOnce(const SendOptions& options, std::uint32_t count, Output& output) 
   tally.time = Clock::now() - start;
   if (output.json()) {
     output.object({{"verb", "send"},
-                   {"task", options.task},
+                   {"task", task},
                    {"tasks", tally.tasks},
                    {"answered", tally.answered},
                    {"timedOut", tally.timedOut},
@@ -57,28 +58,31 @@ int sendAtOnce(const SendOptions& options, std::uint32_t count, Output& output) 
 }
 
 int send(const SendOptions& options, Output& output) {
-  if (options.async || options.inFlight) return sendAtOnce(options, options.inFlight.value_or(1), output);
+  const TaskNames names(options.link.table);
+  const std::string task = names.find(options.task);
   const Bytes payload = payloadOf(options.payload);
+  names.check(task, options.payload, payload);
+  if (options.async || options.inFlight) return sendAtOnce(options, task, payload, output);
   // The file is opened ahead of the task, so that a name that leads nowhere costs no answer.
   ByteFile file(options.outFile);
 
-  Session session(options.link);
+  Session session(options.link, !options.payload.force);
   if (options.noResponse) {
-    const kel::Result<void> sent = session.client().post(options.task, payload);
+    const kel::Result<void> sent = session.client().post(task, payload);
     if (!sent) throw session.fault(sent.error());
-    if (output.json()) output.object({{"verb", "send"}, {"task", options.task}});
+    if (output.json()) output.object({{"verb", "send"}, {"task", task}});
     std::cerr << "sent, no answer asked for\n";
     return kDone;
   }
   const Clock::time_point start = Clock::now();
-  const kel::Payload answer = session.ask(options.task, payload);
+  const kel::Payload answer = session.ask(task, payload);
   const Clock::duration time = Clock::now() - start;
   const Bytes bytes = toBytes(answer);
   if (file) {
     file.write(bytes);
   } else if (output.json()) {
     output.object({{"verb", "send"},
-                   {"task", options.task},
+                   {"task", task},
                    {"milliseconds", milliseconds(time)},
                    {"payload", payloadJson(isRef(answer), bytes)}});
   } else if (bytes.empty()) {

@@ -2,12 +2,19 @@
 #include "session.h"
 
 #include <cmath>
+#include <iostream>
 
 #include "interrupt.h"
+#include "platform/pipe_library.h"
 #include "settings.h"
+#include "task_names.h"
 
 namespace kelctl {
 namespace {
+
+constexpr kel::Milliseconds kConnectTime{10000};
+constexpr kel::Milliseconds kLossTime{1000};
+constexpr char kNoWatch[] = "none";
 
 struct Meaning {
   int status;
@@ -31,6 +38,9 @@ Meaning meaningOf(kel::Cause cause) {
       return {kNoLink, "See that the device is there, and that `kelctl tasks` can read the task table."};
     case kel::Cause::noNumber:
       return {kBusy, "Fewer tasks at once may pass."};
+    case kel::Cause::busy:
+    case kel::Cause::reserved:
+      return {kBusy, "Somebody else is using it."};
     case kel::Cause::refused:
     case kel::Cause::cancelled:
       break;
@@ -54,11 +64,17 @@ Bytes toBytes(const kel::Payload& payload) {
   return {bytes.begin(), bytes.end()};
 }
 
-Session::Session(const LinkOptions& options)
-    : mTimeout(options.timeout ? toMilliseconds(*options.timeout) : waitLimit()),
-      mClient((catchInterrupt(), kel::Client::begin(clientOptions(options)))),
+Session::Session(const LinkOptions& options, bool checksForm)
+    : mReconnects(options.reconnect),
+      mWatch(watchOf(options)),
+      mClient((catchInterrupt(), kel::Client::begin(clientOptions(options, checksForm)))),
       mGuard([this] { keepGuard(); }) {
-  if (mClient.waitFor(kel::State::connected, options.timeout ? mTimeout : kConnectTime)) return;
+  const kel::Milliseconds limit = options.timeout ? toMilliseconds(*options.timeout) : kConnectTime;
+  bool isConnected = mClient.waitFor(kel::State::connected, limit);
+  while (!isConnected && mReconnects && mClient.state() != kel::State::closed && !interrupted()) {
+    isConnected = mClient.waitFor(kel::State::connected, kConnectTime);
+  }
+  if (isConnected) return;
   const Fault why = fault({kel::Cause::notConnected, 0, ""});
   end();
   throw why;
@@ -75,30 +91,97 @@ void Session::end() {
   mGuard.join();
 }
 
-kel::Payload Session::ask(const std::string& task, const Bytes& payload, const kel::CallOptions& options) {
-  kel::Result<kel::Payload> answer = mClient.task(task, payload, options);
+void Session::announce(const std::string& activity) const {
+  std::string text = "kelctl: " + activity + "; ";
+  if (mWatch.task.empty()) {
+    text += "nothing is sent to watch the link, so its loss goes unnoticed (--watch TASK)";
+  } else {
+    text += mWatch.task + " is sent each " + timeText(mWatch.interval) + " of silence to watch the link";
+  }
+  std::cerr << text + '\n';
+}
+
+kel::Payload Session::ask(const std::string& task, const Bytes& payload) {
+  kel::Result<kel::Payload> answer = mClient.task(task, payload);
   if (!answer) throw fault(answer.error());
   return std::move(*answer);
 }
 
-Fault Session::fault(const kel::Error& error) const { return interrupted() ? interruption() : faultOf(error); }
+Fault Session::fault(const kel::Error& error) {
+  if (interrupted()) return interruption();
+  if (error.cause == kel::Cause::linkLost && !mReconnects) {
+    // The client tells of the loss on a thread of its own, which may come behind the end of the call.
+    std::unique_lock lock(mMutex);
+    mWake.wait_for(lock, kLossTime, [this] { return mLoss.has_value(); });
+  }
+  const bool isLinks = error.cause == kel::Cause::linkLost || error.cause == kel::Cause::closed;
+  const std::optional<Fault> lost = loss();
+  return isLinks && lost ? *lost : faultOf(error);
+}
 
-kel::Options Session::clientOptions(const LinkOptions& options) {
+std::optional<Fault> Session::loss() const {
+  const std::lock_guard lock(mMutex);
+  if (!mLoss) return std::nullopt;
+  return Fault(kNoLink,
+               "the link to the device is lost: " + *mLoss +
+                   ".\nSee that the device is there. --reconnect goes on when it is back.",
+               kel::word(kel::Cause::linkLost));
+}
+
+Session::Watch Session::watchOf(const LinkOptions& options) {
+  const TaskNames names(options.table);
+  Watch watch;
+  if (options.watch.empty()) {
+    const std::string task = kel::tasks::TASK_ID_VERSIONS_GET_UIDS.name;
+    if (isStandIn() && names.has(task)) watch.task = task;
+  } else if (options.watch != kNoWatch) {
+    const std::size_t colon = options.watch.rfind(':');
+    watch.task = names.find(options.watch.substr(0, colon));
+    if (colon != std::string::npos) watch.interval = toMilliseconds(std::stod(options.watch.substr(colon + 1)));
+  }
+  return watch;
+}
+
+kel::Options Session::clientOptions(const LinkOptions& options, bool checksForm) {
   kel::Options client;
-  client.table = options.table;
-  client.timeout = mTimeout;
+  client.table = tableOf(options.table);
+  client.timeout = options.timeout ? toMilliseconds(*options.timeout) : waitLimit();
   client.maxInFlight = kMaxInFlight;
+  client.checksForm = checksForm;
+  client.supervision.heartbeat = mWatch.task;
+  client.supervision.interval = mWatch.interval;
+  client.supervision.reconnect = mReconnects;
+  client.onState = [this](const kel::StateChange& change) { tell(change); };
   return client;
+}
+
+void Session::tell(const kel::StateChange& change) {
+  std::string text;
+  {
+    const std::lock_guard lock(mMutex);
+    if (change.state == kel::State::lost && !mReconnects) mLoss = change.reason;
+    if (change.state == kel::State::lost && mReconnects) {
+      text = (change.pause.count() == 0 ? "the link to the device is lost: " : "") + change.reason;
+      if (change.pause.count() != 0) text += "; trying again in " + timeText(change.pause);
+      mWasLost = true;
+    } else if (change.state == kel::State::connected && mWasLost) {
+      text = "connected";
+      mWasLost = false;
+    } else if (change.state == kel::State::connecting && change.attempt == 0) {
+      text = change.reason;
+    }
+  }
+  mWake.notify_all();
+  if (!text.empty()) std::cerr << "kelctl: " + text + '\n';
 }
 
 void Session::keepGuard() {
   std::unique_lock lock(mMutex);
-  while (!mWake.wait_for(lock, kLook, [this] { return mEnds; })) {
-    if (!interrupted()) continue;
-    lock.unlock();
-    mClient.close();
-    return;
+  while (!mWake.wait_for(lock, kLook, [this] { return mEnds || mLoss; }) && !interrupted()) {
   }
+  if (mEnds) return;
+  lock.unlock();
+  mClient.close();
 }
 
 }  // namespace kelctl

@@ -1,9 +1,11 @@
 /* SPDX-License-Identifier: MIT */
-// A device as the verbs reach it: a client that gives its connection back in any case, and errors that say what to do.
+// A device as the verbs reach it: a client that gives its connection back in any case, a link that is watched, and
+// errors that say what to do.
 #pragma once
 
 #include <condition_variable>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -21,47 +23,58 @@ inline constexpr std::uint32_t kMaxInFlight = 64;
 /// What a failed call ends the program with: text, hint, status and cause.
 Fault faultOf(const kel::Error& error);
 
-/// So long at most; zero and less is no time at all.
 kel::Milliseconds toMilliseconds(double seconds);
 
 Bytes toBytes(const kel::Payload& payload);
 inline bool isRef(const kel::Payload& payload) { return payload.form() == kel::Form::ref; }
 
-/// A connection, for the life of the object. Ctrl-C is caught from here on: it closes the client, which ends whatever
-/// is waited for.
+/// A connection, for the life of the object. Ctrl-C is caught from here on. It closes the client, which ends whatever
+/// is waited for; so does the loss of the link, unless the client is to come back.
 class Session {
  public:
-  /// Throws Fault.
-  explicit Session(const LinkOptions& options);
+  /// Connects. Throws Fault.
+  explicit Session(const LinkOptions& options, bool checksForm = true);
   ~Session();
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
   kel::Client& client() { return mClient; }
 
-  /// How long one answer is waited for.
-  kel::Milliseconds timeout() const { return mTimeout; }
+  /// Tells on standard error what goes on from now on, and how the link is watched meanwhile.
+  void announce(const std::string& activity) const;
 
   /// Sends a task and waits for its answer. Throws Fault.
-  kel::Payload ask(const std::string& task, const Bytes& payload, const kel::CallOptions& options = {});
+  kel::Payload ask(const std::string& task, const Bytes& payload);
 
-  /// What a failed call means now that it has failed: Ctrl-C, if that ended it.
-  Fault fault(const kel::Error& error) const;
+  /// What a failed call means now that it has failed: Ctrl-C or the loss of the link, if that ended it.
+  Fault fault(const kel::Error& error);
+
+  /// The end of the link, if it has ended for good.
+  std::optional<Fault> loss() const;
 
  private:
-  static constexpr kel::Milliseconds kConnectTime{10000};
+  struct Watch {
+    std::string task;  ///< empty: the link is not watched
+    kel::Milliseconds interval{2000};
+  };
 
-  kel::Options clientOptions(const LinkOptions& options);
-  /// Closes the client at Ctrl-C.
+  static Watch watchOf(const LinkOptions& options);
+  kel::Options clientOptions(const LinkOptions& options, bool checksForm);
+  void tell(const kel::StateChange& change);
+  /// Closes the client at Ctrl-C and at the loss of the link.
   void keepGuard();
   void end();
 
-  const kel::Milliseconds mTimeout;
-  kel::Client mClient;
+  const bool mReconnects;
+  const Watch mWatch;
 
-  std::mutex mMutex;
+  mutable std::mutex mMutex;
   std::condition_variable mWake;
-  bool mEnds = false;  // guarded by mMutex
+  bool mEnds = false;                // guarded by mMutex
+  bool mWasLost = false;             // likewise: it is to be told when it is back
+  std::optional<std::string> mLoss;  // likewise: why the link is gone for good
+
+  kel::Client mClient;
   std::thread mGuard;
 };
 

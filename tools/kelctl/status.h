@@ -33,6 +33,12 @@ class Fault : public std::runtime_error {
   const std::string mCause;
 };
 
+/// Nobody reads standard output any more, as behind `| head`: there is nothing left to do, and nothing to tell.
+class ReaderGone : public std::runtime_error {
+ public:
+  ReaderGone() : std::runtime_error("nobody reads standard output") {}
+};
+
 /// Ctrl-C while something was waited for.
 inline Fault interruption() { return {kRefused, "interrupted before the answer came.", "interrupted"}; }
 

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
 #include "files.h"
 #include "options.h"
+#include "suggestion.h"
 #include "table_check.h"
 #include "task_table.h"
 
@@ -44,12 +43,6 @@ void printTasks(const std::string& verb, const std::vector<Task>& tasks, Output&
 int list(const TasksOptions& options, Output& output) {
   printTasks("tasks list", readTable(options.table), output);
   return kDone;
-}
-
-std::string lower(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); });
-  return text;
 }
 
 int find(const TasksOptions& options, Output& output) {

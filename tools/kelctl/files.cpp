@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "platform/standard_streams.h"
+#include "platform/text.h"
 
 namespace kelctl {
 namespace {
@@ -35,12 +36,18 @@ Bytes readAll(std::istream& in, const std::string& name, std::size_t most) {
 
 }  // namespace
 
+std::string libraryFile(const std::string& name) {
+  const std::optional<std::string> file = libraryName(name);
+  if (!file) throw Fault(kWrongUsage, name + ": the library cannot open a file of this name.");
+  return *file;
+}
+
 Bytes readFile(const std::string& name, std::size_t most) {
   if (name == kStandardStream) {
     passBytes(stdin);
     return readAll(std::cin, name, most);
   }
-  std::ifstream file(name, std::ios::binary);
+  std::ifstream file(pathOf(name), std::ios::binary);
   if (!file) failOnFile(name);
   return readAll(file, name, most);
 }
@@ -56,7 +63,7 @@ ByteFile::ByteFile(const std::string& name) : mName(name) {
   if (mName == kStandardStream) {
     passBytes(stdout);
   } else if (!mName.empty()) {
-    mFile.open(mName, std::ios::binary);
+    mFile.open(pathOf(mName), std::ios::binary);
     if (!mFile) failOnFile(mName);
   }
 }

@@ -15,6 +15,9 @@ namespace kelctl {
 /// As a file's name: a standard stream instead.
 inline constexpr char kStandardStream[] = "-";
 
+/// A file's name for the library. Throws Fault for one that it cannot open.
+std::string libraryFile(const std::string& name);
+
 /// `most`: the size of the largest file that is read.
 Bytes readFile(const std::string& name, std::size_t most = SIZE_MAX);
 

@@ -1,5 +1,9 @@
 // SPDX-License-Identifier: MIT
 // kelctl: the device from the command line.
 #include "command_line.h"
+#include "platform/text.h"
 
-int main(int argc, char** argv) { return kelctl::run({argv + 1, argv + argc}); }
+int main(int argc, char** argv) {
+  const kelctl::TerminalText text;
+  return kelctl::run(kelctl::arguments(argc, argv));
+}

@@ -6,20 +6,32 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "platform/text.h"
+
 namespace kelctl {
 namespace {
 
 constexpr double kMostSeconds = 1e9;
 
-/// The package's check, without its word for it in the help.
-CLI::Validator existingFile() { return CLI::ExistingFile.description(""); }
-
 /// The library looks twice at a table, which a pipe does not allow, and waits for the pipe's writer.
 std::string checkRegularFile(const std::string& name) {
   std::error_code error;
-  const std::filesystem::file_status status = std::filesystem::status(name, error);
+  const std::filesystem::file_status status = std::filesystem::status(pathOf(name), error);
   if (!std::filesystem::exists(status)) return name + " does not exist";
   return std::filesystem::is_regular_file(status) ? std::string() : name + " is no regular file";
+}
+
+/// Anything that can be read: a pipe as well.
+std::string checkFile(const std::string& name) {
+  std::error_code error;
+  const std::filesystem::file_status status = std::filesystem::status(pathOf(name), error);
+  if (!std::filesystem::exists(status)) return name + " does not exist";
+  return std::filesystem::is_directory(status) ? name + " is a folder" : std::string();
+}
+
+std::string checkFolder(const std::string& name) {
+  std::error_code error;
+  return std::filesystem::is_directory(pathOf(name), error) ? std::string() : name + " is no folder";
 }
 
 std::string checkHex(const std::string& text) {
@@ -118,7 +130,11 @@ CLI::Option* addOptionalTask(CLI::App& verb, std::string& task, const std::strin
 }
 
 CLI::Option* addFile(CLI::App& verb, std::string& file, const std::string& help) {
-  return verb.add_option("FILE", file, help)->required()->check(existingFile());
+  return verb.add_option("FILE", file, help)->required()->check(checkFile);
+}
+
+CLI::Option* addNewFile(CLI::App& verb, std::string& file, const std::string& help) {
+  return verb.add_option("FILE", file, help);
 }
 
 CLI::Option* addQuery(CLI::App& verb, std::string& query, const std::string& help) {
@@ -140,8 +156,13 @@ CLI::Option* addSeconds(CLI::App& verb, const std::string& name, std::optional<d
   return verb.add_option(name, seconds, help)->type_name("SECONDS")->check(checkSeconds);
 }
 
+CLI::Option* addText(CLI::App& verb, const std::string& name, const std::string& unit, std::optional<std::string>& text,
+                     const std::string& help) {
+  return verb.add_option(name, text, help)->type_name(unit);
+}
+
 CLI::Option* addFolder(CLI::App& verb, const std::string& name, std::string& folder, const std::string& help) {
-  return verb.add_option(name, folder, help)->type_name("DIR")->check(CLI::ExistingDirectory.description(""));
+  return verb.add_option(name, folder, help)->type_name("DIR")->check(checkFolder);
 }
 
 CLI::Option* addTable(CLI::App& verb, std::string& table) {

@@ -80,6 +80,7 @@ void addPayload(CLI::App& verb, PayloadOptions& payload, std::initializer_list<C
 CLI::Option* addTask(CLI::App& verb, std::string& task);
 CLI::Option* addOptionalTask(CLI::App& verb, std::string& task, const std::string& help);
 CLI::Option* addFile(CLI::App& verb, std::string& file, const std::string& help);
+CLI::Option* addNewFile(CLI::App& verb, std::string& file, const std::string& help);
 CLI::Option* addQuery(CLI::App& verb, std::string& query, const std::string& help);
 
 // By name. `unit` is what the option takes, as the help calls it.
@@ -89,6 +90,8 @@ CLI::Option* addNumber(CLI::App& verb, const std::string& name, const std::strin
                        std::uint32_t most = UINT32_MAX);
 CLI::Option* addSeconds(CLI::App& verb, const std::string& name, std::optional<double>& seconds,
                         const std::string& help);
+CLI::Option* addText(CLI::App& verb, const std::string& name, const std::string& unit, std::optional<std::string>& text,
+                     const std::string& help);
 CLI::Option* addFolder(CLI::App& verb, const std::string& name, std::string& folder, const std::string& help);
 CLI::Option* addTable(CLI::App& verb, std::string& table);
 /// `what` goes to the file, and so not to standard output as JSON.

@@ -4,8 +4,9 @@
 #include <cmath>
 #include <iostream>
 
+#include "files.h"
 #include "interrupt.h"
-#include "platform/pipe_library.h"
+#include "platform/libraries.h"
 #include "settings.h"
 #include "task_names.h"
 
@@ -133,6 +134,7 @@ Session::Watch Session::watchOf(const LinkOptions& options) {
   Watch watch;
   if (options.watch.empty()) {
     const std::string task = kel::tasks::TASK_ID_VERSIONS_GET_UIDS.name;
+    (void)kel::Library::version();  // its first call loads the library
     if (isStandIn() && names.has(task)) watch.task = task;
   } else if (options.watch != kNoWatch) {
     const std::size_t colon = options.watch.rfind(':');
@@ -144,7 +146,7 @@ Session::Watch Session::watchOf(const LinkOptions& options) {
 
 kel::Options Session::clientOptions(const LinkOptions& options, bool checksForm) {
   kel::Options client;
-  client.table = tableOf(options.table);
+  client.table = libraryFile(tableOf(options.table));
   client.timeout = options.timeout ? toMilliseconds(*options.timeout) : waitLimit();
   client.maxInFlight = kMaxInFlight;
   client.checksForm = checksForm;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "task_names.h"
 
+#include "files.h"
 #include "settings.h"
 #include "suggestion.h"
 
@@ -17,7 +18,7 @@ std::string_view withoutPrefix(std::string_view name) {
 
 }  // namespace
 
-TaskNames::TaskNames(const std::string& tableFile) : mTable(kel::TaskTable::inForce(tableOf(tableFile))) {
+TaskNames::TaskNames(const std::string& tableFile) : mTable(kel::TaskTable::inForce(libraryFile(tableOf(tableFile)))) {
   if (mTable.size() != 0) return;
   throw Fault(kRefused, (tableFile.empty() ? "Brel.ini" : tableFile) +
                             ": this task table cannot be read through.\n`kelctl tasks check` tells why.");

@@ -24,7 +24,7 @@ std::string tableText(const std::string& fileName) {
   if (!fileName.empty()) text = readTableFile(fileName);
   kel::BrelTUIsList list;
   // An empty name cannot be opened, which leaves the built-in table.
-  list.SetTUIsFile(nullptr, fileName.c_str());
+  list.SetTUIsFile(nullptr, libraryFile(fileName).c_str());
   if (!list.ReadTUIs()) {
     throw std::runtime_error(fileName + ": this task table cannot be read through.\n`kelctl tasks check` tells why.");
   }

@@ -18,7 +18,7 @@ int validate(const ValidateOptions& options, Output& output) {
   const Bytes content = readFile(options.file);
   Session session(options.link);
   const kel::Result<bool> verdict =
-      session.client().validateVersion(options.file, {content.data(), content.size()}, options.vectors);
+      session.client().validateVersion(options.file, {content.data(), content.size()}, libraryFile(options.vectors));
   if (!verdict) throw session.fault(verdict.error());
   const bool valid = *verdict;
   if (output.json()) {

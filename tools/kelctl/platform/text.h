@@ -1,32 +1,33 @@
 /* SPDX-License-Identifier: MIT */
-// Text as the system has it: UTF-8 on the one, UTF-16 or its code page on the other.
+// Texts between kelctl, where they are UTF-8, and the system.
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace kelctl {
 
-/// The words behind the program's name, in UTF-8.
+/// The words behind the program's name.
 std::vector<std::string> arguments(int argc, char** argv);
 
 /// Has the terminal take UTF-8, for the life of the object.
-class TextOutput {
+class TerminalText {
  public:
-  TextOutput();
-  ~TextOutput();
-  TextOutput(const TextOutput&) = delete;
-  TextOutput& operator=(const TextOutput&) = delete;
+  TerminalText();
+  ~TerminalText();
+  TerminalText(const TerminalText&) = delete;
+  TerminalText& operator=(const TerminalText&) = delete;
 
  private:
   const unsigned mFormer;
 };
 
-/// A file by its name in UTF-8.
+/// A file, to be opened here.
 std::filesystem::path pathOf(const std::string& name);
 
-/// A file's name as the library takes it, which knows the system's code page alone.
-std::string libraryName(const std::string& name);
+/// A file's name for the library, which knows the system's code page alone; none if that has not all of its letters.
+std::optional<std::string> libraryName(const std::string& name);
 
 }  // namespace kelctl

@@ -20,7 +20,7 @@ SILENT = {"rules": [{"task": VAL, "drop": True}]}
 REFUSING = {"rules": [{"task": VAL, "refuse": {"L4status": 5}}]}
 
 DUMPS = """[Common]
-RxWaitTimeout=100
+RxWaitTimeout=500
 RequestStructDumpFilename=request.dump
 ResponseStructPayloadDumpFilename=answer.dump
 """
@@ -58,6 +58,7 @@ RUNS = [
     (["validate", "table.csv"], 0, None),
     (["scenario", "check", "good.json"], 0, None),
     (["scenario", "check", "table.csv"], 1, None),
+    (["doctor"], 0, None),
     (["version"], 0, None),
 ]
 

@@ -6,6 +6,7 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
+#include "diagnosis.h"
 #include "help.h"
 #include "options.h"
 #include "platform/environment.h"
@@ -121,6 +122,7 @@ void addVerbs(CLI::App& app, Plan& plan) {
   addPing(app, plan);
   addTasks(app, plan);
   addValidate(app, plan);
+  addDoctor(app, plan);
   addDecode(app, plan);
   addScenario(app, plan);
   addCompletion(app, plan);

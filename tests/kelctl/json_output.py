@@ -59,6 +59,10 @@ RUNS = [
     (["scenario", "check", "good.json"], 0, None),
     (["scenario", "check", "table.csv"], 1, None),
     (["doctor"], 0, None),
+    (["status"], 0, None),
+    (["status", "watch", "--for", "0.1"], 0, None),
+    (["status", "set", "--parameters", "1", "--value", "2"], 0, None),
+    (["log"], 0, None),
     (["version"], 0, None),
 ]
 
@@ -83,6 +87,7 @@ def main():
         write("Brel.ini", DUMPS)
         write("table.csv", "MY_ECHO,  0, 18, KEL_TRACE, 3, VAL, 229952, 0x38240\n")
         write("good.json", json.dumps(SILENT))
+        write("01-02-26-Brel.logs", "[0 - 0] info - BrelEngine - init - Start \n")
         write("empty.dump", "")
         write("cut.dump", "REF\n5\nabc")
         for words, status, scenario in RUNS:

@@ -123,6 +123,8 @@ void addVerbs(CLI::App& app, Plan& plan) {
   addTasks(app, plan);
   addValidate(app, plan);
   addDoctor(app, plan);
+  addStatus(app, plan);
+  addLog(app, plan);
   addDecode(app, plan);
   addScenario(app, plan);
   addCompletion(app, plan);

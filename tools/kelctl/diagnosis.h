@@ -7,5 +7,7 @@
 namespace kelctl {
 
 void addDoctor(CLI::App& app, Plan& plan);
+void addStatus(CLI::App& app, Plan& plan);
+void addLog(CLI::App& app, Plan& plan);
 
 }  // namespace kelctl

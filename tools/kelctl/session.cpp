@@ -70,8 +70,7 @@ Session::Session(const LinkOptions& options, bool checksForm)
       mWatch(watchOf(options)),
       mClient((catchInterrupt(), kel::Client::begin(clientOptions(options, checksForm)))),
       mGuard([this] { keepGuard(); }) {
-  const kel::Milliseconds limit = options.timeout ? toMilliseconds(*options.timeout) : kConnectTime;
-  bool isConnected = mClient.waitFor(kel::State::connected, limit);
+  bool isConnected = mClient.waitFor(kel::State::connected, kConnectTime);
   while (!isConnected && mReconnects && mClient.state() != kel::State::closed && !interrupted()) {
     isConnected = mClient.waitFor(kel::State::connected, kConnectTime);
   }

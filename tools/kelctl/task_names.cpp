@@ -39,9 +39,9 @@ std::string TaskNames::find(const std::string& word) const {
   } else {
     std::vector<std::string> all;
     for (const kel::TaskTable::Row& row : mTable.rows()) all.push_back(row.name);
-    std::string near = nearest(word, all);
-    if (near.empty()) near = nearest(std::string("task_id_") + word, all);
-    text += near.empty() ? "." : suggestion(near);
+    std::string similar = nearest(word, all);
+    if (similar.empty()) similar = nearest(std::string("task_id_") + word, all);
+    text += similar.empty() ? "." : suggestion(similar);
   }
   throw Fault(kNoTask, text + "\n`kelctl tasks` lists the tasks of the table in force.", "unknown-task");
 }

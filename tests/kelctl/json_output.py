@@ -49,6 +49,8 @@ RUNS = [
     (["ping", "--count", "2", "--interval", "1"], 3, SILENT),
     (["stream", VAL, "--idle", "0.1"], 3, None),
     (["ping", "--count", "2", "--interval", "1"], 1, REFUSING),
+    (["monitor", VAL, "--rate", "20", "--stream", "TASK_ID_APPLICATION_DEBUG_STREAMER", "--for", "0.5"], 0, None),
+    (["monitor", VAL, "--for", "0.1"], 0, SILENT),
     (["tasks"], 0, None),
     (["tasks", "list"], 0, None),
     (["tasks", "find", "debug"], 0, None),

@@ -120,6 +120,8 @@ void addVerbs(CLI::App& app, Plan& plan) {
   addStream(app, plan);
   addListen(app, plan);
   addPing(app, plan);
+  addMonitor(app, plan);
+  addShell(app, plan);
   addTasks(app, plan);
   addValidate(app, plan);
   addDoctor(app, plan);

@@ -25,6 +25,11 @@ void catchInterrupt() {
 #endif
 }
 
+void forgetInterrupt() {
+  gStop = false;
+  catchInterrupt();
+}
+
 bool interrupted() { return gStop; }
 
 }  // namespace kelctl

@@ -10,6 +10,9 @@ namespace kelctl {
 /// by itself either: writing to it fails.
 void catchInterrupt();
 
+/// Has it noted anew.
+void forgetInterrupt();
+
 /// Whether it was pressed. A signal handler can do no more than note it, so whoever waits looks here from time to time.
 bool interrupted();
 inline constexpr std::chrono::milliseconds kLook{100};

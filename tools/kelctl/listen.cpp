@@ -10,7 +10,7 @@
 #include "interrupt.h"
 #include "options.h"
 #include "session.h"
-#include "suggestion.h"
+#include "text_search.h"
 
 namespace kelctl {
 namespace {
@@ -68,7 +68,7 @@ void print(const kel::Broadcast& broadcast, std::uint32_t number, ByteFile& file
 bool isWanted(const kel::Broadcast& broadcast, const std::optional<std::string>& filter) {
   if (!filter) return true;
   if (const std::optional<std::uint32_t> word = toNumber(*filter)) return broadcast.sequenceWord() == *word;
-  return lower(broadcast.task).find(lower(*filter)) != std::string::npos;
+  return contains(broadcast.task, *filter);
 }
 
 int listen(const ListenOptions& options, Output& output) {

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Makes the man pages of kelctl and of each of its verbs from what --help prints.
+# Makes the man pages of kelctl and of each of its verbs from what --help prints, as they are and compressed.
 #   man_pages.sh KELCTL VERSION FOLDER
 set -euo pipefail
 kelctl=$1 version=$2 folder=$3
@@ -31,6 +31,7 @@ page() {
   for verb in "${verbs[@]}"; do page "$name" "$@" "$verb"; done
 }
 
-rm -f "$folder"/*.1
+rm -f "$folder"/*.1 "$folder"/*.1.gz
 page '' kelctl
 rm "$folder/see-also"
+gzip -9nk "$folder"/*.1

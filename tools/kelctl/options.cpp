@@ -156,6 +156,11 @@ CLI::Option* addSeconds(CLI::App& verb, const std::string& name, std::optional<d
   return verb.add_option(name, seconds, help)->type_name("SECONDS")->check(checkSeconds);
 }
 
+CLI::Option* addTasks(CLI::App& verb, const std::string& name, std::vector<std::string>& tasks,
+                      const std::string& help) {
+  return verb.add_option(name, tasks, help)->type_name("TASK")->allow_extra_args(false);
+}
+
 CLI::Option* addText(CLI::App& verb, const std::string& name, const std::string& unit, std::optional<std::string>& text,
                      const std::string& help) {
   return verb.add_option(name, text, help)->type_name(unit);

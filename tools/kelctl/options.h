@@ -60,6 +60,8 @@ struct LinkOptions {
   std::optional<double> timeout;  ///< seconds; none: as the settings say
   std::string watch;              ///< TASK[:SECONDS], "none", or empty for the choice that is made by itself
   bool reconnect = false;
+
+  bool operator==(const LinkOptions&) const = default;
 };
 
 void addLink(CLI::App& verb, LinkOptions& link);
@@ -92,6 +94,8 @@ CLI::Option* addSeconds(CLI::App& verb, const std::string& name, std::optional<d
                         const std::string& help);
 CLI::Option* addText(CLI::App& verb, const std::string& name, const std::string& unit, std::optional<std::string>& text,
                      const std::string& help);
+CLI::Option* addTasks(CLI::App& verb, const std::string& name, std::vector<std::string>& tasks,
+                      const std::string& help);
 CLI::Option* addFolder(CLI::App& verb, const std::string& name, std::string& folder, const std::string& help);
 CLI::Option* addTable(CLI::App& verb, std::string& table);
 /// `what` goes to the file, and so not to standard output as JSON.
@@ -106,6 +110,8 @@ void addSend(CLI::App& app, Plan& plan);
 void addStream(CLI::App& app, Plan& plan);
 void addListen(CLI::App& app, Plan& plan);
 void addPing(CLI::App& app, Plan& plan);
+void addMonitor(CLI::App& app, Plan& plan);
+void addShell(CLI::App& app, Plan& plan);
 void addTasks(CLI::App& app, Plan& plan);
 void addValidate(CLI::App& app, Plan& plan);
 void addDecode(CLI::App& app, Plan& plan);

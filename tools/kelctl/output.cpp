@@ -14,16 +14,25 @@
 namespace kelctl {
 namespace {
 
-/// NO_COLOR with any value, and a terminal that calls itself dumb, want none.
+/// A terminal that calls itself dumb takes lines and nothing else.
+bool isDumb() {
+  const char* terminal = std::getenv("TERM");
+  return terminal != nullptr && std::strcmp(terminal, "dumb") == 0;
+}
+
+/// NO_COLOR with any value wants none.
 bool colourWanted() {
   const char* noColour = std::getenv("NO_COLOR");
-  const char* terminal = std::getenv("TERM");
-  return (noColour == nullptr || *noColour == '\0') && (terminal == nullptr || std::strcmp(terminal, "dumb") != 0);
+  return noColour == nullptr || *noColour == '\0';
 }
 
 }  // namespace
 
-Output::Output(bool json) : mJson(json), mTerminal(!json && isTerminal(stdout)), mColour(mTerminal && colourWanted()) {}
+Output::Output(bool json)
+    : mJson(json),
+      mTerminal(!json && isTerminal(stdout)),
+      mScreen(mTerminal && !isDumb()),
+      mColour(mScreen && colourWanted()) {}
 
 void Output::text(const std::string& text) {
   errno = 0;

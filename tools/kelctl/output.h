@@ -21,6 +21,8 @@ class Output {
   bool json() const { return mJson; }
   /// A person looks on: headings, bars and colours are of use.
   bool terminal() const { return mTerminal; }
+  /// The terminal can be drawn on as a screen.
+  bool screen() const { return mScreen; }
 
   // Both print at once, and throw if standard output takes no more.
   void text(const std::string& text);
@@ -37,6 +39,7 @@ class Output {
 
   const bool mJson;
   const bool mTerminal;
+  const bool mScreen;
   const bool mColour;
 };
 

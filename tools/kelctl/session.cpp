@@ -5,7 +5,6 @@
 #include <iostream>
 
 #include "files.h"
-#include "interrupt.h"
 #include "platform/libraries.h"
 #include "settings.h"
 #include "task_names.h"
@@ -65,7 +64,7 @@ Bytes toBytes(const kel::Payload& payload) {
   return {bytes.begin(), bytes.end()};
 }
 
-Session::Session(const LinkOptions& options, bool checksForm)
+Device::Device(const LinkOptions& options, bool checksForm)
     : mReconnects(options.reconnect),
       mWatch(watchOf(options)),
       mClient((catchInterrupt(), kel::Client::begin(clientOptions(options, checksForm)))),
@@ -80,9 +79,9 @@ Session::Session(const LinkOptions& options, bool checksForm)
   throw why;
 }
 
-Session::~Session() { end(); }
+Device::~Device() { end(); }
 
-void Session::end() {
+void Device::end() {
   {
     const std::lock_guard lock(mMutex);
     mEnds = true;
@@ -91,7 +90,7 @@ void Session::end() {
   mGuard.join();
 }
 
-void Session::announce(const std::string& activity) const {
+void Device::announce(const std::string& activity) const {
   std::string text = "kelctl: " + activity + "; ";
   if (mWatch.task.empty()) {
     text += "nothing is sent to watch the link, so its loss goes unnoticed (--watch TASK)";
@@ -101,13 +100,13 @@ void Session::announce(const std::string& activity) const {
   std::cerr << text + '\n';
 }
 
-kel::Payload Session::ask(const std::string& task, const Bytes& payload) {
+kel::Payload Device::ask(const std::string& task, const Bytes& payload) {
   kel::Result<kel::Payload> answer = mClient.task(task, payload);
   if (!answer) throw fault(answer.error());
   return std::move(*answer);
 }
 
-Fault Session::fault(const kel::Error& error) {
+Fault Device::fault(const kel::Error& error) {
   if (interrupted()) return interruption();
   if (error.cause == kel::Cause::linkLost && !mReconnects) {
     // The client tells of the loss on a thread of its own, which may come behind the end of the call.
@@ -119,7 +118,7 @@ Fault Session::fault(const kel::Error& error) {
   return isLinks && lost ? *lost : faultOf(error);
 }
 
-std::optional<Fault> Session::loss() const {
+std::optional<Fault> Device::loss() const {
   const std::lock_guard lock(mMutex);
   if (!mLoss) return std::nullopt;
   return Fault(kNoLink,
@@ -128,7 +127,7 @@ std::optional<Fault> Session::loss() const {
                kel::word(kel::Cause::linkLost));
 }
 
-Session::Watch Session::watchOf(const LinkOptions& options) {
+Device::Watch Device::watchOf(const LinkOptions& options) {
   const TaskNames names(options.table);
   Watch watch;
   if (options.watch.empty()) {
@@ -143,7 +142,7 @@ Session::Watch Session::watchOf(const LinkOptions& options) {
   return watch;
 }
 
-kel::Options Session::clientOptions(const LinkOptions& options, bool checksForm) {
+kel::Options Device::clientOptions(const LinkOptions& options, bool checksForm) {
   kel::Options client;
   client.table = libraryFile(tableOf(options.table));
   client.timeout = options.timeout ? toMilliseconds(*options.timeout) : waitLimit();
@@ -156,7 +155,7 @@ kel::Options Session::clientOptions(const LinkOptions& options, bool checksForm)
   return client;
 }
 
-void Session::tell(const kel::StateChange& change) {
+void Device::tell(const kel::StateChange& change) {
   std::string text;
   {
     const std::lock_guard lock(mMutex);
@@ -176,13 +175,47 @@ void Session::tell(const kel::StateChange& change) {
   if (!text.empty()) std::cerr << "kelctl: " + text + '\n';
 }
 
-void Session::keepGuard() {
+void Device::keepGuard() {
   std::unique_lock lock(mMutex);
   while (!mWake.wait_for(lock, kLook, [this] { return mEnds || mLoss; }) && !interrupted()) {
   }
   if (mEnds) return;
   lock.unlock();
   mClient.close();
+}
+
+namespace {
+
+/// What KeptDevice keeps.
+struct Kept {
+  LinkOptions options;
+  bool checksForm = true;
+  std::shared_ptr<Device> device;  ///< null at first
+};
+
+bool gKeeps = false;
+Kept gKept;
+
+std::shared_ptr<Device> deviceFor(const LinkOptions& options, bool checksForm) {
+  if (!gKeeps) return std::make_shared<Device>(options, checksForm);
+  const bool serves = gKept.device && gKept.device->isUsable() && gKept.options == options &&
+                      gKept.checksForm == checksForm;
+  if (!serves) {
+    gKept = {};  // ahead of the next, so that a program has one connection at a time
+    gKept = {options, checksForm, std::make_shared<Device>(options, checksForm)};
+  }
+  return gKept.device;
+}
+
+}  // namespace
+
+Session::Session(const LinkOptions& options, bool checksForm) : mDevice(deviceFor(options, checksForm)) {}
+
+KeptDevice::KeptDevice() { gKeeps = true; }
+
+KeptDevice::~KeptDevice() {
+  gKeeps = false;
+  gKept = {};
 }
 
 }  // namespace kelctl

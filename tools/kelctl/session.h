@@ -4,12 +4,14 @@
 #pragma once
 
 #include <condition_variable>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
 
 #include "clock.h"
+#include "interrupt.h"
 #include "kel/client.hpp"
 #include "options.h"
 #include "payload.h"
@@ -30,15 +32,18 @@ inline bool isRef(const kel::Payload& payload) { return payload.form() == kel::F
 
 /// A connection, for the life of the object. Ctrl-C is caught from here on. It closes the client, which ends whatever
 /// is waited for; so does the loss of the link, unless the client is to come back.
-class Session {
+class Device {
  public:
   /// Connects. Throws Fault.
-  explicit Session(const LinkOptions& options, bool checksForm = true);
-  ~Session();
-  Session(const Session&) = delete;
-  Session& operator=(const Session&) = delete;
+  explicit Device(const LinkOptions& options, bool checksForm = true);
+  ~Device();
+  Device(const Device&) = delete;
+  Device& operator=(const Device&) = delete;
 
   kel::Client& client() { return mClient; }
+
+  /// Whether it may serve once more.
+  bool isUsable() const { return mClient.state() != kel::State::closed && !loss() && !interrupted(); }
 
   /// Tells on standard error what goes on from now on, and how the link is watched meanwhile.
   void announce(const std::string& activity) const;
@@ -76,6 +81,32 @@ class Session {
 
   kel::Client mClient;
   std::thread mGuard;
+};
+
+/// The device that a verb works with: one of its own, or the one that KeptDevice has from the verb before.
+class Session {
+ public:
+  /// Connects, if need be. Throws Fault.
+  explicit Session(const LinkOptions& options, bool checksForm = true);
+
+  // As of a Device.
+  kel::Client& client() { return mDevice->client(); }
+  void announce(const std::string& activity) const { mDevice->announce(activity); }
+  kel::Payload ask(const std::string& task, const Bytes& payload) { return mDevice->ask(task, payload); }
+  Fault fault(const kel::Error& error) { return mDevice->fault(error); }
+  std::optional<Fault> loss() const { return mDevice->loss(); }
+
+ private:
+  const std::shared_ptr<Device> mDevice;
+};
+
+/// While it lives, the device of a session stays connected for the next one with the same options. One at a time.
+class KeptDevice {
+ public:
+  KeptDevice();
+  ~KeptDevice();
+  KeptDevice(const KeptDevice&) = delete;
+  KeptDevice& operator=(const KeptDevice&) = delete;
 };
 
 }  // namespace kelctl

@@ -5,9 +5,9 @@
 
 #include "files.h"
 #include "options.h"
-#include "suggestion.h"
 #include "table_check.h"
 #include "task_table.h"
+#include "text_search.h"
 
 namespace kelctl {
 namespace {
@@ -56,9 +56,7 @@ int find(const TasksOptions& options, Output& output) {
     }
     return kDone;
   }
-  std::erase_if(table, [part = lower(options.query)](const Task& task) {
-    return lower(task.name).find(part) == std::string::npos;
-  });
+  std::erase_if(table, [&](const Task& task) { return !contains(task.name, options.query); });
   if (!table.empty() || output.json()) printTasks("tasks find", table, output);
   if (!table.empty()) return kDone;
   std::cerr << "kelctl: no task has \"" << options.query << "\" in its name. `kelctl tasks` lists them all.\n";

@@ -63,6 +63,17 @@ set(CPACK_COMPONENT_TOOLS_DEPENDS Runtime)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "command-line client for a communications device
 kelctl sends tasks, follows streams and listens to broadcasts.")
 
+if(TARGET kelhandler_native)
+  list(APPEND CPACK_COMPONENTS_ALL Python)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-kelhandler)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.11), python3 (<< 3.12)")
+  set(CPACK_COMPONENT_PYTHON_DEPENDS Runtime)
+  set(CPACK_COMPONENT_PYTHON_DESCRIPTION "control library for a communications device (Python 3)
+Sends tasks to the device and reads its streams and broadcasts, for programs
+with and without asyncio. Has a plugin for pytest.")
+endif()
+
 # What each package has about itself. An install by hand has it in another place.
 if(CPACK_GENERATOR STREQUAL DEB)
   set(changelog "${PROJECT_BINARY_DIR}/changelog")

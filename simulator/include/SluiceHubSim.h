@@ -85,6 +85,16 @@ extern "C" {
     starts again with the next connect, its seed and its counts too; its file is not read again. */
 SLUICEHUBSIM_API void SluiceHubSim_Reset(void);
 
+/**
+ * Puts another scenario in the place of the process's own, for good, and does what SluiceHubSim_Reset does. Its file is
+ * read now, and it begins with the next connect. A capture that it asks for is begun only if there was none before.
+ *
+ * fileName    Its file, in UTF-8. Null: a scenario without anything.
+ *
+ * Returns 1, or 0 if the scenario has mistakes: then the next connect tells them, and nothing is connected.
+ */
+SLUICEHUBSIM_API uint32_t SluiceHubSim_SetScenario(const char* fileName);
+
 /* ---- Rules: other answers to task requests ---- */
 
 #define SLUICEHUBSIM_EXACT 0xFFFFFFu /* tuiMask of a rule for one task */

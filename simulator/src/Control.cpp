@@ -63,6 +63,17 @@ SLUICE_HUB_EXPORT void SluiceHubSim_Reset(void) {
   kel::sim::ResetTraces();
 }
 
+SLUICE_HUB_EXPORT uint32_t SluiceHubSim_SetScenario(const char* fileName) {
+  kel::sim::ScenarioOfProgram scenario = kel::sim::ReadScenarioOfProgram(fileName);
+  const bool isGood = scenario.reading.mistakes.empty();
+  {
+    const std::lock_guard lock(TheHub().mutex);
+    kel::sim::SetScenario(std::move(scenario));
+  }
+  SluiceHubSim_Reset();
+  return isGood ? 1 : 0;
+}
+
 SLUICE_HUB_EXPORT uint32_t SluiceHubSim_StartCapture(const char* fileName) {
   Hub& hub = TheHub();
   const std::lock_guard lock(hub.mutex);

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <utility>
 
 #include "Hub.h"
 
@@ -31,12 +32,12 @@ const std::string& ScenarioName() {
 
 [[maybe_unused]] const bool gReadWhenLoaded = NamedByEnvironment() != nullptr && TheScenario().mistakes.empty();
 
-void Tell(const std::string& name, const std::vector<Mistake>& mistakes) {
+/// The scenario that the program has set, guarded by the hub's lock; null if it has set none. Never destroyed.
+const ScenarioOfProgram* gSet = nullptr;
+
+void Tell(const std::string& name, const std::vector<Mistake>& mistakes, const char* where) {
   for (const Mistake& mistake : mistakes) std::fprintf(stderr, "%s\n", TextOf(name, mistake).c_str());
-  std::fprintf(stderr, "SluiceHub: nothing is connected until this scenario is mended. It was found\n");
-  std::fprintf(
-      stderr, "%s.\n",
-      NamedByEnvironment() != nullptr ? "by the environment variable SLUICEHUB_SCENARIO" : "in the working directory");
+  std::fprintf(stderr, "SluiceHub: nothing is connected until this scenario is mended. It was found\n%s.\n", where);
 }
 
 }  // namespace
@@ -53,12 +54,27 @@ const Reading& TheScenario() {
   return *reading;
 }
 
+ScenarioOfProgram ReadScenarioOfProgram(const char* fileName) {
+  if (fileName == nullptr) return {};
+  ScenarioOfProgram read{fileName, ReadScenarioFile(fileName)};
+  if (std::string& capture = read.reading.scenario.capture; !capture.empty()) capture = AbsoluteName(capture);
+  return read;
+}
+
+void SetScenario(ScenarioOfProgram scenario) { delete std::exchange(gSet, new ScenarioOfProgram(std::move(scenario))); }
+
 bool RunningScenario::Begin(Hub& hub) {
-  const Reading& reading = TheScenario();
+  const Reading& reading = gSet != nullptr ? gSet->reading : TheScenario();
   if (mBegun) return reading.mistakes.empty();
   mBegun = true;
   if (!reading.mistakes.empty()) {
-    Tell(ScenarioName(), reading.mistakes);
+    if (gSet != nullptr) {
+      Tell(gSet->name, reading.mistakes, "by the program, in SluiceHubSim_SetScenario");
+    } else {
+      Tell(ScenarioName(), reading.mistakes,
+           NamedByEnvironment() != nullptr ? "by the environment variable SLUICEHUB_SCENARIO"
+                                           : "in the working directory");
+    }
     return false;
   }
   mScenario = reading.scenario;

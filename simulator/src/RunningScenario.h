@@ -2,6 +2,8 @@
 // The scenario of this run: where it is found, and what it does beyond its rules.
 #pragma once
 
+#include <string>
+
 #include "Connection.h"
 #include "Scenario.h"
 
@@ -11,6 +13,17 @@ namespace kel::sim {
 /// needed. A file that the environment names was read when this library was loaded, before the program could leave the
 /// folder in which it was started.
 const Reading& TheScenario();
+
+/// A scenario that the program itself puts in the place of that one.
+struct ScenarioOfProgram {
+  std::string name;
+  Reading reading;
+};
+
+/// Reads it; one without anything for null. The hub's lock is not needed.
+ScenarioOfProgram ReadScenarioOfProgram(const char* fileName);
+/// From now on it is the scenario of this process. Under the hub's lock.
+void SetScenario(ScenarioOfProgram scenario);
 
 /// Guarded by the hub's lock.
 class RunningScenario {

@@ -236,6 +236,33 @@ TEST_F(RunningTest, RulesOfTheProgramStandBeforeThoseOfTheScenario) {
   EXPECT_EQ(client.Send(kDebugVal, {}).ID, 0u);
 }
 
+TEST_F(RunningTest, AProgramSetsAnotherScenarioAgainAndAgain) {
+  Put(R"({"rules": [{"task": "0x38240", "reply": {"values": [7, 8, 9]}}]})");
+  const auto answer = [] { return Client().Exchange(kDebugVal, {1, 2, 3}).PayloadValues(); };
+  EXPECT_EQ(answer(), (Values{7, 8, 9}));
+  mFolder.write("other.json", R"({"rules": [{"task": "0x38240", "times": 1, "reply": {"values": [4, 5, 6]}}]})");
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(SluiceHubSim_SetScenario("other.json"), 1u);
+    EXPECT_EQ(answer(), (Values{4, 5, 6}));
+    EXPECT_EQ(answer(), (Values{1, 2, 3}));
+  }
+  SluiceHubSim_Reset();
+  EXPECT_EQ(answer(), (Values{4, 5, 6}));
+  EXPECT_EQ(SluiceHubSim_SetScenario(nullptr), 1u);
+  EXPECT_EQ(answer(), (Values{1, 2, 3}));
+}
+
+TEST_F(RunningTest, AMistakenScenarioOfTheProgramConnectsNothing) {
+  mFolder.write("mistaken.json", R"({"rulse": []})");
+  EXPECT_EQ(SluiceHubSim_SetScenario("mistaken.json"), 0u);
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(ConnectStatus(), SLUICEHUBSIM_STATUS_BAD_SCENARIO);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("mistaken.json:1: "));
+  EXPECT_EQ(SluiceHubSim_SetScenario("none.json"), 0u);
+  EXPECT_EQ(SluiceHubSim_SetScenario(nullptr), 1u);
+  EXPECT_EQ(ConnectStatus(), SLUICEHUBSIM_STATUS_OK);
+}
+
 TEST_F(RunningTest, AResetStartsTheScenarioAnewWithTheNextConnect) {
   Put(R"({"rules": [{"times": 1, "refuse": {"replyID": 2}}], "socketRefusals": [{"times": 1}]})");
   {

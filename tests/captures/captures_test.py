@@ -335,7 +335,7 @@ class Captures(unittest.TestCase):
 
     def test_a_scenario_that_connects_nothing_is_marked(self):
         (self.folder / "mistaken.json").write_text('{"sede": 1}')
-        self.status = 1
+        self.status = 4
         self.kelctl("send", VAL, scenario="mistaken.json")
         self.assertEqual(self.rows("kel.expert.failed", "kel.kind", "_ws.col.Info"),
                          [("1", "Connect failed: Bad scenario")])

@@ -53,7 +53,7 @@ class ShellCompletion : public testing::Test {
 
 TEST_F(ShellCompletion, OfAFirstWordIsAVerb) {
   EXPECT_EQ(of("sen"), Words{"send"});
-  EXPECT_EQ(of("st"), Words{"stream"});
+  EXPECT_EQ(of("str"), Words{"stream"});
   EXPECT_TRUE(of("nothing").empty());
 }
 

@@ -161,11 +161,13 @@ void Device::tell(const kel::StateChange& change) {
     const std::lock_guard lock(mMutex);
     if (change.state == kel::State::lost && !mReconnects) mLoss = change.reason;
     if (change.state == kel::State::lost && mReconnects) {
-      text = (change.pause.count() == 0 ? "the link to the device is lost: " : "") + change.reason;
+      text = (mIsUp ? "the link to the device is lost: " : "") + change.reason;
       if (change.pause.count() != 0) text += "; trying again in " + timeText(change.pause);
+      mIsUp = false;
       mWasLost = true;
-    } else if (change.state == kel::State::connected && mWasLost) {
-      text = "connected";
+    } else if (change.state == kel::State::connected) {
+      if (mWasLost) text = "connected";
+      mIsUp = true;
       mWasLost = false;
     } else if (change.state == kel::State::connecting && change.attempt == 0) {
       text = change.reason;

@@ -76,6 +76,7 @@ class Device {
   mutable std::mutex mMutex;
   std::condition_variable mWake;
   bool mEnds = false;                // guarded by mMutex
+  bool mIsUp = false;                // likewise: connected, as far as was told
   bool mWasLost = false;             // likewise: it is to be told when it is back
   std::optional<std::string> mLoss;  // likewise: why the link is gone for good
 

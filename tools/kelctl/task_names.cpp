@@ -20,7 +20,7 @@ std::string_view withoutPrefix(std::string_view name) {
 
 TaskNames::TaskNames(const std::string& tableFile) : mTable(kel::TaskTable::inForce(libraryFile(tableOf(tableFile)))) {
   if (mTable.size() != 0) return;
-  throw Fault(kRefused, (tableFile.empty() ? "Brel.ini" : tableFile) +
+  throw Fault(kRefused, (tableFile.empty() ? "KEL_ALLTASKS.csv, or the table that Brel.ini names" : tableFile) +
                             ": this task table cannot be read through.\n`kelctl tasks check` tells why.");
 }
 

@@ -450,6 +450,9 @@ class Client {
 
   State state() const { return mCore->state(); }
 
+  /** Why it is in that state, in words: that of the last StateChange. */
+  std::string reason() const { return mCore->reason(); }
+
   /** Waits until the client is in that state, so long at most. False if it is not, or was closed. */
   bool waitFor(State state, Milliseconds time) const { return mCore->awaitState(state, detail::after(time)); }
 

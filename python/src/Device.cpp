@@ -101,7 +101,7 @@ class Job {
   std::optional<Outcome> mOutcome KEL_DETAIL_GUARDED_BY(mMutex);
 };
 
-/// Tells changes of state: the last reason to whoever asks, and all of them to `on_state` or to a mailbox.
+/// Tells changes of state to `on_state` or to a mailbox.
 class StateTeller {
  public:
   /// `onState`: None or a function of Python's; under the interpreter's lock.
@@ -113,17 +113,8 @@ class StateTeller {
   /// Python is not called any more; under its lock.
   void stop() { mOnState.reset(); }
 
-  std::string reason() const {
-    const detail::Lock lock(mMutex);
-    return mReason;
-  }
-
   /// By the client's callback thread.
   void tell(const StateChange& change) {
-    {
-      const detail::Lock lock(mMutex);
-      mReason = change.reason;
-    }
     if (mMailbox) mMailbox->post(mAddressee, [change] { return tupleOf(change); });
     if (!mCalls) return;
     const py::gil_scoped_acquire acquire;
@@ -146,8 +137,6 @@ class StateTeller {
   const MailboxRef mMailbox;  // may be null
   const std::uint64_t mAddressee;
   std::optional<py::object> mOnState;  // guarded by the interpreter's lock
-  mutable detail::Mutex mMutex;
-  std::string mReason KEL_DETAIL_GUARDED_BY(mMutex);
 };
 
 class Device {
@@ -266,7 +255,7 @@ class Device {
   }
 
   const char* state() const { return text(theClient().state()); }
-  std::string reason() const { return mTeller->reason(); }
+  std::string reason() const { return theClient().reason(); }
 
   bool waitFor(const std::string& name, std::optional<double> timeout) {
     const State state = stateOf(name);

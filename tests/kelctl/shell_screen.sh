@@ -4,7 +4,7 @@
 #   shell_screen.sh KELCTL
 set -euo pipefail
 readonly kelctl=$1
-readonly terminal=(tmux -L "kelctl-shell-$$" -f /dev/null)
+terminal=(tmux -L "kelctl-shell-$$" -f /dev/null)
 home=$(mktemp -d)
 readonly home
 trap '"${terminal[@]}" kill-server 2>/dev/null || true; rm -r "$home"' EXIT
@@ -43,6 +43,8 @@ press exit Enter
 shows "status 0"
 "${terminal[@]}" kill-server
 grep -q "ping" "$home/.kelctl_history"
+terminal=(tmux -L "kelctl-shell-again-$$" -f /dev/null)
 begin
+shows "kel>$"
 press Up Up Up
 shows "kel> ping --interval 50$"

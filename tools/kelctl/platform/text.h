@@ -21,7 +21,7 @@ class TerminalText {
   TerminalText& operator=(const TerminalText&) = delete;
 
  private:
-  const unsigned mFormer;
+  [[maybe_unused]] const unsigned mFormer;  // where the system has such a setting
 };
 
 /// A file, to be opened here.

@@ -38,13 +38,14 @@ Inbox<bool>& changes() {
   return inbox;
 }
 
-// What it is called with is the pipe library's to say: the status is read anew.
-extern "C" void noteChange() { changes().push(true); }
+// What it is called with is the pipe library's to say, as a rule the new status: that is read anew.
+extern "C" void noteChange(std::uint32_t /*status*/) { changes().push(true); }
 
 int watch(const WatchOptions& options, Output& output) {
   catchInterrupt();
   const kel::Library library;
-  const std::uint32_t refusal = library.watchControlStatus(noteChange);
+  const auto callback = reinterpret_cast<KEL_CtrlStatusCallback>(noteChange);
+  const std::uint32_t refusal = library.watchControlStatus(callback);
   if (refusal != 0) {
     throw Fault(kRefused, "the pipe library does not tell of changes: it returned " + std::to_string(refusal) + '.');
   }
@@ -58,7 +59,7 @@ int watch(const WatchOptions& options, Output& output) {
     print("status watch", library.controlStatus(), output);
     ++seen;
   }
-  library.unwatchControlStatus(noteChange);
+  library.unwatchControlStatus(callback);
   return !options.count || seen == *options.count || interrupted() ? kDone : kNoAnswer;
 }
 

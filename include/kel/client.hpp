@@ -16,12 +16,14 @@
  *
  * Conventions
  *
- *  1. Results. A call gives a value or an Error with its Cause. Nothing throws but Result::value(), and std::bad_alloc
- *     where memory ends.
+ *  1. Results. A call gives a value or an Error with its Cause. Nothing throws but Result::value(), std::bad_alloc
+ *     where memory ends, and std::system_error where the system gives no thread to begin a client, or for its first
+ *     callback.
  *  2. Every call ends exactly once, with an answer or an error, and not later than its deadline: also if the link is
  *     lost, the client is closed or destroyed, and whatever the library still waits for. What comes afterwards is
- *     dropped and counted. One thing holds up the sending of everybody: a program that makes a synchronous call of
- *     KELHandler.h beside its clients keeps all of them waiting for as long, calls of this layer included.
+ *     dropped and counted. Two things hold a call up beyond its deadline: a program that makes a synchronous call of
+ *     KELHandler.h beside its clients keeps all of them waiting for as long, and so does a pipe library that does not
+ *     return from sending.
  *  3. Ownership. What is passed in is not needed after the call returns. What comes back owns its memory.
  *  4. Threads and callbacks:
  *

@@ -50,7 +50,7 @@ class Core final : public Sink, public std::enable_shared_from_this<Core> {
 
   // ---- Life (core_life.hpp) ----
 
-  /// Once, before anything else.
+  /// Once, before anything else. Throws std::system_error, and leaves no thread behind.
   void begin();
   /// Ends all calls and streams with `closed`, then disconnects, and waits for that; but on the callback thread it does
   /// not wait. May be called again.

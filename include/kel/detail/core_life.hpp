@@ -11,7 +11,17 @@ namespace detail {
 inline void Core::begin() {
   if (mOptions.onState) beginCallbacks();
   mTimeThread = std::thread([this] { keepTime(); });
-  mLinkThread = std::thread([self = shared_from_this()] { self->keepLink(); });
+  try {
+    mLinkThread = std::thread([self = shared_from_this()] { self->keepLink(); });
+  } catch (...) {
+    {
+      const Lock lock(mMutex);
+      mTimeEnds = true;
+      mTimeWake.notifyAll();
+    }
+    mTimeThread.join();
+    throw;
+  }
 }
 
 inline void Core::close() {

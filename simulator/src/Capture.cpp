@@ -73,6 +73,10 @@ std::string AbsoluteName(const std::string& name) {
   }
 }
 
+Capture::~Capture() {
+  if (std::thread writer = StopWriting(); writer.joinable()) writer.join();
+}
+
 bool Capture::Start(const std::string& name) {
   if (mBegun) return false;
   mBegun = true;
@@ -190,26 +194,32 @@ bool Capture::AppendStatistics(pcapng::Bytes& to) {
 void Capture::StartWriting() {
   if (!IsOn() || mWriter.joinable()) return;
   try {
-    mWriter = std::jthread([this](const std::stop_token& stop) { Run(stop); });
+    mWriter = std::thread([this, number = mWriters + 1] { Run(number); });
+    ++mWriters;
   } catch (const std::exception&) {
     // Nobody's connection fails for want of a capture.
   }
 }
 
-void Capture::Run(const std::stop_token& stop) {
-  while (!stop.stop_requested()) {
+void Capture::Run(std::uint32_t number) {
+  while (true) {
     {
       std::unique_lock lock(mWakeMutex);
-      mWake.wait(lock, stop, [this] { return mWoken; });
+      mWake.wait(lock, [&] { return mWoken || number <= mWritersEnded; });
+      if (number <= mWritersEnded) return;
       mWoken = false;
     }
     WriteQueued();
   }
 }
 
-std::jthread Capture::StopWriting() {
+std::thread Capture::StopWriting() {
   if (IsOn() && AppendStatistics(mBlock)) QueueBlock(0);
-  mWriter.request_stop();
+  {
+    const std::lock_guard lock(mWakeMutex);
+    mWritersEnded = mWriters;
+  }
+  mWake.notify_all();
   return std::move(mWriter);
 }
 

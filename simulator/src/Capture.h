@@ -79,6 +79,9 @@ class Capture {
   static constexpr std::size_t kQueueSize = std::size_t{16} << 20;
 
   explicit Capture(std::size_t queueSize = kQueueSize) : mQueueSize(queueSize) {}
+  ~Capture();
+  Capture(const Capture&) = delete;
+  Capture& operator=(const Capture&) = delete;
 
   /// Begins a capture in a new file, which takes the place of one of that name. The name is in UTF-8; `%p` in it
   /// becomes eight hexadecimal digits that differ from process to process. Tells a file that cannot be opened on
@@ -95,9 +98,9 @@ class Capture {
 
   /// For the first connection. Where there are no threads left, the end of the process writes what the queue holds.
   void StartWriting();
-  /// For the last connection: adds the statistics and tells the thread to end. The caller gives up the hub's lock, ends
-  /// the result's life, which waits for the thread, and calls WriteQueued.
-  [[nodiscard]] std::jthread StopWriting();
+  /// For the last connection: adds the statistics and tells the thread to end. The caller gives up the hub's lock, waits
+  /// for the thread, if there is one, and calls WriteQueued.
+  [[nodiscard]] std::thread StopWriting();
   /// Writes what is queued. Takes a lock of its own and waits for the disk.
   void WriteQueued();
 
@@ -108,7 +111,7 @@ class Capture {
  private:
   using Clock = std::chrono::steady_clock;
 
-  void Run(const std::stop_token& stop);
+  void Run(std::uint32_t number);
   void Open();
   std::uint64_t Now() const;
   bool QueueBlock(std::size_t reserve);
@@ -134,7 +137,8 @@ class Capture {
   std::uint64_t mDroppedTold = 0;    ///< on standard error
   std::uint64_t mReceivedTold = 0;   ///< in the file's statistics
   pcapng::Bytes mBlock;              ///< serves one block after the other
-  std::jthread mWriter;
+  std::thread mWriter;
+  std::uint32_t mWriters = 0;  ///< that there were so far, numbered from 1
 
   // For the end of the process: the same file once more, and room for what ends it.
   std::ofstream mLastFile;
@@ -152,8 +156,9 @@ class Capture {
 
   // Guarded by mWakeMutex.
   std::mutex mWakeMutex;
-  std::condition_variable_any mWake;
-  bool mWoken = false;  ///< there is something for the thread to do
+  std::condition_variable mWake;
+  bool mWoken = false;              ///< there is something for the thread to do
+  std::uint32_t mWritersEnded = 0;  ///< those up to this number are to end; the last of them may still be at it
 };
 
 }  // namespace kel::sim

@@ -68,9 +68,9 @@ std::uint32_t L5Connect(void* /*null*/, L5MessagesHandler messages, L5EventHandl
 void WriteCapture(Hub& hub) {
   std::unique_lock lock(hub.mutex);
   if (!hub.capture.IsOn() || !hub.connections.empty()) return;
-  std::jthread writer = hub.capture.StopWriting();
+  std::thread writer = hub.capture.StopWriting();
   lock.unlock();
-  writer = {};
+  if (writer.joinable()) writer.join();
   hub.capture.WriteQueued();
 }
 

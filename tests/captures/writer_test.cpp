@@ -26,9 +26,11 @@ CaptureFrame Request(std::uint32_t exchange, const std::vector<std::uint8_t>& bo
   return {.kind = CaptureKind::kRequest, .connection = 1, .agent = 6, .ID = 1, .exchange = exchange, .body = body};
 }
 
+constexpr std::uint32_t kRounds = 2000;
+
 /// Stands for the last disconnect.
 void StopAndWrite(Capture& capture) {
-  capture.StopWriting() = {};
+  if (std::thread writer = capture.StopWriting(); writer.joinable()) writer.join();
   capture.WriteQueued();
 }
 
@@ -94,6 +96,18 @@ TEST(CaptureWriter, TheThreadWritesByItself) {
   while (std::filesystem::file_size(kFile) < before + 300) std::this_thread::yield();
   EXPECT_EQ(ReadCapture(kFile).packets.size(), 1u);
   StopAndWrite(capture);
+}
+
+TEST(CaptureWriter, TheThreadEndsEachTimeThatItIsToldTo) {
+  const ScratchDirectory folder;
+  Capture capture;
+  ASSERT_TRUE(capture.Start(kFile));
+  for (std::uint32_t i = 1; i <= kRounds; ++i) {
+    capture.StartWriting();
+    capture.Add(Request(i, Body(10)));
+    StopAndWrite(capture);
+  }
+  EXPECT_EQ(ReadCapture(kFile).packets.size(), kRounds);
 }
 
 TEST(CaptureWriter, WhatFindsNoRoomIsDroppedAndTheCountTold) {

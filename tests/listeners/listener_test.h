@@ -137,6 +137,13 @@ class ListenerTest : public testing::Test {
     ASSERT_EQ(init(), LISTENER_INIT_OK);
     ASSERT_EQ(listener->startListen(), LISTENER_STARTED);
   }
+  /// The same without the lines of the listener's thread, which may come between those that a test looks for.
+  void startQuietly() {
+    registry.set("Software\\Brel\\ALogger", "Info", 0);
+    listener = std::make_unique<Listener>();
+    listener->mLogToConsole = 1;
+    start();
+  }
   ListenerResult receive(const std::string& data) {
     return listener->recvData(data.data(), static_cast<std::uint32_t>(data.size()));
   }

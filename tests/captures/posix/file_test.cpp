@@ -43,7 +43,7 @@ TEST(CaptureFiles, ADiskThatStandsStillKeepsNobodyWaiting) {
     capture.StartWriting();
     for (std::uint32_t i = 0; i < kPackets; ++i) capture.Add({.kind = sim::CaptureKind::kConnect});
     moves.set_value();
-    capture.StopWriting() = {};
+    capture.StopWriting().join();
     capture.WriteQueued();
   }
   folder.write("some.pcapng", written.get());

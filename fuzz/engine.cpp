@@ -44,8 +44,8 @@ constexpr std::uint32_t kUntilTimeIsOver = 1'000'000;
 
 }  // namespace
 
-// The linker sends the library's calls of two functions of the platform here; behind __wrap_ and __real_ stand the
-// names that compilers give to kel::platform::sleepFor() and waitForAny().
+// The linker sends the library's calls of three functions of the platform here; behind __wrap_ and __real_ stand the
+// names that compilers give to kel::platform::sleepFor(), waitForAny() and createWaitingThread().
 extern "C" {
 
 void __wrap__ZN3kel8platform8sleepForEj(std::uint32_t milliseconds);
@@ -53,6 +53,12 @@ std::uint32_t __wrap__ZN3kel8platform10waitForAnyEjPKPvj(std::uint32_t count, co
                                                          std::uint32_t milliseconds);
 std::uint32_t __real__ZN3kel8platform10waitForAnyEjPKPvj(std::uint32_t count, const kel::platform::Handle* objects,
                                                          std::uint32_t milliseconds);
+kel::platform::Handle __wrap__ZN3kel8platform19createWaitingThreadEPFjPvES1_PjjPKS1_j(
+    kel::platform::ThreadFunction function, void* argument, std::uint32_t* threadId, std::uint32_t count,
+    const kel::platform::Handle* objects, std::uint32_t milliseconds);
+kel::platform::Handle __real__ZN3kel8platform19createWaitingThreadEPFjPvES1_PjjPKS1_j(
+    kel::platform::ThreadFunction function, void* argument, std::uint32_t* threadId, std::uint32_t count,
+    const kel::platform::Handle* objects, std::uint32_t milliseconds);
 
 // The engine looks every 100 ms whether its threads have ended. Here it looks as often as it can.
 void __wrap__ZN3kel8platform8sleepForEj(std::uint32_t) { std::this_thread::yield(); }
@@ -65,6 +71,14 @@ std::uint32_t __wrap__ZN3kel8platform10waitForAnyEjPKPvj(std::uint32_t count, co
     const std::uint32_t result = wait(count, objects, 1);
     if (result != kel::platform::kWaitTimeout || gTimeIsOver) return result;
   }
+}
+
+// A thread may be given its first wait while it still rests, and would not learn that its time is over. Here each
+// begins it itself.
+kel::platform::Handle __wrap__ZN3kel8platform19createWaitingThreadEPFjPvES1_PjjPKS1_j(
+    kel::platform::ThreadFunction function, void* argument, std::uint32_t* threadId, std::uint32_t,
+    const kel::platform::Handle*, std::uint32_t) {
+  return __real__ZN3kel8platform19createWaitingThreadEPFjPvES1_PjjPKS1_j(function, argument, threadId, 0, nullptr, 0);
 }
 
 }  // extern "C"

@@ -22,6 +22,14 @@ void SendBroadcast(std::uint32_t value, std::uint32_t sequenceWord = 0) {
   SluiceHubSim_Broadcast(0, kNewsTui, sequenceWord, &value, sizeof value, 1);
 }
 
+/// Of a stream that loses nothing: what finds so many messages unread waits.
+StreamOptions WaitingBehind(std::size_t limit) {
+  StreamOptions options;
+  options.limit = limit;
+  options.whenFull = WhenFull::wait;
+  return options;
+}
+
 TEST_F(StreamsTest, AStreamIsReadByALoopToItsEnd) {
   Client client = Client::connect().value();
   Stream stream = client.stream(kStreamer, {5, 0, 0}).value();
@@ -176,10 +184,7 @@ TEST_F(StreamsTest, AFullQueueLosesTheOldestAndCountsThem) {
 
 TEST_F(StreamsTest, AFullQueueThatWaitsLosesNothing) {
   Client client = Client::connect().value();
-  StreamOptions options;
-  options.limit = 2;
-  options.whenFull = WhenFull::wait;
-  Stream stream = client.stream(kStreamer, {50, 0, 0}, options).value();
+  Stream stream = client.stream(kStreamer, {50, 0, 0}, WaitingBehind(2)).value();
   std::uint32_t count = 0;
   while (stream.next()) ++count;
   EXPECT_EQ(count, 51u);
@@ -188,10 +193,7 @@ TEST_F(StreamsTest, AFullQueueThatWaitsLosesNothing) {
 
 TEST_F(StreamsTest, ClosingFreesWhatWaitsForRoom) {
   Client client = Client::connect().value();
-  StreamOptions options;
-  options.limit = 1;
-  options.whenFull = WhenFull::wait;
-  Stream stream = client.stream(kStreamer, {50, 0, 0}, options).value();
+  Stream stream = client.stream(kStreamer, {50, 0, 0}, WaitingBehind(1)).value();
   while (client.statistics().streamMessages < 2) std::this_thread::yield();
   client.close();
   EXPECT_TRUE(stream.next());
@@ -202,10 +204,7 @@ TEST_F(StreamsTest, ClosingFreesWhatWaitsForRoom) {
 TEST_F(StreamsTest, AMessageThatWaitsForRoomIsASignOfLife) {
   Options options = watching();
   Client client = Client::connect(options).value();
-  StreamOptions streamOptions;
-  streamOptions.limit = 1;
-  streamOptions.whenFull = WhenFull::wait;
-  Stream stream = client.stream(kStreamer, {50, 0, 0}, streamOptions).value();
+  Stream stream = client.stream(kStreamer, {50, 0, 0}, WaitingBehind(1)).value();
   while (client.statistics().streamMessages < 2) std::this_thread::yield();
   std::this_thread::sleep_for(8 * options.supervision.interval);
   EXPECT_EQ(client.statistics().losses, 0u);

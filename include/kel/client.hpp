@@ -138,7 +138,7 @@ class Reader {
   /** Waits for the next one. None at the end. */
   std::optional<Item> next() { return mQueue->pop(kNever); }
 
-  /** Waits for the next one so long at most. None at the end too: see end(). */
+  /** Waits for the next one so long at most. None at the end too: see reason(). */
   std::optional<Item> next(Milliseconds time) { return mQueue->pop(after(time)); }
 
   /** All that wait to be read, as they came. Does not wait. */
@@ -151,7 +151,7 @@ class Reader {
   void tellWhenReady(std::function<void()> ready) { mQueue->tellWhenReady(std::move(ready)); }
 
   /** Why no more come. End::none while there is something to read, or may be. */
-  End end() const { return mQueue->end(); }
+  End reason() const { return mQueue->end(); }
 
   /** So many found no room, or were lost on the way. */
   std::uint64_t dropped() const { return mQueue->dropped(); }
@@ -182,6 +182,9 @@ class Reader {
     MessageQueue<Item>* mQueue = nullptr;
     std::optional<Item> mItem;
   };
+
+  Iterator begin() { return Iterator(*mQueue); }
+  Iterator end() const { return {}; }
 
  private:
   struct Handlers {
@@ -241,11 +244,6 @@ class Stream : public detail::Reader<Message> {
     if (mCore) stop();
   }
 
-  Iterator begin() { return Iterator(*mQueue); }
-  Iterator end() const { return {}; }
-  /** Why no more messages come. End::none while there is something to read, or may be. */
-  End reason() const { return Reader::end(); }
-
   /** Reads no more. What waits to be read may still be read. */
   void stop() { mCore->stopStream(mQueue, End::stopped); }
 
@@ -267,11 +265,6 @@ class Subscription : public detail::Reader<Broadcast> {
   ~Subscription() {
     if (mCore) stop();
   }
-
-  Iterator begin() { return Iterator(*mQueue); }
-  Iterator end() const { return {}; }
-  /** Why no more broadcasts come. End::none while there is something to read, or may be. */
-  End reason() const { return Reader::end(); }
 
   /** Reads no more. What waits to be read may still be read. */
   void stop() { mCore->unsubscribe(mQueue); }

@@ -80,11 +80,19 @@ class Alone {
   Gate& mGate;
 };
 
+/// The place of a connection. Callbacks pass its gate, which is open while there is a sink.
+struct Slot {
+  Slot() { gate.close(); }
+
+  Gate gate;
+  Sink* sink = nullptr;
+};
+
 /// What all connections of the process share. Never destroyed, since threads of the library may outlive a static
 /// object.
 struct Process {
   Gate gate;
-  std::array<std::atomic<Sink*>, KEL_MAX_CONNECTIONS> sinks{};  // of the slots that are in use
+  std::array<Slot, KEL_MAX_CONNECTIONS> slots;
 
   Mutex mutex;
   std::array<bool, KEL_MAX_CONNECTIONS> taken KEL_DETAIL_GUARDED_BY(mutex){};
@@ -117,7 +125,6 @@ struct FreeLibraryBlock {
   void operator()(const void* block) const noexcept { freeLibraryBlock(const_cast<void*>(block)); }
 };
 
-inline Sink* sinkOf(std::uint32_t commandID) { return Process::get().sinks[commandID >> kIdBits].load(); }
 constexpr std::uint32_t kIdMask = (1u << kIdBits) - 1;
 
 inline Form formBy(bool isRef) { return isRef ? Form::ref : Form::val; }
@@ -128,16 +135,17 @@ inline std::uint32_t idOf(std::uint32_t commandID) { return commandID & kIdMask;
 /// nothing more comes for its request.
 template <class Delivery>
 void deliver(std::uint32_t commandID, bool isEnd, Delivery delivery) noexcept {
-  Sink* const sink = sinkOf(commandID);
-  if (sink == nullptr) return;
+  Slot& slot = Process::get().slots[commandID >> kIdBits];
+  if (!slot.gate.tryEnter()) return;
   try {
     try {
-      delivery(*sink);
+      delivery(*slot.sink);
     } catch (const std::bad_alloc&) {
-      if (isEnd) sink->failed(idOf(commandID), Cause::noAnswer, KEL_OK);
+      if (isEnd) slot.sink->failed(idOf(commandID), Cause::noAnswer, KEL_OK);
     }
   } catch (const std::bad_alloc&) {
   }
+  slot.gate.leave();
 }
 
 inline void takeAnswer(std::uint32_t errorCode, std::uint32_t commandID, std::uint32_t /*sequenceByte*/,
@@ -181,7 +189,8 @@ class ProcessRoad final : public Road {
   bool open(const std::string& table, Sink& sink) override {
     Process& process = Process::get();
     if (!takeSlot(process)) return false;
-    process.sinks[mSlot].store(&sink);
+    process.slots[mSlot].sink = &sink;
+    process.slots[mSlot].gate.open();
     {
       const Alone alone(process.gate);
       if (KEL_Connect(table.empty() ? nullptr : table.c_str(),
@@ -190,6 +199,7 @@ class ProcessRoad final : public Road {
         return true;
       }
     }
+    process.slots[mSlot].gate.close();
     giveBackSlot(process);
     return false;
   }
@@ -202,12 +212,10 @@ class ProcessRoad final : public Road {
       // What could not be closed may be closed again.
       for (int attempt = 0; attempt < 2 && !isClosed; ++attempt) isClosed = KEL_Disconnect(mConnection) == KEL_OK;
     }
-    // The library may still call for a connection that it could not close; so its slot stays taken. Nobody is there.
-    if (isClosed) {
-      giveBackSlot(process);
-    } else {
-      process.sinks[mSlot].store(nullptr);
-    }
+    // The library may be in a call for a connection that it could not close, and go on calling. So calls that are
+    // inside are waited for, later ones find the gate closed, and the slot stays taken.
+    process.slots[mSlot].gate.close();
+    if (isClosed) giveBackSlot(process);
   }
 
   Sent send(const Outgoing& request) override {
@@ -263,7 +271,6 @@ class ProcessRoad final : public Road {
   }
 
   void giveBackSlot(Process& process) {
-    process.sinks[mSlot].store(nullptr);
     const Lock lock(process.mutex);
     process.taken[mSlot] = false;
   }

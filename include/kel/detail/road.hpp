@@ -79,7 +79,7 @@ class Road {
   virtual bool open(const std::string& table, Sink& sink) = 0;
   /// Why it could not.
   virtual std::string failure() const = 0;
-  /// Disconnects. May block for long. Afterwards the sink is not called any more.
+  /// Disconnects, and waits for all calls of the sink. May block for long. Afterwards the sink is not called any more.
   virtual void close() = 0;
   /// Hands a request over. Does not wait for other calls that may last.
   virtual Sent send(const Outgoing& request) = 0;

@@ -27,7 +27,7 @@ set(system_macros "(_WIN32|_WIN64|WIN32|__linux|linux|__unix|unix|__APPLE__|__MI
 set(above_library "^(include/kel|fleet|tools|python|examples)/")
 set(calls_library
   "^include/kel/(library|detail/process_road)\\.hpp$|^examples/c/"
-  "|^tools/kelctl/((bare_calls|session|tour)\\.h|(in_flight|library|version)\\.cpp)$")
+  "|^tools/kelctl/((bare_calls|tour)\\.h|(library|version)\\.cpp)$")
 string(CONCAT calls_library ${calls_library})
 
 set(faults "")

@@ -26,5 +26,6 @@ expect 'send TASK_ID_UMAC_INIT --js' '--json'
 expect 'send TASK_ID_UMAC_INIT --in own' 'own table.csv'
 expect 'tasks check own' 'own table.csv'
 expect 'ping --count ' ''
+expect 'help sen' 'send'
 expect 'completion ' 'bash fish zsh'
 rm -r (pwd)

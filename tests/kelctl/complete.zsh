@@ -30,4 +30,5 @@ expect 'tasks fi' 'tasks find '
 expect 'send TASK_ID_U' 'send TASK_ID_UMAC_INIT '
 expect 'send --js' 'send --json '
 expect 'tasks check own' 'tasks check own-table.csv '
+expect 'help sen' 'help send '
 zpty -d shell

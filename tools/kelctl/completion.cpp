@@ -16,14 +16,22 @@
 namespace kelctl {
 namespace {
 
+/// What follows the verb by place: FILE, TASK, ...; empty for nothing.
+std::string placeOf(const CLI::App& app) {
+  const auto positionals = positionalsOf(app);
+  return positionals.empty() ? "" : argumentOf(*positionals.front());
+}
+
 struct Verb {
   const CLI::App* app;
   std::string path;
+  std::vector<const CLI::App*> offered;  ///< the verbs that may follow it
 };
 
-void collect(const CLI::App& app, const std::string& path, std::vector<Verb>& verbs) {
-  verbs.push_back({&app, path});
-  for (const CLI::App* verb : verbsOf(app)) collect(*verb, path + ' ' + verb->get_name(), verbs);
+/// `root` has the verbs that `help` takes.
+void collect(const CLI::App& app, const std::string& path, const CLI::App& root, std::vector<Verb>& verbs) {
+  verbs.push_back({&app, path, verbsOf(placeOf(app) == "VERB" ? root : app)});
+  for (const CLI::App* verb : verbsOf(app)) collect(*verb, path + ' ' + verb->get_name(), root, verbs);
 }
 
 /// "--help" and "-h", as they are typed.
@@ -41,12 +49,6 @@ std::string replaced(std::string text, const std::string& what, const std::strin
     text.replace(at, what.size(), by);
   }
   return text;
-}
-
-/// What follows the verb by place: FILE, TASK, ...; empty for nothing.
-std::string placeOf(const CLI::App& app) {
-  const auto positionals = positionalsOf(app);
-  return positionals.empty() ? "" : argumentOf(*positionals.front());
 }
 
 std::string quoted(const std::string& path) { return '\'' + path + '\''; }
@@ -67,7 +69,7 @@ std::string bashScript(const std::vector<Verb>& verbs) {
   std::string arguments, words;
   for (const Verb& verb : verbs) {
     std::string list;
-    for (const CLI::App* sub : verbsOf(*verb.app)) list += ' ' + sub->get_name();
+    for (const CLI::App* sub : verb.offered) list += ' ' + sub->get_name();
     for (const CLI::Option* option : namedOptionsOf(*verb.app)) {
       for (const std::string& name : namesOf(*option)) {
         list += ' ' + name;
@@ -157,15 +159,16 @@ std::string zshScript(const std::vector<Verb>& verbs) {
       }
     }
     const std::vector<const CLI::App*> subs = verbsOf(*verb.app);
-    if (!placeOf(*verb.app).empty()) {
-      script += " \\\n    '1:" + placeOf(*verb.app) + ':' + zshAction(placeOf(*verb.app)) + '\'';
-    } else if (!subs.empty()) {
+    if (!verb.offered.empty()) {
       script += " \\\n    '1:verb:((";
-      for (const CLI::App* sub : subs) {
-        script += (sub == subs.front() ? "" : " ") + sub->get_name() + "\\:\"" + zshText(summaryOf(*sub)) + '"';
+      for (const CLI::App* sub : verb.offered) {
+        script += (sub == verb.offered.front() ? "" : " ") + sub->get_name() + "\\:\"" + zshText(summaryOf(*sub)) + '"';
       }
-      script += "))' \\\n    '*::argument:->verb'";
+      script += "))'";
+    } else if (!placeOf(*verb.app).empty()) {
+      script += " \\\n    '1:" + placeOf(*verb.app) + ':' + zshAction(placeOf(*verb.app)) + '\'';
     }
+    if (!subs.empty()) script += " \\\n    '*::argument:->verb'";
     script += '\n';
     if (!subs.empty()) {
       script += "  [[ $state != verb ]] && return\n  case $words[1] in\n";
@@ -211,7 +214,7 @@ std::string fishScript(const std::vector<Verb>& verbs) {
       "complete -c kelctl -f\n";
   for (const Verb& verb : verbs) {
     const std::string start = "complete -c kelctl -n \"__kelctl_at " + quoted(verb.path) + '"';
-    for (const CLI::App* sub : verbsOf(*verb.app)) {
+    for (const CLI::App* sub : verb.offered) {
       script += start + " -a " + sub->get_name() + " -d " + fishText(summaryOf(*sub)) + '\n';
     }
     if (!placeOf(*verb.app).empty() && !fishPlace(placeOf(*verb.app)).empty()) {
@@ -240,7 +243,7 @@ void addShell(CLI::App& parent, Plan& plan, const std::string& shell, const std:
       CLI::App app{"", "kelctl"};
       addVerbs(app, unused);
       std::vector<Verb> verbs;
-      collect(app, "", verbs);
+      collect(app, "", app, verbs);
       output.text(script(verbs));
       return kDone;
     };

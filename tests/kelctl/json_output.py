@@ -58,6 +58,8 @@ RUNS = [
     (["tasks", "find", "0x45038240"], 0, None),
     (["tasks", "check", "table.csv"], 1, None),
     (["validate", "table.csv"], 0, None),
+    (["scenario", "new", "--delay", "5"], 0, None),
+    (["scenario", "new", "new.json", "--delay", "5"], 0, None),
     (["scenario", "check", "good.json"], 0, None),
     (["scenario", "check", "table.csv"], 1, None),
     (["doctor"], 0, None),

@@ -66,9 +66,15 @@ Json scenarioOf(const NewOptions& options) {
 }
 
 int write(const NewOptions& options, Output& output) {
-  const std::string text = scenarioOf(options).dump(2) + '\n';
+  const Json scenario = scenarioOf(options);
+  const std::string text = scenario.dump(2) + '\n';
+  Json json{{"verb", "scenario new"}, {"scenario", scenario}};
   if (options.file.empty() || options.file == kStandardStream) {
-    output.text(text);
+    if (output.json()) {
+      output.object(json);
+    } else {
+      output.text(text);
+    }
     return kDone;
   }
   if (std::filesystem::exists(pathOf(options.file))) {
@@ -76,6 +82,10 @@ int write(const NewOptions& options, Output& output) {
   }
   ByteFile(options.file).write({text.begin(), text.end()});
   std::cerr << "written; SLUICEHUB_SCENARIO=" << options.file << " puts it in force\n";
+  if (output.json()) {
+    json["file"] = options.file;
+    output.object(json);
+  }
   return kDone;
 }
 

@@ -77,12 +77,19 @@ class Report {
   std::vector<std::string> mAdvice;
 };
 
-void lookAtLibraries(Report& report) {
+/// False if there are none that a device could be reached by.
+bool lookAtLibraries(Report& report) {
   report.section("Libraries");
-  report.fact("KELHandler", libraryVersion());
   report.fact("kelctl", KELCTL_VERSION);
+  try {
+    report.fact("KELHandler", libraryVersion());
+  } catch (const Fault& fault) {
+    report.fault("KELHandler", "cannot be loaded", fault.what());
+    return false;
+  }
   report.fact("pipe library", pipeLibraryFile());
   report.fact("that is", isStandIn() ? "the stand-in" : "a pipe library for a device");
+  return true;
 }
 
 void lookAtSettings(Report& report) {
@@ -176,11 +183,11 @@ void lookAtDevice(Report& report, const std::string& table) {
 
 int doctor(const DoctorOptions& options, Output& output) {
   Report report;
-  lookAtLibraries(report);
+  const bool hasLibraries = lookAtLibraries(report);
   lookAtSettings(report);
   lookAtTable(report, options.table);
   lookAtLogs(report);
-  if (!options.offline) lookAtDevice(report, options.table);
+  if (hasLibraries && !options.offline) lookAtDevice(report, options.table);
   report.print(output);
   return report.good() ? kDone : kRefused;
 }

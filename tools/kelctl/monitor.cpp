@@ -12,6 +12,8 @@
 #include "options.h"
 #include "platform/terminal.h"
 #include "session.h"
+#include "settings.h"
+#include "task_names.h"
 
 namespace kelctl {
 namespace {
@@ -39,10 +41,10 @@ struct MonitorOptions {
 /// Sends a task again and again, so many times a second, as long as answers come.
 class Sender {
  public:
-  Sender(kel::Client& client, const MonitorOptions& options, Record& record)
+  Sender(kel::Client& client, const MonitorOptions& options, Bytes payload, Record& record)
       : mClient(client),
         mTask(options.task),
-        mPayload(payloadOf(options.payload)),
+        mPayload(std::move(payload)),
         mPause(std::chrono::duration_cast<Clock::duration>(std::chrono::seconds(1)) / options.rate.value_or(kRate)),
         mNext(options.task.empty() ? Clock::time_point::max() : Clock::now()),
         mRecord(record) {}
@@ -231,11 +233,23 @@ class Loop {
   const Clock::time_point mEnd;
 };
 
-int monitorDevice(const MonitorOptions& options, Output& output) {
+/// The same options with the names of their tasks in full. Throws Fault.
+MonitorOptions withNames(MonitorOptions options, const TaskNames& names) {
+  if (!options.task.empty()) options.task = names.find(options.task);
+  for (std::string& task : options.streams) task = names.find(task);
+  return options;
+}
+
+int monitorDevice(const MonitorOptions& given, Output& output) {
+  const TaskNames names(given.table);
+  const MonitorOptions options = withNames(given, names);
+  const Bytes payload = payloadOf(options.payload);
+  names.check(options.task, options.payload, payload);
   const Clock::time_point start = Clock::now();
   Record record(start);
   kel::Options how;
-  how.table = options.table;
+  how.table = libraryFile(tableOf(options.table));
+  how.checksForm = !options.payload.force;
   how.supervision.heartbeat = options.task;
   how.supervision.reconnect = true;
   how.onState = [&record](const kel::StateChange& change) { record.changed(change, Clock::now()); };
@@ -245,8 +259,9 @@ int monitorDevice(const MonitorOptions& options, Output& output) {
   std::vector<std::unique_ptr<StreamReader>> streams;
   for (const std::string& task : options.streams)
     streams.push_back(std::make_unique<StreamReader>(client, task, record));
-  Sender sender(client, options, record);
-  Loop loop(client, record, sender, options.seconds ? start + toMilliseconds(*options.seconds) : Clock::time_point::max());
+  Sender sender(client, options, payload, record);
+  Loop loop(client, record, sender,
+            options.seconds ? start + toMilliseconds(*options.seconds) : Clock::time_point::max());
   if (output.screen()) {
     loop.onScreen(output, {"kel:", options.task});
   } else {

@@ -69,7 +69,7 @@ TEST_F(VerbsTest, AnEmptyWordTooManyIsWrongUsage) {
   for (const std::vector<std::string>& words : lines) {
     EXPECT_EQ(kelctl(words), "");
     EXPECT_EQ(mStatus, 2);
-    EXPECT_THAT(mErrors, HasSubstr("not expected")) << words[0];
+    EXPECT_THAT(mErrors, HasSubstr("one word too many")) << words[0];
   }
 }
 

@@ -52,6 +52,8 @@ std::string usageFault(const CLI::App* app, const CLI::Error& error) {
     fault = "there is no option \"" + *option + '"' + suggestion(nearest(*option, optionNames(verb)));
   } else if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && verb.get_require_subcommand_min() != 0) {
     fault = words.empty() ? "a verb is missing" : noVerb(verb, words.front());
+  } else if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr && !words.empty()) {
+    fault = '"' + words.front() + "\" is one word too many";
   }
   return "kelctl: " + fault + "\nRun `" + nameOf(verb) + " --help` for its usage.\n";
 }

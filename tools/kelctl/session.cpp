@@ -29,13 +29,14 @@ Meaning meaningOf(kel::Cause cause) {
       return {kWrongUsage, "A VAL task takes three values; --force sends what there is all the same."};
     case kel::Cause::noAnswer:
       return {kNoAnswer,
-              "The device may be busy, or not there. RxWaitTimeout in Brel.ini says how many\n"
-              "milliseconds an answer is waited for at most: 10000, unless it says otherwise."};
+              "The device may be busy, or not there. --timeout says how many seconds an answer is\n"
+              "waited for, and RxWaitTimeout in Brel.ini how many milliseconds at most: 10000,\n"
+              "unless it says otherwise."};
     case kel::Cause::linkLost:
     case kel::Cause::closed:
       return {kNoLink, "See that the device is there."};
     case kel::Cause::notConnected:
-      return {kNoLink, "See that the device is there, and that `kelctl tasks` can read the task table."};
+      return {kNoLink, "See that the device is there; `kelctl doctor` tells what else may be wrong."};
     case kel::Cause::noNumber:
       return {kBusy, "Fewer tasks at once may pass."};
     case kel::Cause::busy:

@@ -29,9 +29,9 @@ Meaning meaningOf(kel::Cause cause) {
       return {kWrongUsage, "A VAL task takes three values; --force sends what there is all the same."};
     case kel::Cause::noAnswer:
       return {kNoAnswer,
-              "The device may be busy, or not there. --timeout says how many seconds an answer is\n"
-              "waited for, and RxWaitTimeout in Brel.ini how many milliseconds at most: 10000,\n"
-              "unless it says otherwise."};
+              "The device may be busy, or not there. --timeout says how many seconds an answer\n"
+              "is waited for, and RxWaitTimeout in Brel.ini how many milliseconds at most:\n"
+              "10000, unless it says otherwise."};
     case kel::Cause::linkLost:
     case kel::Cause::closed:
       return {kNoLink, "See that the device is there."};

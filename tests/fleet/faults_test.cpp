@@ -1,0 +1,256 @@
+// What becomes of calls, streams and clients when something on the way fails.
+#include <signal.h>
+
+#include <atomic>
+#include <future>
+#include <thread>
+
+#include "fleet/fleet_test.h"
+#include "nats/Nats.h"
+#include "protocol/Wire.h"
+
+namespace kel::test {
+namespace {
+
+class FaultsTest : public FleetTest {
+ protected:
+  FaultsTest() { startServer(); }
+
+  /// keld in a process of its own.
+  Program& startKeld(const std::string& device = "bench") {
+    keld.emplace(
+        std::vector<std::string>{KELD, "run", "--site", "lab", "--device", device, "--server", server->address()},
+        "the device is offered");
+    return *keld;
+  }
+
+  static CallOptions within(Milliseconds time) {
+    CallOptions options;
+    options.timeout = time;
+    return options;
+  }
+
+  static void Silence(std::uint32_t tui) {
+    SluiceHubSimRule rule = RuleFor(tui);
+    rule.flags = SLUICEHUBSIM_DROP;
+    SluiceHubSim_AddRule(&rule);
+  }
+
+  /// Speaks to NATS as somebody without our code.
+  std::unique_ptr<fleet::Connection> outsider() {
+    std::string why;
+    fleet::Access access;
+    access.servers = {server->address()};
+    return fleet::Connection::open(access, {}, why);
+  }
+
+  std::optional<Program> keld;
+};
+
+TEST_F(FaultsTest, ADeviceThatNobodyOffersIsToldByItsReason) {
+  Options options;
+  const Result<Client> client = fleet::connect(server->uri(), options);
+  ASSERT_FALSE(client);
+  EXPECT_EQ(client.cause(), Cause::notConnected);
+  EXPECT_EQ(client.error().subject, "nobody offers the device");
+}
+
+TEST_F(FaultsTest, ANameIsOfferedByOneKeldOnly) {
+  startKeld();
+  Offered second(workerOptions());
+  connected();
+  EXPECT_EQ(second.end(), 3);
+}
+
+TEST_F(FaultsTest, AWithdrawnDeviceIsALossAtOnce) {
+  offer();
+  Silence(kEchoBytes.tui);
+  Client client = connected();
+  const Call call = client.start(kEchoBytes, "x", within(kLong));
+  SluiceHubSim_WaitForRequests(1, 30'000);
+  offered->end();
+  const Cause cause = CauseOf(call.get());
+  EXPECT_TRUE(cause == Cause::closed || cause == Cause::linkLost) << text(cause);
+  EXPECT_TRUE(client.waitFor(State::lost, kLong));
+}
+
+TEST_F(FaultsTest, AKilledKeldIsALossAndItsSuccessorIsFound) {
+  startKeld();
+  Client client = connected();
+  ASSERT_TRUE(client.task(kEcho).ok());
+  keld->signal(SIGSTOP);
+  const Call caught = client.start(kEcho, {}, within(kLong));
+  keld->signal(SIGKILL);
+  EXPECT_EQ(CauseOf(caught.get()), Cause::linkLost);
+  startKeld();
+  EXPECT_TRUE(client.task(kEcho, {}, within(kLong)).ok());
+}
+
+TEST_F(FaultsTest, AKilledServerIsALossAndBothSidesComeBack) {
+  offer();
+  Silence(kEchoBytes.tui);
+  Client client = connected();
+  const Call call = client.start(kEchoBytes, "x", within(kLong));
+  server->kill();
+  EXPECT_EQ(CauseOf(call.get()), Cause::linkLost);
+  server->restart();
+  CallOptions repeatable = within(kLong);
+  repeatable.repeatable = true;
+  EXPECT_TRUE(client.task(kEcho, {}, repeatable).ok());
+}
+
+TEST_F(FaultsTest, AFrozenServerIsALoss) {
+  offer();
+  Client client = connected();
+  server->freeze();
+  EXPECT_TRUE(client.waitFor(State::lost, kLong));
+  server->thaw();
+  CallOptions repeatable = within(kLong);
+  repeatable.repeatable = true;
+  EXPECT_TRUE(client.task(kEcho, {}, repeatable).ok());
+}
+
+TEST_F(FaultsTest, AMessageAboveTheLimitIsTheWrongForm) {
+  server.reset();
+  startServer("max_payload: 8192");
+  offer();
+  Client client = connected();
+  EXPECT_EQ(CauseOf(client.task(kEchoBytes, std::string(8192, 'x'))), Cause::wrongForm);
+  EXPECT_TRUE(client.task(kEchoBytes, std::string(4096, 'x')).ok());
+}
+
+TEST_F(FaultsTest, WhatIsBeyondTheLimitsIsBusyAtOnce) {
+  offer();
+  Silence(kEchoBytes.tui);
+  std::vector<Client> clients;
+  std::vector<Call> calls;
+  // 60 are under way, 256 wait.
+  for (int i = 0; i < 6; ++i) {
+    clients.push_back(connected());
+    for (int j = 0; j < 60; ++j) calls.push_back(clients.back().start(kEchoBytes, "x", within(kLong)));
+  }
+  Client more = connected();
+  Result<Payload> last = more.task(kEchoBytes, "x", within(kLong));
+  EXPECT_EQ(CauseOf(last), Cause::busy);
+}
+
+TEST_F(FaultsTest, ASlowReaderLosesNothingSilently) {
+  offer();
+  SluiceHubSimRule flood = RuleFor(kStreamer.tui);
+  flood.flags = SLUICEHUBSIM_STREAM;
+  flood.streamCount = 30'000;
+  SluiceHubSim_AddRule(&flood);
+  Client client = connected();
+  StreamOptions options;
+  options.limit = 8;
+  options.whenFull = WhenFull::wait;
+  Stream stream = client.stream(kStreamer, {}, options).value();
+  std::optional<Message> first = stream.next(kLong);
+  ASSERT_TRUE(first);
+  // Nothing is read until the flood has run past what keld keeps for a reader.
+  SluiceHubSim_WaitIdle(30'000);
+  std::uint64_t read = 1;
+  while (stream.next()) ++read;
+  EXPECT_EQ(stream.reason(), End::finished);
+  EXPECT_EQ(read + stream.dropped(), 30'001u);
+}
+
+TEST_F(FaultsTest, AReaderThatIsGoneStopsItsStream) {
+  offer();
+  SluiceHubSimRule endless = RuleFor(kStreamer.tui);
+  endless.flags = SLUICEHUBSIM_STREAM | SLUICEHUBSIM_NO_END;
+  endless.streamCount = 1'000'000;
+  endless.streamIntervalMs = 1;
+  SluiceHubSim_AddRule(&endless);
+  std::atomic<std::uint64_t> came{0};
+  std::promise<void> full;
+  {
+    const std::unique_ptr<fleet::Connection> other = outsider();
+    const std::string inbox = fleet::Connection::newInbox();
+    // It never acknowledges: so a window of messages comes, and no more.
+    const fleet::Subscription answers = other->subscribe(inbox, [&](natsMsg* message) {
+      if (fleet::header(*message, "Kel-Number") == "256") full.set_value();
+      ++came;
+    });
+    connected();
+    const fleet::MessagePtr request = fleet::makeMessage("kel.v1.lab.bench.stream", inbox, {});
+    fleet::setHeader(*request, "Kel-Task", kStreamer.name);
+    other->publish(*request);
+    ASSERT_EQ(full.get_future().wait_for(kLong), std::future_status::ready);
+  }
+  // Streams that are open are in the presence.
+  const std::unique_ptr<fleet::Connection> asker = outsider();
+  const Clock::time_point until = Clock::now() + kLong;
+  bool isStopped = false;
+  while (!isStopped && Clock::now() < until) {
+    natsStatus status = NATS_OK;
+    const fleet::MessagePtr hello = fleet::makeMessage("kel.v1.lab.bench.hello", {}, {});
+    const fleet::MessagePtr answer = asker->request(*hello, kLong, status);
+    ASSERT_TRUE(answer);
+    isStopped = fleet::payloadOf(*answer).find("\"openStreams\":0") != std::string_view::npos;
+  }
+  EXPECT_TRUE(isStopped);
+  EXPECT_LE(came, 258u);
+}
+
+TEST_F(FaultsTest, AnotherVersionIsToldWhy) {
+  offer();
+  connected();
+  const std::unique_ptr<fleet::Connection> other = outsider();
+  const fleet::MessagePtr request = fleet::makeMessage("kel.v1.lab.bench.task", {}, {});
+  fleet::setHeader(*request, "Kel-Task", kEcho.name);
+  fleet::setHeader(*request, "Kel-Protocol", "3");
+  fleet::setHeader(*request, "Kel-Oldest-Protocol", "2");
+  natsStatus status = NATS_OK;
+  const fleet::MessagePtr answer = other->request(*request, kLong, status);
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(fleet::header(*answer, "Kel-Cause"), "wrong-form");
+  EXPECT_EQ(fleet::header(*answer, "Kel-Reason"), "the other side needs protocol 2 at least, and this one speaks 1");
+  fleet::setHeader(*request, "Kel-Oldest-Protocol", "1");
+  const fleet::MessagePtr second = other->request(*request, kLong, status);
+  ASSERT_TRUE(second);
+  EXPECT_FALSE(fleet::header(*second, "Kel-Cause")) << "a later one that gets on with ours is served";
+}
+
+TEST_F(FaultsTest, JsonIsTakenAndGivenWhereItIsAskedFor) {
+  offer();
+  connected();
+  const std::unique_ptr<fleet::Connection> other = outsider();
+  const auto ask = [&](const char* task, const char* json) {
+    const fleet::MessagePtr request = fleet::makeMessage("kel.v1.lab.bench.task", {}, json);
+    fleet::setHeader(*request, "Kel-Task", task);
+    fleet::setHeader(*request, "Content-Type", "application/json");
+    fleet::setHeader(*request, "Accept", "application/json");
+    natsStatus status = NATS_OK;
+    const fleet::MessagePtr answer = other->request(*request, kLong, status);
+    return answer ? fleet::header(*answer, "Kel-Cause").value_or(std::string(fleet::payloadOf(*answer))) : "none";
+  };
+  EXPECT_NE(ask(kEcho.name, R"({"values": [7, 8, 9]})").find(R"("values":[7,8,9])"), std::string::npos);
+  EXPECT_NE(ask(kEchoBytes.name, R"({"text": "AB"})").find(R"("hex":"4142")"), std::string::npos);
+  EXPECT_NE(ask(kEchoBytes.name, R"({"hex": "0aFF"})").find(R"("hex":"0aff")"), std::string::npos);
+  for (const char* wrong : {"", "[]", R"({"values": [1, 2]})", R"({"values": [1, 2, -3]})", R"({"hex": "0"})",
+                            R"({"hex": "0g"})", R"({"text": "a", "hex": "00"})", R"({"bytes": "00"})"}) {
+    EXPECT_EQ(ask(kEchoBytes.name, wrong), "wrong-form") << wrong;
+  }
+}
+
+TEST_F(FaultsTest, StandardToolsFindTheDeviceAndItsCounts) {
+  offer();
+  Client client = connected();
+  ASSERT_TRUE(client.task(kEcho).ok());
+  EXPECT_EQ(CauseOf(client.task("NO_SUCH_TASK")), Cause::unknownTask);
+  const std::unique_ptr<fleet::Connection> other = outsider();
+  const auto ask = [&](const char* subject) {
+    natsStatus status = NATS_OK;
+    const fleet::MessagePtr answer = other->request(*fleet::makeMessage(subject, {}, {}), kLong, status);
+    return answer ? std::string(fleet::payloadOf(*answer)) : "none";
+  };
+  EXPECT_NE(ask("$SRV.PING").find(R"("type":"io.nats.micro.v1.ping_response")"), std::string::npos);
+  EXPECT_NE(ask("$SRV.INFO.kel-device").find(R"("subject":"kel.v1.lab.bench.task")"), std::string::npos);
+  const std::string stats = ask("$SRV.STATS.kel-device");
+  EXPECT_NE(stats.find(R"("num_requests":2)"), std::string::npos) << stats;
+  EXPECT_NE(stats.find(R"("num_errors":1)"), std::string::npos) << stats;
+}
+
+}  // namespace
+}  // namespace kel::test

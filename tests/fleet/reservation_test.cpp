@@ -1,0 +1,186 @@
+// Who is there, and who has what.
+#include <algorithm>
+#include <atomic>
+#include <future>
+#include <thread>
+
+#include "fleet/fleet_test.h"
+#include "kel/fleet_site.hpp"
+
+namespace kel::test {
+namespace {
+
+using fleet::Device;
+using fleet::Reservation;
+using fleet::ReserveOptions;
+using fleet::Site;
+
+class ReservationTest : public FleetTest {
+ protected:
+  ReservationTest() {
+    startServer();
+    offer();
+    site.emplace(openSite());
+    awaitDevice("bench", "connected");
+  }
+
+  Site openSite() const { return Site::open("nats://" + server->address() + "/lab").value(); }
+
+  /// Waits until the site has the device in that state.
+  Device awaitDevice(const std::string& name, const std::string& state) {
+    const Clock::time_point until = Clock::now() + kLong;
+    for (;;) {
+      if (const Result<std::vector<Device>> all = site->devices()) {
+        const auto place = std::find_if(all->begin(), all->end(),
+                                        [&](const Device& one) { return one.name == name && one.state == state; });
+        if (place != all->end()) return *place;
+      }
+      if (Clock::now() >= until) {
+        ADD_FAILURE() << "never " << state;
+        return {};
+      }
+      std::this_thread::yield();
+    }
+  }
+
+  static ReserveOptions wanted(const std::string& holder, Milliseconds wait = Milliseconds(0)) {
+    ReserveOptions options;
+    options.device = "bench";
+    options.holder = holder;
+    options.wait = wait;
+    return options;
+  }
+
+  Client clientOf(const Reservation& reservation) { return connected(coming(), {{}, reservation.id()}); }
+
+  std::optional<Site> site;
+};
+
+TEST_F(ReservationTest, ADeviceTellsWhatItIs) {
+  fleet::WorkerOptions options = workerOptions("second");
+  options.model = "x";
+  options.tags = {{"room", "7"}};
+  const Offered second(options);
+  const Device device = awaitDevice("second", "connected");
+  EXPECT_EQ(device.model, "x");
+  EXPECT_EQ(device.tags.at("room"), "7");
+  EXPECT_EQ(device.protocol, 1u);
+  EXPECT_FALSE(device.host.empty());
+  EXPECT_TRUE(device.holder.empty());
+}
+
+TEST_F(ReservationTest, ADeviceThatIsWithdrawnIsNotThereAnyMore) {
+  offered->end();
+  const Result<std::vector<Device>> all = site->devices();
+  ASSERT_TRUE(all);
+  EXPECT_TRUE(all->empty());
+}
+
+TEST_F(ReservationTest, OthersTasksAreRefusedAsLongAsItIsHeld) {
+  Client other = connected();
+  ASSERT_TRUE(other.task(kEcho).ok());
+  Reservation mine = site->reserve(wanted("anna")).value();
+  EXPECT_EQ(CauseOf(other.task(kEcho)), Cause::reserved);
+  EXPECT_EQ(other.stream(kStreamer).cause(), Cause::reserved);
+  EXPECT_EQ(other.post(kEchoBytes).cause(), Cause::reserved);
+  EXPECT_TRUE(clientOf(mine).task(kEcho).ok());
+  const Device device = awaitDevice("bench", "connected");
+  EXPECT_EQ(device.holder, "anna");
+  EXPECT_GT(device.heldSince, 0);
+  mine.release();
+  EXPECT_FALSE(mine.isHeld());
+  while (!other.task(kEcho).ok()) std::this_thread::yield();
+}
+
+TEST_F(ReservationTest, ASecondHolderIsToldWhoHasIt) {
+  const Reservation mine = site->reserve(wanted("anna")).value();
+  const Result<Reservation> other = site->reserve(wanted("ben"));
+  ASSERT_FALSE(other);
+  EXPECT_EQ(other.cause(), Cause::reserved);
+  EXPECT_EQ(other.error().subject, "anna");
+}
+
+TEST_F(ReservationTest, OfManyAtOnceOneGetsIt) {
+  std::atomic<int> held{0};
+  std::vector<std::thread> threads;
+  std::vector<std::optional<Reservation>> kept(6);
+  for (std::optional<Reservation>& one : kept) {
+    threads.emplace_back([&] {
+      Site own = openSite();
+      Result<Reservation> got = own.reserve(wanted("one of many"));
+      if (!got) return;
+      ++held;
+      one.emplace(std::move(*got));
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(held, 1);
+}
+
+TEST_F(ReservationTest, ThoseInLineGetItInTheirOrder) {
+  Reservation mine = site->reserve(wanted("anna")).value();
+  std::mutex mutex;
+  std::vector<std::string> order;
+  std::vector<std::thread> threads;
+  for (const char* name : {"ben", "carl"}) {
+    threads.emplace_back([&, name] {
+      Site own = openSite();
+      Reservation got = own.reserve(wanted(name, kLong)).value();
+      const std::lock_guard<std::mutex> lock(mutex);
+      order.emplace_back(name);
+    });
+    const std::size_t place = threads.size();
+    while (site->devices().value().at(0).waiting != place) std::this_thread::yield();
+  }
+  mine.release();
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(order, (std::vector<std::string>{"ben", "carl"}));
+}
+
+TEST_F(ReservationTest, WhoeverGivesUpWaitingLeavesTheLine) {
+  const Reservation mine = site->reserve(wanted("anna")).value();
+  EXPECT_EQ(site->reserve(wanted("ben", Milliseconds(300))).cause(), Cause::reserved);
+  EXPECT_EQ(site->devices().value().at(0).waiting, 0u);
+}
+
+TEST_F(ReservationTest, ALeaseIsRenewedBeyondItsTimeToLive) {
+  ReserveOptions options = wanted("anna");
+  options.timeToLive = Milliseconds(1000);
+  const Reservation mine = site->reserve(options).value();
+  // Somebody waits in the meantime: the line is in the same record as the lease.
+  EXPECT_EQ(site->reserve(wanted("ben", Milliseconds(2500))).cause(), Cause::reserved);
+  EXPECT_TRUE(mine.isHeld());
+}
+
+TEST_F(ReservationTest, AnyDeviceWithTheTagsIsTaken) {
+  fleet::WorkerOptions options = workerOptions("second");
+  options.model = "x";
+  const Offered second(options);
+  awaitDevice("second", "connected");
+  ReserveOptions any;
+  any.tags = {{"model", "x"}};
+  const Reservation mine = site->reserve(any).value();
+  EXPECT_EQ(mine.device(), "second");
+  EXPECT_EQ(site->reserve(any).cause(), Cause::reserved);
+  any.tags = {{"model", "y"}};
+  EXPECT_EQ(site->reserve(any).cause(), Cause::notConnected);
+}
+
+TEST_F(ReservationTest, ALeaseThatIsNotRenewedIsTakenOverAndItsHolderIsTold) {
+  std::promise<void> lost;
+  ReserveOptions options = wanted("anna");
+  options.timeToLive = Milliseconds(1000);
+  options.onLost = [&] { lost.set_value(); };
+  const Reservation mine = site->reserve(options).value();
+  // The servers are away for longer than the lease lives, so that it cannot be renewed.
+  server->freeze();
+  EXPECT_EQ(lost.get_future().wait_for(kLong), std::future_status::ready);
+  EXPECT_FALSE(mine.isHeld());
+  server->thaw();
+  Site own = openSite();
+  const Reservation next = own.reserve(wanted("ben", kLong)).value();
+  EXPECT_TRUE(next.isHeld());
+}
+
+}  // namespace
+}  // namespace kel::test

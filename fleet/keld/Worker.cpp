@@ -9,6 +9,7 @@
 #include "keld/LeaseGuard.h"
 #include "keld/Log.h"
 #include "keld/Metrics.h"
+#include "keld/exit_status.h"
 #include "keld/host.h"
 
 namespace kel::fleet {
@@ -73,7 +74,7 @@ int Worker::run() {
   if (!connect()) return 0;
   if (!nameIsFree()) {
     logLine("error", "another keld offers a device of this name", {{"site", mOptions.name.site}});
-    return 3;
+    return kExitNameTaken;
   }
   Options options;
   options.table = mOptions.table;
@@ -96,7 +97,7 @@ int Worker::run() {
     }
   } catch (const std::exception& exception) {
     logLine("error", "metrics cannot be served", {{"address", mOptions.metrics}, {"reason", exception.what()}});
-    return 1;
+    return kExitFailed;
   }
   offer();
   logLine("info", "the device is offered", {{"site", mOptions.name.site}, {"instance", mInstance}});

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <mutex>
 #include <new>
+#include <random>
 #include <utility>
 
 namespace kel::fleet {
@@ -161,6 +162,8 @@ std::unique_ptr<Connection> Connection::open(const Access& access, ConnectionOpt
     set(natsOptions_SetReconnectJitter(raw, kReconnectPauseMs, kReconnectPauseMs));
     set(natsOptions_SetReconnectBufSize(raw, kWaitingBytes));
   }
+  connection->mInboxes = access.user.empty() ? "_INBOX" : "_INBOX." + access.user;
+  set(natsOptions_SetCustomInboxPrefix(raw, connection->mInboxes.c_str()));
   if (!access.user.empty()) {
     set(natsOptions_SetUserInfo(raw, access.user.c_str(), firstLineOf(access.passwordFile).c_str()));
   }
@@ -225,12 +228,9 @@ std::size_t Connection::maxPayload() const {
   return static_cast<std::size_t>(natsConnection_GetMaxPayload(mConnection));
 }
 
-std::string Connection::newInbox() {
-  natsInbox* inbox = nullptr;
-  if (natsInbox_Create(&inbox) != NATS_OK) throw std::bad_alloc();
-  const std::string name = inbox;
-  natsInbox_Destroy(inbox);
-  return name;
+std::string Connection::newInbox() const {
+  std::random_device random;
+  return mInboxes + "." + std::to_string(random()) + std::to_string(random()) + std::to_string(random());
 }
 
 Subscription Connection::subscribe(const std::string& subject, MessageHandler handler, const std::string& queue,

@@ -77,8 +77,9 @@ class Connection {
   bool isConnected() const;
   /// The largest payload that the server takes, headers included.
   std::size_t maxPayload() const;
-  /// A subject that nobody else has, for answers.
-  static std::string newInbox();
+  /// A subject that nobody else has, for answers: below "_INBOX", and there below the user's name if there is one, so
+  /// that servers can let each user have its own answers only.
+  std::string newInbox() const;
 
   /// With a `queue`, only one of its members gets each message. A time-out of 0 is none.
   Subscription subscribe(const std::string& subject, MessageHandler handler, const std::string& queue = {},
@@ -96,6 +97,7 @@ class Connection {
 
   struct Watch;
   std::unique_ptr<Watch> mWatch;
+  std::string mInboxes;
   natsConnection* mConnection = nullptr;
 };
 

@@ -49,7 +49,7 @@ bool NatsRoad::open(const std::string& /*table*/, detail::Sink& sink) {
   mConnection = Connection::open(mIdentity.access, std::move(options), mFailure);
   if (!mConnection) return false;
   mSink.store(&sink);
-  mInbox = Connection::newInbox();
+  mInbox = mConnection->newInbox();
   mReplies = mConnection->subscribe(mInbox + ".*", [this](natsMsg* message) { takeReply(*message); });
   if (!mReplies || !greet()) {
     close();

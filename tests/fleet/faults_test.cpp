@@ -166,7 +166,7 @@ TEST_F(FaultsTest, AReaderThatIsGoneStopsItsStream) {
   std::promise<void> full;
   {
     const std::unique_ptr<fleet::Connection> other = outsider();
-    const std::string inbox = fleet::Connection::newInbox();
+    const std::string inbox = other->newInbox();
     // It never acknowledges: so a window of messages comes, and no more.
     const fleet::Subscription answers = other->subscribe(inbox, [&](natsMsg* message) {
       if (fleet::header(*message, "Kel-Number") == "256") full.set_value();

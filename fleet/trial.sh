@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Three NATS servers in a cluster on loopback, and 15 devices with different scenarios, until Ctrl-C. Nothing is left
 # behind.
 #   trial.sh KELD SCENARIOS

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "directory/Bucket.h"
 
 #include <utility>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The key-value bucket of a site in JetStream: presence and reservations.
 #pragma once
 

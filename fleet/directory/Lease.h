@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The record of a reservation: who has a device, and who waits for it. It lies under one key of the site's bucket, and
 // each change of it is a compare-and-set on its revision: who has the acknowledgement of a write has the device. To
 // have read a record means nothing; it may be old.

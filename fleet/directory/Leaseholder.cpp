@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "directory/Leaseholder.h"
 
 #include <algorithm>

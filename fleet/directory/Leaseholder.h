@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Getting, keeping and giving back one lease. Each step is a compare-and-set; see Lease.h.
 #pragma once
 

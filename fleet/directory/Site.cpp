@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Devices of a site, and reservations of them.
 #include <algorithm>
 #include <atomic>

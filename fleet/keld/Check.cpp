@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "keld/Check.h"
 
 #include <filesystem>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // `keld check`: tells what would keep a worker from its work, before it is started.
 #pragma once
 

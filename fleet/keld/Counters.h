@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What a worker counts: for its presence, the services protocol and the metrics.
 #pragma once
 

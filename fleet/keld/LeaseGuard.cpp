@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "keld/LeaseGuard.h"
 
 #include <utility>

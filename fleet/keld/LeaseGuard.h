@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Knows who may use a device: follows its lease in the site's bucket, on a thread of its own.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Structured logs: one JSON object a line, on standard error, where systemd's journal takes them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "keld/Metrics.h"
 
 #include <prometheus/client_metric.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // A worker's counts for Prometheus, served over HTTP.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "keld/Responder.h"
 
 #include <chrono>

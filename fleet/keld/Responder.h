@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The NATS services protocol, by which standard tools find devices and read their counts: answers to PING, INFO and
 // STATS on "$SRV.", for all services, for those named "kel-device", and for this one.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "keld/StreamSender.h"
 
 #include <algorithm>

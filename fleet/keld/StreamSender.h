@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Streams of a device on their way to readers anywhere on NATS.
 //
 // Each stream has a thread, which takes messages from the client layer and publishes them. A message has as its reply

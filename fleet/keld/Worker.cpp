@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "keld/Worker.h"
 
 #include <nlohmann/json.hpp>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // One device on NATS: what `keld run` does in each of its processes.
 //
 //     request on NATS -> client layer -> device -> client layer -> answer on NATS

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What a worker is started with.
 #pragma once
 

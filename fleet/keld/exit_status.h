@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What keld's exit status says.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What a worker says of where it runs.
 #pragma once
 

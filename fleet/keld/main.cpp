@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // keld: offers devices on NATS.
 #include <CLI/CLI.hpp>
 #include <csignal>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "nats/Nats.h"
 
 #include <atomic>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // NATS as the rest of the fleet's code sees it: connections, messages and subscriptions that end by themselves.
 //
 // Threads. A handler runs on a thread of its subscription, one message at a time. A Connection may be used by any

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "protocol/Subjects.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The names of everything that a device has on NATS. docs/fleet.md has the table.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Requests, answers and messages of streams as they stand on the wire: facts in headers, payloads raw, or as JSON for
 // those who ask for it. docs/fleet.md has the table of headers.
 #pragma once

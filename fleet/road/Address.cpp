@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where a device is, from its URI or its name.
 #include <cstdlib>
 #include <fstream>

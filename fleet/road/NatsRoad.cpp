@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "road/NatsRoad.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The road over NATS to a device's keld.
 //
 // Each connection of the client layer is a connection to NATS of its own, which does not come back by itself: when it

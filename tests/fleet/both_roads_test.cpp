@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What holds for a client whichever way its device is reached: by the library in this process, or over NATS.
 #include <algorithm>
 #include <array>

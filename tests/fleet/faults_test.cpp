@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What becomes of calls, streams and clients when something on the way fails.
 #include <signal.h>
 

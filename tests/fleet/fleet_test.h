@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What the tests of the fleet share: a NATS server, and a device that is offered there by a worker in this process, so
 // that the stand-in's controls reach it.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Who is there, and who has what.
 #include <algorithm>
 #include <atomic>

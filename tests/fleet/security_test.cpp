@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Who may do what, with the server configuration that stands beside the sources.
 #include "fleet/fleet_test.h"
 #include "kel/fleet_site.hpp"

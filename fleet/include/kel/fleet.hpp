@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /**
  * @file
  * Devices on other hosts: clients over NATS. Everything a kel::Client does it does over this road as well.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /**
  * @file
  * How a program reaches NATS servers, and who it says it is.

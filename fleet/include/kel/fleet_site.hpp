@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /**
  * @file
  * A site as a whole: which devices there are, and reservations of them.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "keld/posix/Parent.h"
 
 #include <signal.h>

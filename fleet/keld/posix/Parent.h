@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Keeps workers running: one process for each device, under one small parent.
 #pragma once
 

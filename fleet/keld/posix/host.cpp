@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "keld/host.h"
 
 #include <unistd.h>

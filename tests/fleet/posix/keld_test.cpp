@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // keld as a program.
 #include <netinet/in.h>
 #include <signal.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "fleet/posix/nats_server.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // A NATS server of a test's own, on a free port of loopback, with a store that goes with it.
 #pragma once
 

@@ -10,19 +10,22 @@ namespace {
 
 /// Those in line take a lease that ran out one after the other, since the first of them may be gone as well.
 constexpr std::chrono::milliseconds kTurn{1000};
-/// The longest wait for a change before the clock is looked at.
-constexpr std::chrono::milliseconds kLook{100};
+/// A write whose outcome the watch does not tell within this time is made again.
+constexpr std::chrono::milliseconds kEcho{500};
+/// The shortest wait that a watch can be asked for.
+constexpr std::chrono::steady_clock::duration kAtOnce = std::chrono::milliseconds(1);
+/// What is under way at the deadline has so much longer to be told.
+constexpr std::chrono::seconds kGrace{3};
 /// A write that others were faster with is made again so often.
 constexpr int kTries = 8;
 
 }  // namespace
 
-bool Leaseholder::mayTake(const View& view) const {
-  if (view.lease.isHeldBy(mSelf.id)) return true;
+Leaseholder::Clock::time_point Leaseholder::mineFrom(const View& view) const {
+  if (view.lease.isHeldBy(mSelf.id)) return Clock::time_point{};
   const std::size_t place = view.lease.placeOf(mSelf.id).value_or(view.lease.line.size());
-  if (!view.lease.holder && place == 0) return true;
-  const auto patience = (view.lease.holder ? view.lease.timeToLive : Milliseconds(0)) + place * kTurn;
-  return Clock::now() - view.seen > patience;
+  if (!view.lease.holder && place == 0) return Clock::time_point{};
+  return view.seen + (view.lease.holder ? view.lease.timeToLive : Milliseconds(0)) + place * kTurn;
 }
 
 Swap Leaseholder::take(View view) {
@@ -39,7 +42,7 @@ Swap Leaseholder::joinLine(View view) {
   return mBucket.swap(mKey, view.lease.write(), view.revision);
 }
 
-Leaseholder::Outcome Leaseholder::get(Clock::time_point deadline) {
+Leaseholder::Outcome Leaseholder::get(Clock::time_point deadline, const Sighting& sighting) {
   std::optional<BucketWatch> watch = mBucket.watch(mKey);
   if (!watch) return Outcome::unreachable;
   View view;
@@ -47,10 +50,14 @@ Leaseholder::Outcome Leaseholder::get(Clock::time_point deadline) {
   bool isUpToDate = false;
   bool isAnswered = true;  // the last write was
   for (;;) {
+    // Nothing is due before one of these, but what the watch tells.
+    Clock::time_point due = deadline + kGrace;
+    if (isUpToDate) due = isAnswered ? std::min(deadline, mineFrom(view)) : Clock::now() + kEcho;
     BucketEntry entry;
-    switch (watch->next(kLook, entry)) {
+    switch (watch->next(std::chrono::ceil<Milliseconds>(std::max(due - Clock::now(), kAtOnce)), entry)) {
       case BucketWatch::Next::entry:
         view = {Lease::read(entry.value), entry.revision, Clock::now()};
+        if (entry.revision == sighting.revision) view.seen = sighting.when;
         isAnswered = true;
         break;
       case BucketWatch::Next::upToDate:
@@ -62,17 +69,19 @@ Leaseholder::Outcome Leaseholder::get(Clock::time_point deadline) {
         isAnswered = true;
         break;
     }
+    const Clock::time_point now = Clock::now();
     if (isUpToDate && isAnswered) {
-      if (mayTake(view)) {
+      if (mineFrom(view) <= now) {
         if (take(view).outcome == Swap::Outcome::done) return Outcome::held;
         isAnswered = false;  // the watch tells what there is instead
-      } else if (Clock::now() < deadline && !view.lease.placeOf(mSelf.id)) {
+      } else if (now < deadline && !view.lease.placeOf(mSelf.id)) {
         joinLine(view);
         isAnswered = false;
+      } else if (now >= deadline) {
+        break;
       }
     }
-    if (Clock::now() >= deadline && isUpToDate && isAnswered) break;
-    if (Clock::now() >= deadline + std::chrono::seconds(3)) return Outcome::unreachable;
+    if (now >= deadline + kGrace) return Outcome::unreachable;
   }
   mHolder = view.lease.holder ? view.lease.holder->name : "";
   if (view.lease.placeOf(mSelf.id)) leaveLine();

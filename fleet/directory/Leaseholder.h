@@ -22,8 +22,15 @@ class Leaseholder {
   Leaseholder(const Bucket& bucket, std::string key, Party self, Milliseconds timeToLive)
       : mBucket(bucket), mKey(std::move(key)), mSelf(std::move(self)), mTimeToLive(timeToLive) {}
 
-  /// Tries until the deadline, in the line of the device if it is not past at once.
-  Outcome get(Clock::time_point deadline);
+  /// That a revision of the lease was there, and not yet another one. None: 0.
+  struct Sighting {
+    std::uint64_t revision = 0;
+    Clock::time_point when;
+  };
+
+  /// Tries until the deadline, in the line of the device if it is not past at once. A lease that was sighted before
+  /// runs out so much the sooner.
+  Outcome get(Clock::time_point deadline, const Sighting& sighting);
   /// Has it held for another time to live. With `taken` it is somebody else's, with `unreachable` it may still be ours.
   Outcome renew();
   /// Hands it to the next in line. False if that could not be done: then it runs out.
@@ -46,8 +53,8 @@ class Leaseholder {
   Swap take(View view);
   Swap joinLine(View view);
   void leaveLine();
-  /// Whether the lease may be ours now: handed over, free, or run out.
-  bool mayTake(const View& view) const;
+  /// From when on the lease may be ours: handed over, free, or run out.
+  Clock::time_point mineFrom(const View& view) const;
   /// Our last write's lease if nobody wrote meanwhile, else what is read.
   bool look(View& view) const;
 

@@ -5,13 +5,14 @@
 #include <condition_variable>
 #include <cstdlib>
 #include <mutex>
-#include <nlohmann/json.hpp>
 #include <random>
 #include <thread>
 #include <utility>
 
 #include "directory/Bucket.h"
+#include "directory/KeptBroadcasts.h"
 #include "directory/Leaseholder.h"
+#include "directory/SiteView.h"
 #include "kel/fleet.hpp"
 #include "kel/fleet_site.hpp"
 #include "nats/Nats.h"
@@ -26,11 +27,8 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
 using std::chrono::system_clock;
-using Json = nlohmann::json;
 
 constexpr milliseconds kShortestTimeToLive{1000};
-/// How long a snapshot of the bucket may take.
-constexpr milliseconds kSnapshotTime{3000};
 
 Error unreachable(std::string why) { return {Cause::notConnected, 0, std::move(why)}; }
 
@@ -47,46 +45,11 @@ std::string ownName() {
   return user != nullptr ? user : "somebody";
 }
 
-template <class T>
-T get(const Json& json, const char* key, T otherwise) {
-  const auto place = json.find(key);
-  if (place == json.end()) return otherwise;
-  try {
-    return place->get<T>();
-  } catch (const Json::exception&) {
-    return otherwise;
-  }
-}
-
-Device deviceOf(const std::string& name, const std::string& text) {
-  Device device;
-  device.name = name;
-  const Json json = Json::parse(text, nullptr, false);
-  if (!json.is_object()) return device;
-  device.model = get<std::string>(json, "model", "");
-  device.tags = get<std::map<std::string, std::string>>(json, "tags", {});
-  device.tags["model"] = device.model;
-  device.host = get<std::string>(json, "host", "");
-  device.version = get<std::string>(json, "version", "");
-  device.protocol = get<std::uint32_t>(json, "protocol", 0);
-  device.state = get<std::string>(json, "state", "");
-  device.inFlight = get<std::uint32_t>(json, "inFlight", 0);
-  device.queued = get<std::uint32_t>(json, "queued", 0);
-  device.tasks = get<std::uint64_t>(json, "tasks", 0);
-  return device;
-}
-
 bool hasTags(const Device& device, const std::map<std::string, std::string>& tags) {
   return std::all_of(tags.begin(), tags.end(), [&](const auto& tag) {
     const auto place = device.tags.find(tag.first);
     return place != device.tags.end() && place->second == tag.second;
   });
-}
-
-/// The rest of a key behind its head, if it has that head.
-std::optional<std::string> behind(const std::string& key, const std::string& head) {
-  if (key.compare(0, head.size(), head) != 0) return std::nullopt;
-  return key.substr(head.size());
 }
 
 }  // namespace
@@ -95,6 +58,14 @@ struct Site::Inside {
   std::vector<std::string> servers;
   std::string name;
   std::unique_ptr<Connection> connection;
+  std::unique_ptr<SiteView> view;
+
+  Result<SiteView::Snapshot> look() const {
+    std::string why;
+    std::optional<SiteView::Snapshot> snapshot = view->snapshot(why);
+    if (!snapshot) return unreachable("the bucket of site " + name + ": " + why);
+    return std::move(*snapshot);
+  }
 
   Result<Bucket> bucket() const {
     std::string why;
@@ -192,6 +163,7 @@ Result<Site> Site::open(const std::string& uri, Access access) {
   std::string why;
   inside->connection = Connection::open(access, std::move(options), why);
   if (!inside->connection) return unreachable(std::move(why));
+  inside->view = std::make_unique<SiteView>(*inside->connection, inside->name);
   return Site(std::move(inside));
 }
 
@@ -202,40 +174,24 @@ std::string Site::uriOf(const std::string& device) const {
 }
 
 Result<std::vector<Device>> Site::devices() const {
-  const Result<Bucket> bucket = mInside->bucket();
-  if (!bucket) return bucket.error();
-  std::optional<BucketWatch> watch = bucket->watch(">");
-  if (!watch) return unreachable("the bucket of site " + mInside->name + " cannot be read");
-  std::map<std::string, Device> devices;
-  std::map<std::string, Lease> leases;
-  const steady_clock::time_point until = steady_clock::now() + kSnapshotTime;
-  for (;;) {
-    BucketEntry entry;
-    const BucketWatch::Next next = watch->next(milliseconds(500), entry);
-    if (next == BucketWatch::Next::upToDate) break;
-    if (next == BucketWatch::Next::failed || steady_clock::now() >= until) {
-      return unreachable("the bucket of site " + mInside->name + " cannot be read");
-    }
-    if (next != BucketWatch::Next::entry || entry.value.empty()) continue;
-    const auto age = system_clock::now() - entry.created;
-    if (const std::optional<std::string> name = behind(entry.key, presenceKey(""))) {
-      Device& device = devices[*name] = deviceOf(*name, entry.value);
-      if (age > kPresenceLasts) device.state = "gone";
-    } else if (const std::optional<std::string> leased = behind(entry.key, leaseKey(""))) {
-      Lease lease = Lease::read(entry.value);
-      if (age > lease.timeToLive) lease.holder.reset();
-      leases[*leased] = std::move(lease);
-    }
+  Result<SiteView::Snapshot> snapshot = mInside->look();
+  if (!snapshot) return snapshot.error();
+  return std::move(snapshot->devices);
+}
+
+Result<std::vector<KeptBroadcast>> Site::keptBroadcasts(const std::string& device, milliseconds ago) const {
+  if (!isName(device)) return unreachable(device + " is no name of a device");
+  std::vector<KeptBroadcast> kept;
+  std::string why;
+  const auto take = [&](natsMsg& message, system_clock::time_point time) {
+    kept.push_back({{readPayload(message), header(message, headers::kTask).value_or("UNKNOWN_TASK")},
+                    time,
+                    numberIn(message, headers::kNumber).value_or(0)});
+  };
+  if (!readBroadcasts(*mInside->connection, {mInside->name, device}, system_clock::now() - ago, take, why)) {
+    return unreachable("the broadcasts of " + device + ": " + why);
   }
-  std::vector<Device> all;
-  for (auto& [name, device] : devices) {
-    const Lease& lease = leases[name];
-    if (lease.holder) device.holder = lease.holder->name;
-    if (lease.holder) device.heldSince = lease.holder->since;
-    device.waiting = lease.line.size();
-    all.push_back(std::move(device));
-  }
-  return all;
+  return kept;
 }
 
 Result<Reservation> Site::reserve(const ReserveOptions& options) const {
@@ -252,7 +208,7 @@ Result<Reservation> Site::reserve(const ReserveOptions& options) const {
     auto inside =
         std::make_unique<Reservation::Inside>(mInside, device, self, std::move(*bucket), timeToLive, options.onLost);
     inside->isHeld.store(false);
-    switch (inside->holder.get(until)) {
+    switch (inside->holder.get(until, mInside->view->sightingOf(device))) {
       case Leaseholder::Outcome::taken:
         return Error{Cause::reserved, 0, inside->holder.holder()};
       case Leaseholder::Outcome::unreachable:
@@ -276,10 +232,10 @@ Result<Reservation> Site::reserve(const ReserveOptions& options) const {
   }
   std::string holder;
   bool isAny = false;
-  do {
-    const Result<std::vector<Device>> all = devices();
-    if (!all) return all.error();
-    for (const Device& device : *all) {
+  for (;;) {
+    const Result<SiteView::Snapshot> snapshot = mInside->look();
+    if (!snapshot) return snapshot.error();
+    for (const Device& device : snapshot->devices) {
       if (device.state != "connected" || !hasTags(device, options.tags)) continue;
       isAny = true;
       holder = device.holder;
@@ -288,9 +244,9 @@ Result<Reservation> Site::reserve(const ReserveOptions& options) const {
       if (reservation || reservation.cause() != Cause::reserved) return reservation;
     }
     if (steady_clock::now() >= deadline) break;
-    // All are taken. One that is given back, or runs out, is seen at the next look.
-    std::this_thread::sleep_for(std::min<steady_clock::duration>(milliseconds(200), deadline - steady_clock::now()));
-  } while (true);
+    // All are taken, until one is given back or runs out.
+    mInside->view->awaitChange(*snapshot, std::min(deadline, snapshot->nextEnd.value_or(deadline)));
+  }
   if (!isAny) return unreachable("nobody offers a device with these tags");
   return Error{Cause::reserved, 0, holder};
 }

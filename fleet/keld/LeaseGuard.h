@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-// Knows who may use a device: follows its lease in the site's bucket, on a thread of its own.
+// Knows who may use a device: follows its lease in the site's bucket.
 #pragma once
 
 #include <chrono>
@@ -9,18 +9,17 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 
-#include "directory/Bucket.h"
+#include "directory/Follower.h"
 #include "directory/Lease.h"
 
 namespace kel::fleet {
 
 class LeaseGuard {
  public:
-  /// `onReady` is called, on the guard's thread, each time that the bucket could be had.
-  LeaseGuard(Connection& connection, std::string site, std::string device, int replicas, std::function<void()> onReady);
-  ~LeaseGuard();
+  /// `onReady` is called, on a thread of the guard's own, each time that the bucket could be had.
+  LeaseGuard(Connection& connection, const std::string& site, const std::string& device, int replicas,
+             std::function<void()> onReady);
 
   /// Whose name the device is reserved under, if it is not for `id`. A lease that was not renewed in time binds nobody.
   std::optional<std::string> heldAgainst(const std::string& id) const;
@@ -28,23 +27,14 @@ class LeaseGuard {
   bool awaitRevision(std::uint64_t revision, std::chrono::milliseconds timeout) const;
 
  private:
-  void run();
-  void follow(BucketWatch& watch);
-
-  Connection& mConnection;
-  const std::string mSite;
-  const std::string mDevice;
-  const int mReplicas;
-  const std::function<void()> mOnReady;
-
   mutable std::mutex mMutex;
   mutable std::condition_variable mChanged;
-  bool mIsStopping = false;
   std::uint64_t mRevision = 0;
   Lease mLease;
   std::chrono::steady_clock::time_point mSeen;
+  std::string mTold;  // the last reason that was logged; the follower's thread's
 
-  std::thread mThread;
+  Follower mFollower;  // last: it ends first
 };
 
 }  // namespace kel::fleet

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "directory/Bucket.h"
+#include "directory/KeptBroadcasts.h"
 #include "keld/LeaseGuard.h"
 #include "keld/Log.h"
 #include "keld/Metrics.h"
@@ -131,6 +132,9 @@ bool Worker::connect() {
     options.onChange = [](bool isConnected) {
       logLine(isConnected ? "info" : "warning", isConnected ? "back on NATS" : "the NATS servers are out of reach");
     };
+    options.onForbidden = [](const std::string& what) {
+      logLine("error", "the NATS servers forbid it", {{"reason", what}});
+    };
     mConnection = Connection::open(mOptions.access, std::move(options), why);
     lock.lock();
     if (mConnection) return true;
@@ -150,8 +154,10 @@ bool Worker::nameIsFree() {
 
 void Worker::offer() {
   Connection& nats = *mConnection;
-  mGuard = std::make_unique<LeaseGuard>(nats, mOptions.name.site, mOptions.name.device, mOptions.replicas,
-                                        [this] { publishPresence(); });
+  mGuard = std::make_unique<LeaseGuard>(nats, mOptions.name.site, mOptions.name.device, mOptions.replicas, [this] {
+    publishPresence();
+    keepBroadcasts();
+  });
   mStreams = std::make_unique<StreamSender>(*mClient, nats, mSubjects, mCounters);
   mBroadcasts.emplace(mClient->broadcasts([this](const Broadcast& broadcast) { takeBroadcast(broadcast); }));
 
@@ -294,6 +300,14 @@ void Worker::takeBroadcast(const Broadcast& broadcast) {
   const std::uint64_t number = ++mCounters.broadcasts + mClient->statistics().droppedBroadcasts;
   setHeader(*message, headers::kNumber, std::to_string(number));
   publish(*message);
+}
+
+void Worker::keepBroadcasts() {
+  if (mOptions.keepBroadcasts.count() == 0) return;
+  std::string why;
+  if (!fleet::keepBroadcasts(*mConnection, mOptions.name, mOptions.keepBroadcasts, mOptions.replicas, why)) {
+    logLine("error", "broadcasts are not kept", {{"reason", why}});
+  }
 }
 
 void Worker::publish(natsMsg& message) {

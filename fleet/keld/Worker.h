@@ -58,6 +58,8 @@ class Worker {
   /// The request in a message, if it may be carried out; else null, and its sender has been told.
   std::shared_ptr<const WireRequest> admitted(natsMsg& message, EndpointCounters& counters);
   void answer(const std::string& reply, const WireRequest& request, const Result<Payload>& outcome);
+  /// Has JetStream keep them, if that is asked for.
+  void keepBroadcasts();
   void publish(natsMsg& message);
   void publishState();
   void publishPresence();

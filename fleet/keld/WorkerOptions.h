@@ -2,6 +2,7 @@
 // What a worker is started with.
 #pragma once
 
+#include <chrono>
 #include <map>
 #include <string>
 
@@ -17,9 +18,9 @@ struct WorkerOptions {
   std::string heartbeat;  ///< Empty: the echo of the built-in table, if the table in force has it.
   std::string model = "unknown";
   std::map<std::string, std::string> tags;
-  std::string metrics;           ///< "HOST:PORT" to serve metrics at; empty for none.
-  int replicas = 1;              ///< Of the site's bucket, if it is made here.
-  bool keepsBroadcasts = false;  ///< In a JetStream stream, an hour long.
+  std::string metrics;                     ///< "HOST:PORT" to serve metrics at; empty for none.
+  int replicas = 1;                        ///< Of the site's bucket, if it is made here, and of the broadcasts.
+  std::chrono::minutes keepBroadcasts{0};  ///< For how long JetStream keeps them; 0: it does not.
 };
 
 }  // namespace kel::fleet

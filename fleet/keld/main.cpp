@@ -45,6 +45,7 @@ struct Arguments {
   std::string directory;
   int devices = 0;
   std::vector<std::string> tags;
+  int keptMinutes = 0;
 };
 
 void addOptions(CLI::App& app, Arguments& arguments) {
@@ -58,8 +59,10 @@ void addOptions(CLI::App& app, Arguments& arguments) {
   app.add_option("--tag", arguments.tags, "KEY=VALUE, likewise; may be given again");
   app.add_option("--directory", arguments.directory, "working directory, with Brel.ini")->check(CLI::ExistingDirectory);
   app.add_option("--metrics", worker.metrics, "HOST:PORT to serve metrics for Prometheus at");
-  app.add_option("--replicas", worker.replicas, "copies of the site's bucket, if it is made now")
+  app.add_option("--replicas", worker.replicas, "copies of the site's bucket, if it is made now, and of broadcasts")
       ->check(CLI::Range(1, 5));
+  app.add_option("--keep-broadcasts", arguments.keptMinutes, "MINUTES for which JetStream keeps them; else it does not")
+      ->check(CLI::Range(1, 10080));
   app.add_option("--server", access.servers, "NATS servers, HOST or HOST:PORT")->delimiter(',')->required();
   app.add_option("--user", access.user, "user of the NATS servers");
   app.add_option("--password-file", access.passwordFile, "file whose first line is the user's password")
@@ -132,6 +135,7 @@ int main(int argc, char** argv) {
     return app.exit(error) == 0 ? 0 : kel::fleet::kExitUsage;
   }
   if (!readTags(arguments)) return kel::fleet::kExitUsage;
+  arguments.worker.keepBroadcasts = std::chrono::minutes(arguments.keptMinutes);
   if (arguments.devices != 0) return kel::fleet::superviseWorkers(workerCommands(argc, argv, arguments));
   if (!arguments.directory.empty()) std::filesystem::current_path(arguments.directory);
   if (check) return kel::fleet::check(arguments.worker, std::cout) ? 0 : kel::fleet::kExitFailed;

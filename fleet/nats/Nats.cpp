@@ -124,6 +124,7 @@ void Subscription::end() {
 
 struct Connection::Watch {
   std::function<void(bool)> onChange;
+  std::function<void(const std::string&)> onForbidden;
   std::atomic<bool> isEnding{false};
   std::mutex mutex;
   std::condition_variable closed;
@@ -144,6 +145,7 @@ std::unique_ptr<Connection> Connection::open(const Access& access, ConnectionOpt
   std::unique_ptr<Connection> connection(new Connection);
   connection->mWatch = std::make_unique<Watch>();
   connection->mWatch->onChange = std::move(options.onChange);
+  connection->mWatch->onForbidden = std::move(options.onForbidden);
   Watch* const watch = connection->mWatch.get();
 
   natsStatus status = natsOptions_SetServers(raw, servers.data(), static_cast<int>(servers.size()));
@@ -202,9 +204,17 @@ std::unique_ptr<Connection> Connection::open(const Access& access, ConnectionOpt
   };
   set(natsOptions_SetDisconnectedCB(raw, tell(false), watch));
   set(natsOptions_SetReconnectedCB(raw, tell(true), watch));
-  // Errors of the connection are told by its state and by each call's status; nothing is printed.
+  // Other errors of the connection are told by its state and by each call's status; nothing is printed.
   set(natsOptions_SetErrorHandler(
-      raw, [](natsConnection*, natsSubscription*, natsStatus, void*) {}, nullptr));
+      raw,
+      [](natsConnection* nats, natsSubscription*, natsStatus error, void* closure) {
+        auto& self = *static_cast<Watch*>(closure);
+        const char* what = nullptr;
+        if (error != NATS_NOT_PERMITTED || !self.onForbidden) return;
+        natsConnection_GetLastError(nats, &what);
+        if (what != nullptr) self.onForbidden(what);
+      },
+      watch));
 
   if (status == NATS_OK) status = natsConnection_Connect(&connection->mConnection, raw);
   if (status == NATS_OK) return connection;

@@ -65,6 +65,9 @@ struct ConnectionOptions {
   std::chrono::milliseconds connectTimeout{2000};
   /// Told of each change: true for connected. On a thread of the connection's own; it must not end the connection.
   std::function<void(bool isConnected)> onChange;
+  /// Told in the server's words that permissions forbid to publish or subscribe to a subject, which stands in quotes
+  /// there: the publish itself said nothing. On a thread of the connection's own.
+  std::function<void(const std::string& what)> onForbidden;
 };
 
 class Connection {

@@ -52,5 +52,9 @@ std::optional<FlowMark> flowMarkOf(std::string_view subject);
 inline std::string bucketOf(const std::string& site) { return "kel_v1_" + site; }
 inline std::string presenceKey(const std::string& device) { return "presence." + device; }
 inline std::string leaseKey(const std::string& device) { return "lease." + device; }
+/// The stream with a device's broadcasts, where they are kept.
+inline std::string broadcastStreamOf(const DeviceName& name) {
+  return "kel_v1_" + name.site + "_broadcasts_" + name.device;
+}
 
 }  // namespace kel::fleet

@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <charconv>
+#include <iterator>
 #include <utility>
+#include <vector>
 
 #include "protocol/Wire.h"
 
@@ -18,6 +20,8 @@ constexpr std::chrono::milliseconds kGreetingTime{2000};
 constexpr std::chrono::milliseconds kSilence{3500};
 /// So many messages of a stream are acknowledged at once: some of a window, so that it never runs dry.
 constexpr std::uint64_t kSettledAtOnce = 64;
+/// Requests that are kept in mind until the servers are known to let their like through.
+constexpr std::size_t kMostUnproven = 1024;
 /// Headers take that of a payload at the most.
 constexpr std::size_t kRoomForHeaders = 1024;
 
@@ -47,6 +51,7 @@ bool NatsRoad::open(const std::string& /*table*/, detail::Sink& sink) {
   options.onChange = [this](bool isConnected) {
     if (!isConnected) tellLost("the connection to the NATS servers is lost");
   };
+  options.onForbidden = [this](const std::string& what) { takeForbidden(what); };
   mConnection = Connection::open(mIdentity.access, std::move(options), mFailure);
   if (!mConnection) return false;
   mSink.store(&sink);
@@ -104,14 +109,14 @@ void NatsRoad::close() {
   mSink.store(nullptr);
   mConnection.reset();
   mStreams.clear();
+  mUnproven.clear();
+  mIsProven = {};
 }
 
 Sent NatsRoad::send(const detail::Outgoing& request) {
   if (request.size + kRoomForHeaders > mConnection->maxPayload() || !fitsHeader(request.task)) return Sent::wrongForm;
-  const std::string subject = request.isStream        ? mSubjects.stream()
-                              : request.expectsAnswer ? mSubjects.task()
-                                                      : mSubjects.post();
-  const MessagePtr message = makeMessage(subject, mInbox + "." + std::to_string(request.id),
+  const Kind kind = request.isStream ? Kind::stream : request.expectsAnswer ? Kind::task : Kind::post;
+  const MessagePtr message = makeMessage(subjectOf(kind), mInbox + "." + std::to_string(request.id),
                                          {static_cast<const char*>(request.data), request.size});
   setProtocol(*message);
   setHeader(*message, headers::kTask, request.task);
@@ -121,11 +126,55 @@ Sent NatsRoad::send(const detail::Outgoing& request) {
   }
   if (!mIdentity.holder.empty()) setHeader(*message, headers::kHolder, mIdentity.holder);
   if (!request.expectsAnswer) setHeader(*message, headers::kSequenceWord, std::to_string(request.sequenceWord));
-  if (request.isStream) {
+  {
     const std::lock_guard<std::mutex> lock(mMutex);
-    mStreams[request.id] = {};
+    if (request.isStream) mStreams[request.id] = {};
+    watchOver(request.id, kind);
   }
   return mConnection->publish(*message) == NATS_OK ? Sent::sent : Sent::notConnected;
+}
+
+std::string NatsRoad::subjectOf(Kind kind) const {
+  switch (kind) {
+    case Kind::task:
+      return mSubjects.task();
+    case Kind::post:
+      return mSubjects.post();
+    case Kind::stream:
+      break;
+  }
+  return mSubjects.stream();
+}
+
+void NatsRoad::watchOver(std::uint32_t id, Kind kind) {
+  if (!mIsProven[static_cast<std::size_t>(kind)] && mUnproven.size() < kMostUnproven) mUnproven[id] = kind;
+}
+
+void NatsRoad::prove(std::uint32_t id) {
+  const std::lock_guard<std::mutex> lock(mMutex);
+  const auto place = mUnproven.find(id);
+  if (place == mUnproven.end()) return;
+  const Kind kind = place->second;
+  mIsProven[static_cast<std::size_t>(kind)] = true;
+  for (auto next = mUnproven.begin(); next != mUnproven.end();) {
+    next = next->second == kind ? mUnproven.erase(next) : std::next(next);
+  }
+}
+
+void NatsRoad::takeForbidden(const std::string& what) {
+  std::vector<std::uint32_t> refused;
+  {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    for (auto next = mUnproven.begin(); next != mUnproven.end();) {
+      const bool isMeant = what.find('"' + subjectOf(next->second) + '"') != std::string::npos;
+      if (isMeant) refused.push_back(next->first);
+      next = isMeant ? mUnproven.erase(next) : std::next(next);
+    }
+  }
+  detail::Sink* const sink = mSink.load();
+  for (const std::uint32_t id : refused) {
+    if (sink != nullptr) sink->failed(id, Cause::refused, 0);
+  }
 }
 
 void NatsRoad::awaitTurn(Clock::time_point /*deadline*/) {
@@ -151,6 +200,7 @@ void NatsRoad::takeReply(natsMsg& message) {
   detail::Sink& sink = *mSink.load();
   const std::optional<std::uint32_t> id = idIn(natsMsg_GetSubject(&message));
   if (!id) return;
+  prove(*id);
   if (natsMsg_IsNoResponders(&message)) {
     sink.failed(*id, Cause::linkLost, 0);
     return sink.lost("nobody offers the device any more");

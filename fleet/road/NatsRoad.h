@@ -8,6 +8,7 @@
 // That the device's side is there is known without asking: its keld tells its state each second, to those who listen.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <map>
 #include <memory>
@@ -46,6 +47,15 @@ class NatsRoad final : public detail::Road {
     bool isStopped = false;
   };
 
+  enum class Kind : std::uint8_t { task, post, stream };
+
+  std::string subjectOf(Kind kind) const;
+  /// Notes that a request is on its way to a subject which the servers may forbid. With mMutex held.
+  void watchOver(std::uint32_t id, Kind kind);
+  /// An answer: its subject is allowed.
+  void prove(std::uint32_t id);
+  /// Requests to the subject that is named there end as refused.
+  void takeForbidden(const std::string& what);
   bool greet();
   void takeReply(natsMsg& message);
   void takeStreamMessage(std::uint32_t id, std::uint64_t number, natsMsg& message);
@@ -68,8 +78,11 @@ class NatsRoad final : public detail::Road {
 
   std::mutex mMutex;
   std::map<std::uint32_t, Incoming> mStreams;  // guarded by mMutex
-  bool mIsOpen = false;                        // likewise
-  Subscription mBroadcasts;                    // likewise
+  // Likewise: by number, requests to subjects to which none has been answered yet.
+  std::map<std::uint32_t, Kind> mUnproven;
+  std::array<bool, 3> mIsProven{};  // likewise, by kind
+  bool mIsOpen = false;             // likewise
+  Subscription mBroadcasts;         // likewise
 
   // Of the thread that takes broadcasts.
   std::string mBroadcaster;

@@ -87,6 +87,15 @@ TEST_F(FaultsTest, AKilledKeldIsALossAndItsSuccessorIsFound) {
   EXPECT_TRUE(client.task(kEcho, {}, within(kLong)).ok());
 }
 
+TEST_F(FaultsTest, AFrozenKeldIsALossUntilItGoesOn) {
+  startKeld();
+  Client client = connected();
+  keld->signal(SIGSTOP);
+  EXPECT_TRUE(client.waitFor(State::lost, kLong));
+  keld->signal(SIGCONT);
+  EXPECT_TRUE(client.task(kEcho, {}, within(kLong)).ok());
+}
+
 TEST_F(FaultsTest, AKilledServerIsALossAndBothSidesComeBack) {
   offer();
   Silence(kEchoBytes.tui);
@@ -118,6 +127,15 @@ TEST_F(FaultsTest, AMessageAboveTheLimitIsTheWrongForm) {
   Client client = connected();
   EXPECT_EQ(CauseOf(client.task(kEchoBytes, std::string(8192, 'x'))), Cause::wrongForm);
   EXPECT_TRUE(client.task(kEchoBytes, std::string(4096, 'x')).ok());
+  // In hex an answer takes twice the room.
+  const fleet::MessagePtr request = fleet::makeMessage("kel.v1.lab.bench.task", {}, std::string(4096, 'x'));
+  fleet::setHeader(*request, "Kel-Task", kEchoBytes.name);
+  fleet::setHeader(*request, "Accept", "application/json");
+  natsStatus status = NATS_OK;
+  const fleet::MessagePtr answer = outsider()->request(*request, kLong, status);
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(fleet::header(*answer, "Kel-Cause"), "wrong-form");
+  EXPECT_EQ(fleet::header(*answer, "Kel-Reason"), "the answer is larger than a message may be");
 }
 
 TEST_F(FaultsTest, WhatIsBeyondTheLimitsIsBusyAtOnce) {
@@ -154,6 +172,37 @@ TEST_F(FaultsTest, ASlowReaderLosesNothingSilently) {
   while (stream.next()) ++read;
   EXPECT_EQ(stream.reason(), End::finished);
   EXPECT_EQ(read + stream.dropped(), 30'001u);
+}
+
+TEST_F(FaultsTest, BroadcastsThatAReaderIsTooSlowForAreAGapThatItSees) {
+  offer();
+  Client client = connected();
+  BroadcastOptions options;
+  options.whenFull = WhenFull::wait;
+  Subscription broadcasts = client.broadcasts(options);
+  ASSERT_TRUE(client.task(kEcho).ok()) << "the servers know of the reader";
+  const std::unique_ptr<fleet::Connection> other = outsider();
+  std::uint64_t number = 0;
+  const auto publish = [&](std::string_view text) {
+    const fleet::MessagePtr message = fleet::makeMessage("kel.v1.lab.bench.broadcast", {}, text);
+    fleet::setHeader(*message, "Kel-Task", "flood");
+    fleet::setHeader(*message, "Kel-Form", "ref");
+    fleet::setHeader(*message, "Kel-Instance", "other");
+    fleet::setHeader(*message, "Kel-Number", std::to_string(++number));
+    ASSERT_EQ(other->publish(*message), NATS_OK);
+  };
+  // More than wait for a reader on its side of the servers.
+  for (int i = 0; i < 75'000; ++i) publish("x");
+  ASSERT_TRUE(other->flush(kLong));
+  ASSERT_TRUE(client.task(kEcho, {}, within(kLong)).ok()) << "they have all come, or have been dropped";
+  std::uint64_t read = 0;
+  for (; read < 1000; ++read) ASSERT_TRUE(broadcasts.next(kLong));
+  publish("last");
+  std::optional<Broadcast> one = broadcasts.next(kLong);
+  for (++read; one && one->text() != "last"; ++read) one = broadcasts.next(kLong);
+  EXPECT_TRUE(one);
+  EXPECT_GT(broadcasts.dropped(), 0u);
+  EXPECT_EQ(read + broadcasts.dropped(), number);
 }
 
 TEST_F(FaultsTest, AReaderThatIsGoneStopsItsStream) {

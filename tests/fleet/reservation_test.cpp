@@ -7,6 +7,7 @@
 
 #include "fleet/fleet_test.h"
 #include "kel/fleet_site.hpp"
+#include "nats/Nats.h"
 
 namespace kel::test {
 namespace {
@@ -42,6 +43,16 @@ class ReservationTest : public FleetTest {
       }
       std::this_thread::yield();
     }
+  }
+
+  /// Writes into the site's bucket as others do.
+  void put(const std::string& key, const char* value) const {
+    std::string why;
+    fleet::Access access;
+    access.servers = {server->address()};
+    const std::unique_ptr<fleet::Connection> other = fleet::Connection::open(access, {}, why);
+    natsStatus status = NATS_OK;
+    ASSERT_TRUE(other->request(*fleet::makeMessage("$KV.kel_v1_lab." + key, {}, value), kLong, status));
   }
 
   static ReserveOptions wanted(const std::string& holder, Milliseconds wait = Milliseconds(0)) {
@@ -167,6 +178,39 @@ TEST_F(ReservationTest, AnyDeviceWithTheTagsIsTaken) {
   EXPECT_EQ(site->reserve(any).cause(), Cause::notConnected);
 }
 
+TEST_F(ReservationTest, AnyDeviceIsTakenWhenItsLeaseRunsOut) {
+  put("lease.bench", R"({"timeToLiveMs": 1500, "holder": {"id": "1-2", "name": "a holder that died"}, "line": []})");
+  while (awaitDevice("bench", "connected").holder.empty()) std::this_thread::yield();
+  ReserveOptions any = wanted("ben", kLong);
+  any.device.clear();
+  const Result<Reservation> next = site->reserve(any);
+  ASSERT_TRUE(next) << next.error().text();
+  EXPECT_EQ(next->device(), "bench");
+}
+
+TEST_F(ReservationTest, ADeviceThatSaysNothingIsGoneByItsReadersOwnClock) {
+  put("presence.silent", R"({"model": "x", "state": "connected"})");
+  awaitDevice("silent", "connected");
+  const Clock::time_point begin = Clock::now();
+  awaitDevice("silent", "gone");
+  EXPECT_GE(Clock::now() - begin, fleet::kPresenceLasts - Milliseconds(500));
+  EXPECT_EQ(awaitDevice("bench", "connected").name, "bench") << "this one speaks";
+  // To a reader that comes now it is as old as it is against the newest word in the bucket.
+  site.emplace(openSite());
+  const Clock::time_point now = Clock::now();
+  awaitDevice("silent", "gone");
+  EXPECT_LT(Clock::now() - now, fleet::kPresenceLasts - Milliseconds(1000));
+}
+
+TEST_F(ReservationTest, ASiteIsFollowedBeyondTheEndOfAServer) {
+  server->kill();
+  server->restart();
+  const Offered second(workerOptions("second"));
+  awaitDevice("second", "connected");
+  const Reservation mine = site->reserve(wanted("anna", kLong)).value();
+  EXPECT_EQ(awaitDevice("bench", "connected").holder, "anna");
+}
+
 TEST_F(ReservationTest, ALeaseThatIsNotRenewedIsTakenOverAndItsHolderIsTold) {
   std::promise<void> lost;
   ReserveOptions options = wanted("anna");
@@ -181,6 +225,31 @@ TEST_F(ReservationTest, ALeaseThatIsNotRenewedIsTakenOverAndItsHolderIsTold) {
   Site own = openSite();
   const Reservation next = own.reserve(wanted("ben", kLong)).value();
   EXPECT_TRUE(next.isHeld());
+}
+
+TEST_F(ReservationTest, BroadcastsAreKeptForThoseWhoComeLater) {
+  fleet::WorkerOptions options = workerOptions("second");
+  options.keepBroadcasts = std::chrono::minutes(5);
+  const Offered second(options);
+  awaitDevice("second", "connected");
+  Client client = fleet::connect(server->uri("second"), coming()).value();
+  Subscription broadcasts = client.broadcasts();
+  // Its stream is made while the device is already there.
+  while (!site->keptBroadcasts("second", std::chrono::minutes(1))) std::this_thread::yield();
+  ASSERT_TRUE(client.task(kBroadcaster, {3, 0, 0}).ok());
+  for (int i = 0; i < 3; ++i) ASSERT_TRUE(broadcasts.next(kLong));
+  std::vector<fleet::KeptBroadcast> kept;
+  while (kept.size() < 3) kept = site->keptBroadcasts("second", std::chrono::minutes(1)).value();
+  ASSERT_EQ(kept.size(), 3u);
+  for (std::uint32_t i = 0; i < 3; ++i) {
+    EXPECT_EQ(kept[i].values().value()[0], i);
+    EXPECT_FALSE(kept[i].task.empty());
+    EXPECT_EQ(kept[i].number, kept[0].number + i);
+    EXPECT_GE(kept[i].time, kept[0].time);
+  }
+  EXPECT_TRUE(site->keptBroadcasts("second", Milliseconds(0)).value().empty());
+  EXPECT_EQ(site->keptBroadcasts("bench", std::chrono::minutes(1)).error().subject,
+            "the broadcasts of bench: its broadcasts are not kept");
 }
 
 }  // namespace

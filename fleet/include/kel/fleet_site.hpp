@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "kel/fleet_access.hpp"
+#include "kel/payload.hpp"
 #include "kel/result.hpp"
 
 namespace kel::fleet {
@@ -50,10 +51,16 @@ struct Device {
   std::size_t waiting = 0;     ///< How many wait for it.
 };
 
+/** A broadcast that was kept; see Site::keptBroadcasts. */
+struct KeptBroadcast : Broadcast {
+  std::chrono::system_clock::time_point time;  ///< When it came, by the servers' clock.
+  std::uint64_t number = 0;                    ///< The running number of its keld. A gap is a loss.
+};
+
 struct ReserveOptions {
   std::string device;  ///< Empty: any that has these tags, "model" among them.
   std::map<std::string, std::string> tags;
-  std::string holder;                           ///< For people: who it is. Empty: the user's name and the host's.
+  std::string holder;                           ///< For people: who it is. Empty: the user's name.
   std::chrono::milliseconds timeToLive{15000};  ///< The reservation outlives a holder that died by this. 1 s at least.
   std::chrono::milliseconds wait{0};            ///< How long to wait for it in the device's line.
   /** Called once, on a thread of the reservation's own, if it could not be renewed in time or was taken. */
@@ -99,6 +106,12 @@ class Site {
    * is over; notConnected if JetStream cannot be asked or nobody offers such a device.
    */
   Result<Reservation> reserve(const ReserveOptions& options) const;
+
+  /**
+   * The broadcasts of a device since some time ago, the oldest first, where its keld was started to have them kept.
+   * Errors: notConnected, with the reason as the subject, if they are not kept or JetStream cannot be asked.
+   */
+  Result<std::vector<KeptBroadcast>> keptBroadcasts(const std::string& device, std::chrono::milliseconds ago) const;
 
   std::string uriOf(const std::string& device) const;
 

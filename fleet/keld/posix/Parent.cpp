@@ -57,7 +57,7 @@ void takeEnd(Child& child, int status) {
   const bool isKilled = WIFSIGNALED(status);
   const int code = isKilled ? WTERMSIG(status) : WEXITSTATUS(status);
   child.process = 0;
-  if (!isKilled && (code == kExitUsage || code == kExitNameTaken)) {
+  if (!isKilled && code == kExitUsage) {
     logLine("error", "a worker gave up", {{"command", child.command.back()}, {"status", code}});
     return;
   }

@@ -92,6 +92,15 @@ TEST_F(KeldTest, AWorkerThatCrashesIsStartedAgainAndTakesNoOtherDown) {
   EXPECT_TRUE(second.waitFor(State::lost, kLong));
 }
 
+TEST_F(KeldTest, AWorkerWhoseNameIsTakenComesWhenItIsFree) {
+  offered.emplace(workerOptions("unit-1"));
+  connectedTo("unit-1");
+  Program parent(keld({"run", "--site", "lab", "--devices", "1", "--device", "unit"}), "is started again");
+  offered->end();
+  EXPECT_TRUE(connectedTo("unit-1").task(kEcho).ok());
+  EXPECT_NE(processOf("unit-1"), getpid());
+}
+
 TEST_F(KeldTest, AStoppedWorkerWithdrawsItsDevice) {
   Program worker(keld({"run", "--site", "lab", "--device", "bench"}), "the device is offered");
   Client client = connected();

@@ -3,17 +3,41 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <fstream>
 #include <regex>
 #include <thread>
 
 namespace kel::test {
+
+namespace {
+
+using std::chrono::steady_clock;
+
+/// Programs under a sanitizer, on a machine with much to do, have become ready and have ended within this.
+constexpr std::chrono::seconds kLongest{60};
+
+/// Waits until the file can be read, or until then.
+bool awaitFile(int file, steady_clock::time_point until) {
+  pollfd one{file, POLLIN, 0};
+  for (;;) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - steady_clock::now()).count();
+    const int count = poll(&one, 1, static_cast<int>(std::max<std::int64_t>(left, 0)));
+    if (count > 0) return true;
+    if (count == 0 || errno != EINTR) return false;
+  }
+}
+
+}  // namespace
 
 Program::Program(const std::vector<std::string>& command, const std::string& ready) {
   int ends[2];
@@ -35,7 +59,12 @@ Program::Program(const std::vector<std::string>& command, const std::string& rea
   }
   close(ends[1]);
   char part[1024];
+  const steady_clock::time_point until = steady_clock::now() + kLongest;
   while (!ready.empty() && mOutput.find(ready) == std::string::npos) {
+    if (!awaitFile(mPipe, until)) {
+      ADD_FAILURE() << command[0] << " has not become ready: " << mOutput;
+      break;
+    }
     const ssize_t length = read(mPipe, part, sizeof part);
     if (length <= 0) break;
     mOutput.append(part, static_cast<std::size_t>(length));
@@ -60,6 +89,12 @@ Program::~Program() {
 void Program::signal(int number) const { ::kill(mProcess, number); }
 
 int Program::wait() {
+  const int process = static_cast<int>(syscall(SYS_pidfd_open, mProcess, 0));
+  if (!awaitFile(process, steady_clock::now() + kLongest)) {
+    ADD_FAILURE() << "a program has not ended";
+    ::kill(mProcess, SIGKILL);
+  }
+  close(process);
   int status = 0;
   waitpid(mProcess, &status, 0);
   mProcess = -1;

@@ -15,13 +15,15 @@ namespace kel::test {
 class Program {
  public:
   /// Waits until a line of its standard error contains `ready`; empty: does not wait. Output of later is dropped.
+  /// A program that is not ready within a minute is a failure.
   Program(const std::vector<std::string>& command, const std::string& ready);
   ~Program();
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
 
+  pid_t process() const { return mProcess; }
   void signal(int number) const;
-  /// Waits for its end and returns its status; 128 + signal if it was killed.
+  /// Waits for its end, for a minute at most, and returns its status; 128 + signal if it was killed.
   int wait();
   /// What it wrote until it was ready.
   const std::string& output() const { return mOutput; }

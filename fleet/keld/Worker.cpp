@@ -129,8 +129,13 @@ bool Worker::connect() {
     ConnectionOptions options;
     options.name = "keld " + mOptions.name.site + "/" + mOptions.name.device;
     options.reconnects = true;
-    options.onChange = [](bool isConnected) {
+    options.onChange = [this](bool isConnected) {
       logLine(isConnected ? "info" : "warning", isConnected ? "back on NATS" : "the NATS servers are out of reach");
+      if (!isConnected) return;
+      ++mConnections;
+      const std::lock_guard<std::mutex> guard(mMutex);
+      mTellsState = true;
+      mChanged.notify_all();
     };
     options.onForbidden = [](const std::string& what) {
       logLine("error", "the NATS servers forbid it", {{"reason", what}});
@@ -224,8 +229,7 @@ void Worker::takeHello(natsMsg& message) {
   if (reply.empty()) return;
   const MessagePtr answer = makeMessage(reply, {}, presence());
   setProtocol(*answer);
-  setHeader(*answer, headers::kState, text(mClient->state()));
-  setHeader(*answer, headers::kInstance, mInstance);
+  setIdentity(*answer);
   setHeader(*answer, headers::kContent, kJson);
   publish(*answer);
 }
@@ -316,11 +320,16 @@ void Worker::publish(natsMsg& message) {
 
 // ---- State and presence ----
 
+void Worker::setIdentity(natsMsg& message) const {
+  setHeader(message, headers::kState, text(mClient->state()));
+  setHeader(message, headers::kInstance, mInstance);
+  setHeader(message, headers::kConnection, std::to_string(mConnections.load()));
+}
+
 void Worker::publishState() {
   const MessagePtr message = makeMessage(mSubjects.state(), {}, {});
   setProtocol(*message);
-  setHeader(*message, headers::kState, text(mClient->state()));
-  setHeader(*message, headers::kInstance, mInstance);
+  setIdentity(*message);
   publish(*message);
 }
 

@@ -61,6 +61,7 @@ class Worker {
   /// Has JetStream keep them, if that is asked for.
   void keepBroadcasts();
   void publish(natsMsg& message);
+  void setIdentity(natsMsg& message) const;
   void publishState();
   void publishPresence();
   std::string presence() const;
@@ -70,6 +71,7 @@ class Worker {
   const std::string mInstance;
   const std::int64_t mSince;
   Counters mCounters;
+  std::atomic<std::uint32_t> mConnections{1};  // to the servers, this one included
 
   std::mutex mMutex;
   std::condition_variable mChanged;

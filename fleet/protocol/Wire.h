@@ -38,6 +38,7 @@ inline constexpr const char* kNumber = "Kel-Number";
 inline constexpr const char* kEnd = "Kel-End";
 inline constexpr const char* kState = "Kel-State";
 inline constexpr const char* kInstance = "Kel-Instance";
+inline constexpr const char* kConnection = "Kel-Connection";
 inline constexpr const char* kRevision = "Kel-Revision";
 inline constexpr const char* kContent = "Content-Type";
 inline constexpr const char* kAccept = "Accept";

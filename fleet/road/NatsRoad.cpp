@@ -91,6 +91,7 @@ bool NatsRoad::greet() {
     return false;
   }
   mInstance = header(*answer, headers::kInstance).value_or("");
+  mKeldsConnection = header(*answer, headers::kConnection).value_or("");
   mState = mConnection->subscribe(
       mSubjects.state(), [this](natsMsg* message) { takeState(message); }, {}, kSilence);
   return static_cast<bool>(mState);
@@ -263,6 +264,10 @@ void NatsRoad::settle(natsMsg& message, std::string_view word) {
 void NatsRoad::takeState(natsMsg* message) {
   if (message == nullptr) return tellLost("the device's keld has fallen silent");
   if (header(*message, headers::kInstance) != mInstance) return tellLost("another keld offers the device now");
+  if (header(*message, headers::kConnection).value_or("") != mKeldsConnection) {
+    // What was on its way between keld and the servers went with its former connection.
+    return tellLost("the device's keld has come back by another connection");
+  }
   const std::string state = header(*message, headers::kState).value_or("unknown");
   if (state != text(State::connected)) tellLost("the device's link is " + state);
 }

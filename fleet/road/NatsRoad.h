@@ -67,8 +67,9 @@ class NatsRoad final : public detail::Road {
 
   const Subjects mSubjects;
   const Identity mIdentity;
-  std::string mFailure;   // of the thread that opens and closes
-  std::string mInstance;  // likewise, and constant while it is open
+  std::string mFailure;          // of the thread that opens and closes
+  std::string mInstance;         // likewise, and constant while it is open
+  std::string mKeldsConnection;  // likewise
 
   std::unique_ptr<Connection> mConnection;
   std::string mInbox;

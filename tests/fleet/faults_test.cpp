@@ -3,6 +3,7 @@
 #include <signal.h>
 
 #include <atomic>
+#include <filesystem>
 #include <future>
 #include <thread>
 
@@ -109,6 +110,33 @@ TEST_F(FaultsTest, AKilledServerIsALossAndBothSidesComeBack) {
   EXPECT_TRUE(client.task(kEcho, {}, repeatable).ok());
 }
 
+TEST_F(FaultsTest, WhatIsLostWithTheServerOfKeldIsALossToClientsOnOthers) {
+  // Two servers in a cluster: the client is on one, and keld begins on the other.
+  const std::string first = "127.0.0.1:" + std::to_string(freePort());
+  const std::string last = "127.0.0.1:" + std::to_string(freePort());
+  const auto inCluster = [](const std::string& name, const std::string& here, const std::string& there) {
+    return "server_name: " + name + "\ncluster { name: lab, listen: \"" + here + "\", routes: [\"nats://" + there +
+           "\"] }";
+  };
+  server.reset();
+  startServer(inCluster("first", first, last));
+  const std::filesystem::path other = folder.path() / "other";
+  std::filesystem::create_directory(other);
+  NatsServer second(other, inCluster("second", last, first));
+  fleet::WorkerOptions options = workerOptions();
+  options.access.servers = {second.address()};
+  offered.emplace(options);
+  Silence(kEchoBytes.tui);
+  Client client = connected();
+  const Call call = client.start(kEchoBytes, "x", within(kLong));
+  SluiceHubSim_WaitForRequests(1, 30'000);
+  second.kill();
+  EXPECT_EQ(CauseOf(call.get()), Cause::linkLost);
+  CallOptions repeatable = within(kLong);
+  repeatable.repeatable = true;
+  EXPECT_TRUE(client.task(kEcho, {}, repeatable).ok());
+}
+
 TEST_F(FaultsTest, AFrozenServerIsALoss) {
   offer();
   Client client = connected();
@@ -196,7 +224,8 @@ TEST_F(FaultsTest, BroadcastsThatAReaderIsTooSlowForAreAGapThatItSees) {
   ASSERT_TRUE(other->flush(kLong));
   ASSERT_TRUE(client.task(kEcho, {}, within(kLong)).ok()) << "they have all come, or have been dropped";
   std::uint64_t read = 0;
-  for (; read < 1000; ++read) ASSERT_TRUE(broadcasts.next(kLong));
+  // More than wait in the client, so that there is room again for the last one.
+  for (; read < 6000; ++read) ASSERT_TRUE(broadcasts.next(kLong));
   publish("last");
   std::optional<Broadcast> one = broadcasts.next(kLong);
   for (++read; one && one->text() != "last"; ++read) one = broadcasts.next(kLong);

@@ -38,18 +38,6 @@ class KeldTest : public FleetTest {
   }
 };
 
-int freePort() {
-  const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  socklen_t length = sizeof address;
-  getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length);
-  close(socket);
-  return ntohs(address.sin_port);
-}
-
 std::string fetch(int port) {
   const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in address{};

@@ -34,6 +34,9 @@ class Program {
   std::string mOutput;
 };
 
+/// A port of loopback that nobody listened at just now.
+int freePort();
+
 class NatsServer {
  public:
   /// `configuration` stands in front of what a test server needs: port, store.

@@ -68,6 +68,13 @@ inline constexpr Pair kPairs[] = {
     {"ConnectDisconnect", "ZeroMqConnect"},
     {"LoadTaskTable", "SplitTaskTable"},
     {"FindTuiByName", "MapLookup"},
+    // Through NATS: device and echo on the client's own server, and across two of a cluster.
+    {"FleetTask/same", "NatsRequest/same"},
+    {"FleetTask/across", "NatsRequest/across"},
+    {"FleetTasks/same", "NatsRequests/same"},
+    {"FleetTasks/across", "NatsRequests/across"},
+    {"FleetStream/same", "NatsStream/same"},
+    {"FleetStream/across", "NatsStream/across"},
     {"LogLineOff", "FlagTest"},
     {"LogLineOn", "FileAppend"},
 };

@@ -74,6 +74,18 @@ Sends tasks to the device and reads its streams and broadcasts, for programs
 with and without asyncio. Has a plugin for pytest.")
 endif()
 
+if(TARGET keld)
+  list(APPEND CPACK_COMPONENTS_ALL Fleet)
+  set(CPACK_DEBIAN_FLEET_PACKAGE_NAME kelhandler-fleet)
+  set(CPACK_DEBIAN_FLEET_PACKAGE_SECTION net)
+  set(CPACK_DEBIAN_FLEET_PACKAGE_SUGGESTS "nats-server, libkelhandler-dev, libnats-dev")
+  set(CPACK_COMPONENT_FLEET_DEPENDS Runtime)
+  set(CPACK_COMPONENT_FLEET_DESCRIPTION "communications devices on other hosts, over NATS
+keld offers the device of its host, and programs reach it from anywhere by a
+URI. Has keld, a unit of systemd for each device, a configuration for NATS
+servers, and the library that programs are linked with.")
+endif()
+
 # What each package has about itself. An install by hand has it in another place.
 if(CPACK_GENERATOR STREQUAL DEB)
   set(changelog "${PROJECT_BINARY_DIR}/changelog")

@@ -43,7 +43,7 @@ function(read_directives file result)
   set(${result} "${lines}" PARENT_SCOPE)
 endfunction()
 
-foreach(folder include src simulator fleet tools tests bench fuzz examples python)
+foreach(folder include src simulator fleet console tools tests bench fuzz examples python)
   file(GLOB_RECURSE found RELATIVE "${ROOT}" "${ROOT}/${folder}/*.h" "${ROOT}/${folder}/*.hpp" "${ROOT}/${folder}/*.c"
        "${ROOT}/${folder}/*.cpp")
   list(APPEND files ${found})
@@ -64,9 +64,10 @@ foreach(file IN LISTS files)
   endif()
 
   read_directives("${file}" directives)
-  # Platforms are known to the platform's own code, to what the client layer, a tool and keld ask beyond it, to what is for
-  # Linux alone, and to tests that are about one of them.
-  string(REGEX MATCH "^src/platform/|^include/kel/detail/|^python/|^fleet/keld/posix/|^(tests|tools)/.*/(posix|win32)/"
+  # Platforms are known to the platform's own code, to what the client layer, a tool, keld and the console ask beyond it,
+  # to what is for Linux alone, and to tests that are about one of them.
+  string(REGEX MATCH
+         "^src/platform/|^include/kel/detail/|^python/|^fleet/keld/posix/|^(tests|tools|console)/.*/(posix|win32)/"
          knows_system "${file}")
   set(includes_system "${knows_system}")
   if(file MATCHES "^include/kel/" AND NOT file STREQUAL "include/kel/detail/windows.hpp")

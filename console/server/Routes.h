@@ -1,0 +1,16 @@
+// What the console answers to which request; docs/console.md has the table.
+#pragma once
+
+#include "Console.h"
+#include "Guard.h"
+
+namespace httplib {
+class Server;
+}
+
+namespace kel::console {
+
+/// The console and the guard must outlive the server.
+void addRoutes(httplib::Server& server, Console& console, const Guard& guard);
+
+}  // namespace kel::console

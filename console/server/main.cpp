@@ -1,0 +1,109 @@
+// kelconsole: a device in the browser.
+#include <CLI/CLI.hpp>
+#include <fstream>
+#include <iostream>
+#include <thread>
+
+#include "Addresses.h"
+#include "Console.h"
+#include "Server.h"
+#include "host.h"
+
+namespace kel::console {
+namespace {
+
+constexpr int kFailed = 1;
+constexpr int kWrongUsage = 2;
+constexpr std::size_t kShortestToken = 16;
+
+struct Arguments {
+  Device::Settings device;
+  Listening listening;
+  std::string tokenFile;
+  double timeout = 10;
+};
+
+void addOptions(CLI::App& app, Arguments& arguments) {
+  app.add_option("--device", arguments.device.uri, "The device: \"kel:\" is this host's own")->capture_default_str();
+  app.add_option("--table", arguments.device.table, "A task table in place of the one that the settings name");
+  app.add_option("--heartbeat", arguments.device.heartbeat,
+                 "A task that the device answers at once: it is sent while nothing else comes, to watch the link");
+  app.add_option("--timeout", arguments.timeout, "Seconds that a task waits for its answer")
+      ->check(CLI::Range(0.001, 3600.0))
+      ->capture_default_str();
+  app.add_option("--port", arguments.listening.port, "The port; 0 for any that is free")
+      ->check(CLI::Range(0, 65535))
+      ->capture_default_str();
+  app.add_option("--listen", arguments.listening.address,
+                 "The address. One that other hosts can reach needs a token and TLS")
+      ->capture_default_str();
+  app.add_option("--name", arguments.listening.names, "A name by which browsers ask for that address; may be repeated");
+  app.add_option("--token-file", arguments.tokenFile, "The first line of this file is asked for in the browser");
+  auto* const certificate =
+      app.add_option("--certificate", arguments.listening.certificateFile, "For TLS: the certificate, with its chain");
+  auto* const key = app.add_option("--key", arguments.listening.keyFile, "For TLS: its key");
+  certificate->needs(key);
+  key->needs(certificate);
+}
+
+/// Throws std::runtime_error with what is wrong.
+void check(Arguments& arguments) {
+  if (const auto address = checkAddress(arguments.device.uri); !address) {
+    throw std::runtime_error(address.error().subject);
+  }
+  arguments.device.timeout = Milliseconds(static_cast<std::int64_t>(arguments.timeout * 1000));
+  Listening& listening = arguments.listening;
+  if (!arguments.tokenFile.empty()) {
+    std::ifstream file(arguments.tokenFile);
+    std::getline(file, listening.token);
+    if (listening.token.size() < kShortestToken) {
+      throw std::runtime_error("the first line of " + arguments.tokenFile + " is no token of at least " +
+                               std::to_string(kShortestToken) + " characters");
+    }
+  }
+  const bool isLoopback = listening.address.rfind("127.", 0) == 0 || listening.address == "::1";
+  if (!isLoopback && (listening.token.empty() || listening.certificateFile.empty())) {
+    throw std::runtime_error("other hosts can reach " + listening.address +
+                             ": that needs --token-file, --certificate and --key");
+  }
+}
+
+int run(int argc, char** argv) {
+  CLI::App app{"Show a device in the browser", "kelconsole"};
+  app.set_version_flag("--version", "kelconsole " KELCONSOLE_VERSION);
+  Arguments arguments;
+  arguments.device.uri = kThisHost;
+  addOptions(app, arguments);
+  try {
+    app.parse(argc, argv);
+    check(arguments);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : kWrongUsage;
+  } catch (const std::exception& error) {
+    std::cerr << "kelconsole: " << error.what() << '\n';
+    return kWrongUsage;
+  }
+
+  keepSignals();
+  setDefault("KELHANDLER_RELEASE_BLOCKS", "1");
+  try {
+    Console console(arguments.device);
+    Server server(console, arguments.listening);
+    console.device.connect();
+    std::cout << "The console is at " << server.url() << "\nCtrl-C ends it." << std::endl;
+    std::thread serving([&server] { server.run(); });
+    awaitEnd();
+    console.device.disconnect();  // calls that requests wait for end by it
+    server.stop();
+    serving.join();
+  } catch (const std::exception& error) {
+    std::cerr << "kelconsole: " << error.what() << '\n';
+    return kFailed;
+  }
+  return 0;
+}
+
+}  // namespace
+}  // namespace kel::console
+
+int main(int argc, char** argv) { return kel::console::run(argc, argv); }

@@ -43,7 +43,7 @@ install(FILES "${PROJECT_BINARY_DIR}/kelhandler.pc"
 set(documents "${CMAKE_INSTALL_DATAROOTDIR}/doc/kelhandler")
 install(FILES README.md CHANGELOG.md LICENSE packaging/copyright DESTINATION "${documents}" COMPONENT Development)
 install(DIRECTORY docs DESTINATION "${documents}" COMPONENT Development FILES_MATCHING PATTERN "*.md"
-  PATTERN "*.svg" PATTERN tools EXCLUDE)
+  PATTERN "*.svg" PATTERN "*.png" PATTERN tools EXCLUDE)
 install(DIRECTORY examples DESTINATION "${documents}" COMPONENT Development)
 install(DIRECTORY python/examples DESTINATION "${documents}/python" COMPONENT Development)
 install(CODE "set(documents \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${documents}\")" COMPONENT Development)

@@ -131,6 +131,7 @@ void addVerbs(CLI::App& app, Plan& plan) {
   addLog(app, plan);
   addDecode(app, plan);
   addScenario(app, plan);
+  addConsole(app, plan);
   addCompletion(app, plan);
   addVersion(app, plan);
   addHelp(app, plan);

@@ -116,6 +116,7 @@ void addTasks(CLI::App& app, Plan& plan);
 void addValidate(CLI::App& app, Plan& plan);
 void addDecode(CLI::App& app, Plan& plan);
 void addScenario(CLI::App& app, Plan& plan);
+void addConsole(CLI::App& app, Plan& plan);
 void addCompletion(CLI::App& app, Plan& plan);
 void addVersion(CLI::App& app, Plan& plan);
 

@@ -44,11 +44,11 @@ function StreamCard({ stream }: { stream: Stream }) {
   return (
     <section class="card" aria-labelledby={title}>
       <div class="card-head">
-        <h3 id={title} class="mono name">{stream.task}</h3>
+        <h3 id={title}><span class="mono name">{stream.task}</span> <span class="muted">stream {stream.id}</span></h3>
         <Mark kind={isOpen ? 'good' : 'off'}>{stream.state}</Mark>
       </div>
       <p class="muted facts">
-        Stream {stream.id} · {stream.messages} messages
+        {stream.messages} messages
         {stream.dropped > 0 && `, ${stream.dropped} dropped`} · asked with {brief(stream.request)}
         {points?.last && <> · last: <span class="mono">{brief(points.last)}</span></>}
       </p>

@@ -1,0 +1,8 @@
+#include "platform/programs.h"
+
+namespace kelctl {
+
+// There are none for Windows.
+void becomeProgramBeside(const std::string& /*name*/, const std::vector<std::string>& /*words*/) {}
+
+}  // namespace kelctl

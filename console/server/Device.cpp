@@ -46,8 +46,8 @@ Device::Device(Settings settings, Journal& journal, Calls& calls)
       mLink(linkJson({State::closed, "nobody has connected yet"})) {}
 
 void Device::connect() {
-  disconnect();
   const std::lock_guard connecting(mConnecting);
+  closeLink();
   Options options;
   options.table = mSettings.table;
   options.timeout = mSettings.timeout;
@@ -64,6 +64,10 @@ void Device::connect() {
 
 void Device::disconnect() {
   const std::lock_guard connecting(mConnecting);
+  closeLink();
+}
+
+void Device::closeLink() {
   std::shared_ptr<Client> client;
   std::optional<Subscription> broadcasts;
   {

@@ -68,6 +68,7 @@ class Device {
     std::optional<Stream> stream;  ///< until it ends
   };
 
+  void closeLink();  // under mConnecting
   std::shared_ptr<Client> client() const;
   void tellLink(const StateChange& change);
   void tellMessage(std::uint64_t id, const Message& message);

@@ -65,7 +65,9 @@ std::optional<Refusal> Guard::check(const Incoming& request) const {
   if (!request.origin.empty() && lower(request.origin) != mScheme + host) {
     return Refusal{403, "the request comes from a page of another site"};
   }
-  if (request.fetchSite == "cross-site" && request.path != "/") {
+  // Links of other sites may lead to the page, and no further.
+  const bool isOfOwnPage = request.fetchSite == "same-origin" || request.fetchSite == "none";
+  if (!request.fetchSite.empty() && !isOfOwnPage && request.path != "/") {
     return Refusal{403, "the request comes from a page of another site"};
   }
   const bool changes = request.method != "GET" && request.method != "HEAD";

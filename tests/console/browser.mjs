@@ -9,6 +9,7 @@ const axe = readFileSync(fromPackages.resolve('axe-core/axe.min.js'), 'utf8');
 
 export function launch() {
   return chromium.launch({
+    timeout: 120000,
     executablePath: '/usr/bin/chromium-headless-shell',
     args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking',
            '--disable-component-update', '--disable-sync'],

@@ -146,6 +146,10 @@ test('Broadcasts come by themselves, and can be held', async () => {
 
 test('The traffic has each request with its answer', async () => {
   await go('Traffic');
+  await page.getByLabel('Show only what has this text').fill(streamer);
+  await page.getByRole('cell', { name: 'message', exact: true }).first().waitFor();
+  await page.getByLabel('With the messages of streams').uncheck();
+  assert.equal(await page.getByRole('cell', { name: 'message', exact: true }).count(), 0);
   await page.getByLabel('Show only what has this text').fill('4242');
   const match = page.getByRole('row', { name: /request/ }).first().getByRole('button');
   await match.click();
@@ -179,6 +183,17 @@ test('A closed link says what to do, and opens again', async () => {
   await page.getByText('Press Connect to open it.').waitFor();
   await page.getByRole('button', { name: 'Connect', exact: true }).click();
   await page.getByRole('status', { name: 'Link' }).getByText('connected').waitFor();
+});
+
+test('A lost link says what to do', async () => {
+  const lossy = { rules: [{ task: debug, loseLink: 1 }], socketRefusals: [{ skip: 1 }] };
+  const of = await new Console().start({ scenario: lossy, args: ['--heartbeat', 'TASK_ID_VERSIONS_GET_UIDS'] });
+  await open({}, of);
+  await choose(debug);
+  await send();
+  await newest().getByText('The console connects again by itself.').waitFor();
+  await page.getByText('see whether the device is on and nobody else holds it').waitFor();
+  await of.stop();
 });
 
 for (const [width, height] of [[1440, 900], [390, 844]]) {

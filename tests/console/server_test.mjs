@@ -184,6 +184,15 @@ test('The link is closed and opened', async () => {
   await of.stop();
 });
 
+test('The link may be opened by many at once', async () => {
+  const of = await new Console().start();
+  const replies = await Promise.all(Array.from({ length: 8 }, () => ask('PUT', '/api/link', { connected: true }, { of })));
+  assert.deepEqual(replies.map((reply) => reply.status), Array(8).fill(204));
+  const { json } = await ask('POST', '/api/calls', { task: debug }, { of });
+  assert.equal((await callThatEnded(json.id, of)).state, 'answered');
+  assert.equal(await of.stop(), 0);
+});
+
 test('A scenario is shown, checked and applied', async () => {
   const of = await new Console().start({ scenario: { seed: 5 } });
   const { json } = await ask('GET', '/api/scenario', undefined, { of });
@@ -214,6 +223,8 @@ test('Other names, other sites and other kinds of bodies are refused', async () 
   assert.equal(await statusWith({ Origin: 'http://example.org' }), 403);
   assert.equal(await statusWith({ Origin: 'null' }), 403);
   assert.equal(await statusWith({ 'Sec-Fetch-Site': 'cross-site' }), 403);
+  assert.equal(await statusWith({ 'Sec-Fetch-Site': 'same-site' }), 403);
+  assert.equal(await statusWith({ 'Sec-Fetch-Site': 'same-origin' }), 200);
   assert.equal(await statusWith({ 'Sec-Fetch-Site': 'cross-site' }, 'GET', '/'), 200);
   assert.equal(await statusWith({ 'Content-Type': 'text/plain' }, 'POST', '/api/calls'), 415);
 });

@@ -2,7 +2,7 @@
 import { useState } from 'preact/hooks';
 import { Broadcast, model, useModel } from './model';
 import { brief } from './payload';
-import { Empty, timeText } from './parts';
+import { Empty, Name, timeText } from './parts';
 
 const kShown = 200;
 
@@ -42,7 +42,7 @@ export function BroadcastsPage() {
               {found.map((one) => (
                 <tr key={one.key}>
                   <td class="mono">{timeText(one.time)}</td>
-                  <td class="mono name">{one.task}</td>
+                  <td class="name"><Name of={one.task} /></td>
                   <td class="mono">0x{one.word.toString(16)}</td>
                   <td class="mono">{brief(one.payload)}</td>
                 </tr>

@@ -2,7 +2,7 @@
 import { ask } from './api';
 import { Call, useModel } from './model';
 import { brief } from './payload';
-import { durationText, Empty, Mark, PayloadView, timeText } from './parts';
+import { durationText, Empty, Mark, Name, PayloadView, timeText } from './parts';
 
 const kShown = 100;
 
@@ -49,7 +49,7 @@ function Row({ call }: { call: Call }) {
       </div>
       <details>
         <summary>
-          <span class="mono name">{call.task}</span>
+          <Name of={call.task} />
           <span class="mono exchange">
             {brief(call.request)} {call.answer && <>→ <strong>{brief(call.answer)}</strong></>}
           </span>

@@ -53,11 +53,9 @@ export function Advice() {
     );
   }
   return (
-    <p class={link.state === 'lost' ? 'advice bad' : 'advice'} role="alert">
+    <p class={link.state === 'lost' ? 'advice bad' : 'advice'} role="status">
       <strong>{link.state === 'lost' ? 'The link is lost.' : 'Connecting.'}</strong>
-      {reason} The console tries again by itself
-      {link.attempt > 1 ? `; this is attempt ${link.attempt}` : ''}. If that lasts, see whether the device is on and
-      nobody else holds it.
+      {reason} The console tries again by itself. If that lasts, see whether the device is on and nobody else holds it.
     </p>
   );
 }

@@ -3,7 +3,7 @@ import { useRef, useState } from 'preact/hooks';
 import { ask } from './api';
 import { Points, Stream, useModel } from './model';
 import { brief } from './payload';
-import { Choice, Empty, Mark, saveFile } from './parts';
+import { Choice, Empty, Mark, Name, saveFile } from './parts';
 import { Axis, Controls, Plot } from './Plot';
 
 const ends: Record<string, string> = {
@@ -44,7 +44,7 @@ function StreamCard({ stream }: { stream: Stream }) {
   return (
     <section class="card" aria-labelledby={title}>
       <div class="card-head">
-        <h3 id={title}><span class="mono name">{stream.task}</span> <span class="muted">stream {stream.id}</span></h3>
+        <h3 id={title}><Name of={stream.task} /> <span class="muted">stream {stream.id}</span></h3>
         <Mark kind={isOpen ? 'good' : 'off'}>{stream.state}</Mark>
       </div>
       <p class="muted facts">

@@ -4,7 +4,7 @@ import { ask } from './api';
 import { History } from './History';
 import { Task, useModel } from './model';
 import { Content, encode, hexOf, parseHex, parseValue } from './payload';
-import { Choice, Empty } from './parts';
+import { Choice, Empty, Name } from './parts';
 
 type Way = 'values' | 'text' | 'hex' | 'file' | 'empty';
 type Kind = 'answer' | 'stream' | 'none';
@@ -49,7 +49,7 @@ export function TasksPage() {
             {found.map((task) => (
               <li key={task.name}>
                 <button aria-pressed={task.name === name} onClick={() => setName(task.name)}>
-                  <span class="mono name">{task.name}</span>
+                  <Name of={task.name} />
                   <span class="muted">{task.form} · {task.target}</span>
                 </button>
               </li>
@@ -123,7 +123,7 @@ function TaskForm({ task }: { task: Task }) {
 
   return (
     <form onSubmit={(event) => void submit(event)} noValidate>
-      <h3 class="mono task-name" ref={heading}>{task.name}</h3>
+      <h3 class="task-name" ref={heading}><Name of={task.name} /></h3>
       <p class="muted facts">
         TUI 0x{task.tui.toString(16)} · {task.form === 'VAL' ? 'takes three values' : 'takes bytes'} · for the {task.target}
       </p>

@@ -1,7 +1,7 @@
 // Everything that passed, each request with its answer.
 import { useState } from 'preact/hooks';
 import { model, Passage, useModel } from './model';
-import { durationText, Empty, timeText } from './parts';
+import { durationText, Empty, Name, timeText } from './parts';
 
 const kShown = 300;
 const arrows = { out: '→', in: '←', link: '•' };
@@ -11,8 +11,10 @@ export function TrafficPage() {
   const { traffic, missed } = useModel();
   const [search, setSearch] = useState('');
   const [match, setMatch] = useState('');
+  const [hasMessages, setHasMessages] = useState(true);
   const [held, setHeld] = useState<Passage[] | null>(null);
   const found = (held ?? traffic)
+    .filter((one) => hasMessages || one.kind !== 'message')
     .filter((one) => `${one.kind} ${one.task} ${one.match} ${one.text}`.toLowerCase().includes(search.toLowerCase()))
     .slice(-kShown).reverse();
   return (
@@ -29,6 +31,10 @@ export function TrafficPage() {
       <label class="field">
         <span>Show only what has this text</span>
         <input type="search" value={search} onInput={(event) => setSearch(event.currentTarget.value)} />
+      </label>
+      <label class="check">
+        <input type="checkbox" checked={hasMessages} onChange={() => setHasMessages(!hasMessages)} />
+        With the messages of streams
       </label>
       {missed > 0 && <p class="muted facts">{missed} events came faster than this page takes them, and were dropped.</p>}
       {found.length === 0 ? (
@@ -58,7 +64,7 @@ export function TrafficPage() {
                       </button>
                     )}
                   </td>
-                  <td class="mono name">{one.task}</td>
+                  <td class="name"><Name of={one.task} /></td>
                   <td class="mono">{one.text}</td>
                   <td class="mono">{one.milliseconds === undefined ? '' : durationText(one.milliseconds)}</td>
                 </tr>

@@ -13,6 +13,11 @@ export function Empty({ title, children }: { title: string; children: ComponentC
   );
 }
 
+/** The name of a task, which may be broken behind its underscores. */
+export function Name({ of }: { of: string }) {
+  return <span class="mono name">{of.split(/(?<=_)/).map((part, i) => <>{i > 0 && <wbr />}{part}</>)}</span>;
+}
+
 export function timeText(time: number): string {
   const date = new Date(time);
   return date.toLocaleTimeString('en-GB') + '.' + String(date.getMilliseconds()).padStart(3, '0');

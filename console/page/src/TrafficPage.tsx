@@ -8,7 +8,8 @@ const arrows = { out: '→', in: '←', link: '•' };
 const words = { out: 'sent', in: 'came', link: 'link' };
 
 export function TrafficPage() {
-  const { traffic, missed } = useModel();
+  const { missed } = useModel();
+  const traffic = model.traffic();
   const [search, setSearch] = useState('');
   const [match, setMatch] = useState('');
   const [hasMessages, setHasMessages] = useState(true);
@@ -22,10 +23,10 @@ export function TrafficPage() {
       <div class="card-head">
         <h2 id="traffic-title">Traffic</h2>
         <div class="buttons">
-          <button aria-pressed={held !== null} onClick={() => setHeld(held ? null : traffic.slice())}>
+          <button aria-pressed={held !== null} onClick={() => setHeld(held ? null : traffic)}>
             {held ? 'Go on' : 'Pause'}
           </button>
-          <button onClick={() => { model.traffic = []; setHeld(null); model.changed(); }}>Clear</button>
+          <button onClick={() => { model.clearTraffic(); setHeld(null); }}>Clear</button>
         </div>
       </div>
       <label class="field">

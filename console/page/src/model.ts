@@ -119,8 +119,11 @@ class Model {
   streams = new Map<number, Stream>();
   points = new Map<number, Points>();
   broadcasts: Broadcast[] = []; // newest last
-  traffic: Passage[] = []; // newest last
   missed = 0;
+
+  // Newest last. What may come by the thousand stands by itself, so that it does not push out requests and answers.
+  private passages: Passage[] = [];
+  private unasked: Passage[] = [];
 
   private nextKey = 1;
   private listeners = new Set<() => void>();
@@ -139,6 +142,17 @@ class Model {
       this.isScheduled = false;
       this.listeners.forEach((listener) => listener());
     }, 30);
+  }
+
+  /** All that passed, newest last. */
+  traffic(): Passage[] {
+    return [...this.passages, ...this.unasked].sort((one, other) => one.key - other.key);
+  }
+
+  clearTraffic(): void {
+    this.passages = [];
+    this.unasked = [];
+    this.changed();
   }
 
   begin(snapshot: Snapshot): void {
@@ -225,7 +239,7 @@ class Model {
   private addPassagesOf(call: Call): void {
     const match = `task ${call.id}`;
     const before = this.calls.get(call.id);
-    if (before?.state === call.state && this.traffic.length > 0 && before !== call) return; // the snapshot had it
+    if (before?.state === call.state && this.passages.length > 0 && before !== call) return; // the snapshot had it
     if (!before || before === call) {
       this.pass({ time: call.time, direction: 'out', kind: 'request', task: call.task, match, text: brief(call.request) });
     }
@@ -240,8 +254,9 @@ class Model {
   }
 
   private pass(passage: Omit<Passage, 'key'>): void {
-    this.traffic.push({ ...passage, key: this.nextKey++ });
-    if (this.traffic.length > kMostPassages * 1.5) this.traffic.splice(0, this.traffic.length - kMostPassages);
+    const list = passage.kind === 'message' || passage.kind === 'broadcast' ? this.unasked : this.passages;
+    list.push({ ...passage, key: this.nextKey++ });
+    if (list.length > kMostPassages * 1.5) list.splice(0, list.length - kMostPassages);
   }
 }
 

@@ -90,7 +90,8 @@ std::uint64_t Device::send(Order order) {
   CallOptions options;
   options.timeout = order.timeout;
   if (order.wantsAnswer) {
-    to->start(order.task, request, [this, id](const Result<Payload>& outcome) { mCalls.end(id, outcome); }, options);
+    to->start(
+        order.task, request, [this, id](const Result<Payload>& outcome) { mCalls.end(id, outcome); }, options);
   } else {
     const Result<void> sent = to->post(order.task, request, options);
     mCalls.end(id, sent ? Result<Payload>(Payload()) : Result<Payload>(sent.error()));
@@ -128,7 +129,6 @@ Result<std::uint64_t> Device::openStream(const Order& order) {
   if (entry->second.end == End::none) entry->second.stream.emplace(std::move(*stream));
   return id;
 }
-
 
 Json Device::json() const {
   const std::lock_guard lock(mMutex);

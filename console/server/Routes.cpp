@@ -113,10 +113,10 @@ void addGuard(httplib::Server& server, const Guard& guard) {
        {"Referrer-Policy", "no-referrer"},
        {"Cache-Control", "no-store"}});
   server.set_pre_routing_handler([&guard](const Request& request, Response& response) {
-    const auto refusal = guard.check({request.method, request.path, request.get_header_value("Host"),
-                                      request.get_header_value("Origin"), request.get_header_value("Sec-Fetch-Site"),
-                                      request.get_header_value("Content-Type"),
-                                      request.get_header_value("Authorization"), request.get_header_value("Cookie")});
+    const auto refusal =
+        guard.check({request.method, request.path, request.get_header_value("Host"), request.get_header_value("Origin"),
+                     request.get_header_value("Sec-Fetch-Site"), request.get_header_value("Content-Type"),
+                     request.get_header_value("Authorization"), request.get_header_value("Cookie")});
     if (!refusal) return httplib::Server::HandlerResponse::Unhandled;
     answer(response, {{"error", refusal->text}}, refusal->status);
     return httplib::Server::HandlerResponse::Handled;
@@ -160,11 +160,10 @@ void addEvents(httplib::Server& server, Console& console) {
       throw Unserved(503, "too many pages look at this device; close one of them");
     }
     const auto events = std::make_shared<EventStream>(console.journal, [&console] { return console.snapshot(); });
-    response.set_chunked_content_provider("text/event-stream",
-                                          [events, place](std::size_t, httplib::DataSink& sink) {
-                                            const std::string text = events->next();
-                                            return !text.empty() && sink.write(text.data(), text.size());
-                                          });
+    response.set_chunked_content_provider("text/event-stream", [events, place](std::size_t, httplib::DataSink& sink) {
+      const std::string text = events->next();
+      return !text.empty() && sink.write(text.data(), text.size());
+    });
   });
 }
 
@@ -218,8 +217,7 @@ void addScenario(httplib::Server& server, Console& console) {
     if (!console.hasStandIn()) throw Unserved(409, "only the stand-in device has a scenario");
     return console.standIn;
   };
-  server.Get("/api/scenario",
-             [standIn](const Request&, Response& response) { answer(response, standIn().json()); });
+  server.Get("/api/scenario", [standIn](const Request&, Response& response) { answer(response, standIn().json()); });
   server.Post("/api/scenario/check", [standIn](const Request& request, Response& response) {
     answer(response, {{"mistakes", standIn().check(textIn(request))}});
   });

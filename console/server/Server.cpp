@@ -18,8 +18,7 @@ constexpr std::size_t kLargestRequest = std::size_t{8} << 20;
 
 std::unique_ptr<httplib::Server> make(const Listening& listening) {
   if (listening.certificateFile.empty()) return std::make_unique<httplib::Server>();
-  auto server =
-      std::make_unique<httplib::SSLServer>(listening.certificateFile.c_str(), listening.keyFile.c_str());
+  auto server = std::make_unique<httplib::SSLServer>(listening.certificateFile.c_str(), listening.keyFile.c_str());
   if (!server->is_valid()) throw std::runtime_error("the certificate and its key cannot be read, or do not match");
   return server;
 }
@@ -39,8 +38,7 @@ struct Server::Inside {
   std::atomic<bool> hasEnded{false};
 };
 
-Server::Server(Console& console, const Listening& listening)
-    : mConsole(console), mInside(std::make_unique<Inside>()) {
+Server::Server(Console& console, const Listening& listening) : mConsole(console), mInside(std::make_unique<Inside>()) {
   mInside->server = make(listening);
   httplib::Server& server = *mInside->server;
   server.new_task_queue = [] { return new httplib::ThreadPool(kThreads); };

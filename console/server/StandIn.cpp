@@ -21,9 +21,7 @@ std::string fileInForce() {
   return std::filesystem::exists("SluiceHub.json") ? "SluiceHub.json" : "";
 }
 
-std::string folderOf(const std::string& file) {
-  return std::filesystem::path(file).replace_filename("").string();
-}
+std::string folderOf(const std::string& file) { return std::filesystem::path(file).replace_filename("").string(); }
 
 std::string readAll(const std::string& file) {
   std::ifstream stream(file, std::ios::binary);

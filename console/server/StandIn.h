@@ -23,8 +23,9 @@ class StandIn {
   /// The mistakes of a scenario's text: [{"line", "found", "expected"}].
   Json check(const std::string& text) const;
 
-  /// Puts it in force: the device that is connected to next behaves so. Files that it names lie where those of the first
-  /// scenario do. Its mistakes; if there are any, nothing changes. Throws std::runtime_error if it cannot be written.
+  /// Puts it in force: the device that is connected to next behaves so. Files that it names lie where those of the
+  /// first scenario do. Its mistakes; if there are any, nothing changes. Throws std::runtime_error if it cannot be
+  /// written.
   Json apply(const std::string& text);
 
  private:

@@ -43,7 +43,10 @@ function App() {
   const { server, streams, isKnown } = useModel();
   const [page, setPage] = useState(pageInAddress());
   useEffect(() => {
-    const change = () => setPage(pageInAddress());
+    const change = () => {
+      setPage(pageInAddress());
+      scrollTo(0, 0);
+    };
     addEventListener('hashchange', change);
     addEventListener('keydown', takeKey);
     return () => {

@@ -28,14 +28,11 @@ void addConsole(CLI::App& app, Plan& plan) {
   const auto options = std::make_shared<ConsoleOptions>();
   CLI::App& verb = addVerb<ConsoleOptions>(app, plan, "console",
                                            "Show the device in the browser\n"
-                                           "What follows is for the console: `kelctl console -- --help` tells what.",
+                                           "What follows is for the console: `kelconsole --help` tells what.",
                                            "kelctl console\nkelctl console --port 8500\n", console, options)
                        .first;
   verb.prefix_command();
-  verb.parse_complete_callback([&verb, options] {
-    options->words = verb.remaining();
-    if (!options->words.empty() && options->words.front() == "--") options->words.erase(options->words.begin());
-  });
+  verb.parse_complete_callback([&verb, options] { options->words = verb.remaining(); });
 }
 
 }  // namespace kelctl

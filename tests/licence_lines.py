@@ -14,7 +14,7 @@ LINE = "SPDX-License-Identifier: MIT"
 
 # How a comment is written, by the suffix of a file without `.in`. Headers of C are also for compilers of C90.
 COMMENTS = {
-    "// {}": (".cpp", ".hpp", ".js", ".mjs", ".ts"),
+    "// {}": (".cpp", ".hpp", ".js", ".mjs", ".ts", ".tsx"),
     "/* {} */": (".c", ".css", ".h", ".map", ".rc", ".S"),
     "# {}": (".cmake", ".pc", ".py", ".pyi", ".sh", ".toml", ".yml"),
     "-- {}": (".lua",),

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The one place where a device is opened by its URI.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The history: tasks that were sent, with their answers.
 #pragma once
 

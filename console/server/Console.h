@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Everything that the console knows, for the requests that ask for it.
 #pragma once
 

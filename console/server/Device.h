@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The device that the console shows: its link, and what passes over it.
 #pragma once
 

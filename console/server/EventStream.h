@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What one page gets as server-sent events.
 //
 //   event: snapshot   all that there is at the moment: at the start, and behind each gap

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Who may ask the console for anything.
 //
 // A page of another site can make a browser send requests to this host, and a name of another site can be made to lead

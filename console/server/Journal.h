@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What happens at a device, in its order, for everybody who watches.
 //
 // A ring of fixed size. Who watches holds a position in it and asks for what came after: so a slow one costs no memory

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What the page and the server tell each other, as JSON. docs/console.md has the table of requests.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Page.h"
 
 extern "C" const char kelconsole_html[], kelconsole_html_end[];

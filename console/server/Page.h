@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The page's files, which are part of the program.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What the console answers to which request; docs/console.md has the table.
 #pragma once
 

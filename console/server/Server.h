@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The console on the network: a socket of its own, a pool of threads, and a quick end.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The stand-in device of this process: which scenario is in force, and another one in its place.
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What the console asks of the operating system.
 #pragma once
 

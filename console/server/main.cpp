@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // kelconsole: a device in the browser.
 #include <CLI/CLI.hpp>
 #include <fstream>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A browser without a screen, and what it finds of a page's accessibility.
 import { readFileSync } from 'node:fs';
 import { createRequire } from 'node:module';

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A console on the stand-in, in a process of its own.
 import { spawn } from 'node:child_process';
 import { mkdtempSync, rmSync, writeFileSync } from 'node:fs';

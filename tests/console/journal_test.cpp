@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The journal, and the events that a page gets of it.
 #include "Journal.h"
 

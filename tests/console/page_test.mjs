@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The page in a real browser: each feature as a person uses it, by keyboard and pointer, wide and narrow, light and dark.
 // Pictures of each page are left in the folder KELCONSOLE_PICTURES.
 import assert from 'node:assert/strict';

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The console's server as an HTTP client meets it: each route, and each refusal.
 import assert from 'node:assert/strict';
 import { writeFileSync } from 'node:fs';

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <CLI/App.hpp>
 #include <iostream>
 #include <memory>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Versions, settings, counts, keys.
 import { useEffect, useState } from 'preact/hooks';
 import { ask } from './api';

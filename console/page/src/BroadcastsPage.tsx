@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Broadcasts, as they come.
 import { useState } from 'preact/hooks';
 import { Broadcast, model, useModel } from './model';

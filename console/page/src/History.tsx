@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What was sent, with its answers.
 import { ask } from './api';
 import { Call, useModel } from './model';

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The link: where it stands, and what to do about it.
 import { useState } from 'preact/hooks';
 import { ask } from './api';

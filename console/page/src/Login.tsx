@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Asks for the console's token.
 import { useState } from 'preact/hooks';
 import { ask } from './api';

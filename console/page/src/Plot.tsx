@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The live plot of a stream's messages.
 import { useEffect, useRef } from 'preact/hooks';
 import uPlot from 'uplot';

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The stand-in's scenario: view, edit, check, apply.
 import { useEffect, useRef, useState } from 'preact/hooks';
 import { ask } from './api';

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Streams: each as a plot.
 import { useRef, useState } from 'preact/hooks';
 import { ask } from './api';

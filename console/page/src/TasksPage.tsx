@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tasks: which there are, and sending one.
 import { useEffect, useRef, useState } from 'preact/hooks';
 import { ask } from './api';

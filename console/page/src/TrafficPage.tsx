@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Everything that passed, each request with its answer.
 import { useState } from 'preact/hooks';
 import { model, Passage, useModel } from './model';

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The requests that the page makes, and the events that it gets.
 import { model } from './model';
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The page: its head, its navigation, and the part that is chosen.
 import { render } from 'preact';
 import { useEffect, useState } from 'preact/hooks';

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the page knows of the device. The server tells all of it once, and then what changes.
 import { useEffect, useState } from 'preact/hooks';
 import { brief, Payload, wordsOf } from './payload';

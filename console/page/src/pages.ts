@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The pages of a device, by the word behind the # of the address.
 export const pages = [
   { word: 'tasks', title: 'Tasks' },

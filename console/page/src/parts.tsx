@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Small parts that the pages share.
 import { ComponentChildren } from 'preact';
 import { useState } from 'preact/hooks';

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Payloads: bytes as the server gives them, and what people read and write.
 
 export interface Payload {

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The page, as it was bundled.
         .macro  resource name, file
         .hidden \name

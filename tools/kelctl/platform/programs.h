@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Programs that belong to kelctl and are installed beside it.
 #pragma once
 

@@ -61,6 +61,7 @@ struct Site::Inside {
   std::unique_ptr<SiteView> view;
 
   Result<SiteView::Snapshot> look() const {
+    if (!connection->isConnected()) return unreachable("no server of site " + name + " can be reached");
     std::string why;
     std::optional<SiteView::Snapshot> snapshot = view->snapshot(why);
     if (!snapshot) return unreachable("the bucket of site " + name + ": " + why);

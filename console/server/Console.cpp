@@ -5,7 +5,6 @@
 #include <fstream>
 #include <iterator>
 
-#include "Addresses.h"
 #include "kel/library.hpp"
 #include "kel/version.hpp"
 
@@ -34,7 +33,7 @@ Json Console::snapshot() const {
   return json;
 }
 
-bool Console::hasStandIn() const { return device.settings().uri == kThisHost && standIn.isHere(); }
+bool Console::hasStandIn() const { return device.isOfThisHost() && standIn.isHere(); }
 
 Json Console::about() const {
   const std::string layer = std::to_string(KEL_CLIENT_VERSION_MAJOR) + '.' + std::to_string(KEL_CLIENT_VERSION_MINOR) +

@@ -4,8 +4,6 @@
 #include <iterator>
 #include <utility>
 
-#include "Addresses.h"
-
 namespace kel::console {
 namespace {
 
@@ -42,9 +40,11 @@ Json linkJson(const StateChange& change) {
 
 Device::Device(Settings settings, Journal& journal, Calls& calls)
     : mSettings(std::move(settings)),
+      mIsOfThisHost(fleet::addressOf(mSettings.uri).value().servers.empty()),
+      mOwnTable(TaskTable::inForce(mSettings.table)),
       mJournal(journal),
       mCalls(calls),
-      mLink(linkJson({State::closed, "nobody has connected yet"})) {}
+      mLink(linkJson({State::connecting, ""})) {}
 
 void Device::connect() {
   const std::lock_guard connecting(mConnecting);
@@ -56,7 +56,7 @@ void Device::connect() {
   options.supervision.reconnect = true;
   options.supervision.longestPause = Milliseconds(5000);
   options.onState = [this](const StateChange& change) { tellLink(change); };
-  const auto client = std::make_shared<Client>(open(mSettings.uri, std::move(options)));
+  const auto client = std::make_shared<Client>(fleet::begin(mSettings.uri, std::move(options), identity()).value());
   Subscription broadcasts = client->broadcasts([this](const Broadcast& broadcast) { tellBroadcast(broadcast); });
   const std::lock_guard lock(mMutex);
   mClient = client;
@@ -66,6 +66,20 @@ void Device::connect() {
 void Device::disconnect() {
   const std::lock_guard connecting(mConnecting);
   closeLink();
+}
+
+void Device::setHolder(const std::string& holder) {
+  {
+    const std::lock_guard lock(mMutex);
+    mHolder = holder;
+    if (!mClient) return;
+  }
+  connect();
+}
+
+fleet::Identity Device::identity() const {
+  const std::lock_guard lock(mMutex);
+  return {mSettings.access, mHolder};
 }
 
 void Device::closeLink() {
@@ -144,9 +158,8 @@ Json Device::json() const {
 
 Json Device::tasks() const {
   const std::shared_ptr<Client> of = client();
-  const TaskTable table = of ? of->table() : TaskTable::inForce(mSettings.table);
   Json tasks = Json::array();
-  for (const TaskTable::Row& row : table.rows()) {
+  for (const TaskTable::Row& row : tableOf(of.get()).rows()) {
     tasks.push_back({{"name", row.name},
                      {"tui", row.tui},
                      {"form", v1::formOf(row.tui) == Form::val ? "VAL" : "REF"},
@@ -176,8 +189,12 @@ Json Device::statistics() const {
 
 Form Device::formOf(const std::string& task) const {
   const std::shared_ptr<Client> of = client();
-  const auto tui = of ? of->table().find(task) : std::nullopt;
+  const auto tui = tableOf(of.get()).find(task);
   return tui ? v1::formOf(*tui) : Form::ref;
+}
+
+const TaskTable& Device::tableOf(const Client* client) const {
+  return client != nullptr && client->table().size() != 0 ? client->table() : mOwnTable;
 }
 
 std::shared_ptr<Client> Device::client() const {

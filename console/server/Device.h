@@ -12,7 +12,7 @@
 #include "Calls.h"
 #include "Journal.h"
 #include "Json.h"
-#include "kel/client.hpp"
+#include "kel/fleet.hpp"
 
 namespace kel::console {
 
@@ -27,7 +27,8 @@ namespace kel::console {
 class Device {
  public:
   struct Settings {
-    std::string uri;
+    std::string uri;  ///< checked
+    fleet::Access access;
     std::string table;
     std::string heartbeat;
     Milliseconds timeout{10000};
@@ -36,10 +37,13 @@ class Device {
   Device(Settings settings, Journal& journal, Calls& calls);
   ~Device() { disconnect(); }
 
-  /// Begins to connect; a link that is there is closed first. Does not wait for the device.
+  /// Begins to connect, which is the first thing to do; a link that is there is closed first. Does not wait for the device.
   void connect();
   /// Closes the link and waits for that. All that is under way ends.
   void disconnect();
+
+  /// What is sent from now on is sent under this reservation, or under none. Opens a link anew that is there.
+  void setHolder(const std::string& holder);
 
   /// Sends a task and does not wait for its answer, which the history gets. Returns the call's number.
   std::uint64_t send(Order order);
@@ -49,6 +53,8 @@ class Device {
   bool stopStream(std::uint64_t id) { return endStream(id, End::stopped); }
 
   const Settings& settings() const { return mSettings; }
+  /// Whether it is reached by the library in this process.
+  bool isOfThisHost() const { return mIsOfThisHost; }
   /// {"uri", "link", "streams", "heartbeat", "timeout"}
   Json json() const;
   /// [{"name", "tui", "form", "target"}], in the table's order.
@@ -71,6 +77,9 @@ class Device {
 
   void closeLink();  // under mConnecting
   std::shared_ptr<Client> client() const;
+  fleet::Identity identity() const;
+  /// A client of another host's device may know none: then it is this host's.
+  const TaskTable& tableOf(const Client* client) const;
   void tellLink(const StateChange& change);
   void tellMessage(std::uint64_t id, const Message& message);
   void tellStream(std::uint64_t id, const OpenStream& stream) const;
@@ -80,6 +89,8 @@ class Device {
   static Json jsonOf(std::uint64_t id, const OpenStream& stream);
 
   const Settings mSettings;
+  const bool mIsOfThisHost;
+  const TaskTable mOwnTable;
   Journal& mJournal;
   Calls& mCalls;
 
@@ -88,6 +99,7 @@ class Device {
   // Guarded by mMutex, under which the client is not called.
   std::shared_ptr<Client> mClient;  // null while nobody is connected
   std::optional<Subscription> mBroadcasts;
+  std::string mHolder;
   Json mLink;
   std::map<std::uint64_t, OpenStream> mStreams;
   std::uint64_t mLastStream = 0;

@@ -40,6 +40,13 @@ Json bodyOf(const Request& request) {
   return body;
 }
 
+/// The device that a request is about.
+std::shared_ptr<Console> consoleOf(const Request& request, Consoles& consoles) {
+  auto console = consoles.find(request.get_param_value("device"));
+  if (!console) throw Unserved(404, console.error().subject);
+  return *std::move(console);
+}
+
 std::uint64_t numberIn(const Request& request) {
   const std::string text = request.matches[1];
   std::uint64_t number = 0;
@@ -152,94 +159,147 @@ void addPage(httplib::Server& server) {
   }
 }
 
-void addEvents(httplib::Server& server, Console& console) {
-  const auto open = std::make_shared<std::atomic<int>>(0);
-  server.Get("/api/events", [&console, open](const Request&, Response& response) {
-    const std::shared_ptr<void> place(nullptr, [open](void*) { --*open; });
-    if (++*open > kMostEventStreams) {
+/// So many pages at once get events, whatever they look at.
+class EventStreams {
+ public:
+  /// `kept` is kept until the page has gone.
+  void begin(Response& response, const Journal& journal, std::function<Json()> snapshot, std::shared_ptr<void> kept) {
+    const std::shared_ptr<void> place(nullptr, [count = mCount](void*) { --*count; });
+    if (++*mCount > kMostEventStreams) {
       response.set_header("Retry-After", "5");
-      throw Unserved(503, "too many pages look at this device; close one of them");
+      throw Unserved(503, "too many pages look at this console; close one of them");
     }
-    const auto events = std::make_shared<EventStream>(console.journal, [&console] { return console.snapshot(); });
-    response.set_chunked_content_provider("text/event-stream", [events, place](std::size_t, httplib::DataSink& sink) {
-      const std::string text = events->next();
-      return !text.empty() && sink.write(text.data(), text.size());
-    });
-  });
-}
+    const auto events = std::make_shared<EventStream>(journal, std::move(snapshot));
+    response.set_chunked_content_provider(
+        "text/event-stream", [events, place, kept = std::move(kept)](std::size_t, httplib::DataSink& sink) {
+          const std::string text = events->next();
+          return !text.empty() && sink.write(text.data(), text.size());
+        });
+  }
 
-void addTasks(httplib::Server& server, Console& console) {
-  server.Get("/api/device", [&console](const Request&, Response& response) { answer(response, console.snapshot()); });
-  server.Get("/api/about", [&console](const Request&, Response& response) { answer(response, console.about()); });
-  server.Put("/api/link", [&console](const Request& request, Response& response) {
+ private:
+  const std::shared_ptr<std::atomic<int>> mCount = std::make_shared<std::atomic<int>>(0);
+};
+
+void addTasks(httplib::Server& server, Consoles& consoles, const std::shared_ptr<EventStreams>& streams) {
+  server.Get("/api/events", [&consoles, streams](const Request& request, Response& response) {
+    const auto console = consoleOf(request, consoles);
+    streams->begin(response, console->journal, [console] { return console->snapshot(); }, nullptr);
+  });
+  server.Get("/api/device", [&consoles](const Request& request, Response& response) {
+    answer(response, consoleOf(request, consoles)->snapshot());
+  });
+  server.Get("/api/about", [&consoles](const Request& request, Response& response) {
+    answer(response, consoleOf(request, consoles)->about());
+  });
+  server.Put("/api/link", [&consoles](const Request& request, Response& response) {
     const Json body = bodyOf(request);
     if (!body.contains("connected") || !body["connected"].is_boolean()) {
       throw Unserved(400, "\"connected\" is neither true nor false");
     }
+    const auto console = consoleOf(request, consoles);
     if (body["connected"]) {
-      console.device.connect();
+      console->device.connect();
     } else {
-      console.device.disconnect();
+      console->device.disconnect();
     }
     response.status = 204;
   });
-  server.Post("/api/calls", [&console](const Request& request, Response& response) {
-    answer(response, {{"id", console.device.send(orderOf(request, console.device))}}, 202);
+  server.Post("/api/calls", [&consoles](const Request& request, Response& response) {
+    const auto console = consoleOf(request, consoles);
+    answer(response, {{"id", console->device.send(orderOf(request, console->device))}}, 202);
   });
-  server.Post(R"(/api/calls/(\d{1,18})/again)", [&console](const Request& request, Response& response) {
-    const auto order = console.calls.order(numberIn(request));
+  server.Post(R"(/api/calls/(\d{1,18})/again)", [&consoles](const Request& request, Response& response) {
+    const auto console = consoleOf(request, consoles);
+    const auto order = console->calls.order(numberIn(request));
     if (!order) throw Unserved(404, "the history has no such call any more");
-    answer(response, {{"id", console.device.send(*order)}}, 202);
+    answer(response, {{"id", console->device.send(*order)}}, 202);
   });
-  server.Get(R"(/api/calls/(\d{1,18})/answer)", [&console](const Request& request, Response& response) {
-    const auto payload = console.calls.answer(numberIn(request));
+  server.Get(R"(/api/calls/(\d{1,18})/answer)", [&consoles](const Request& request, Response& response) {
+    const auto payload = consoleOf(request, consoles)->calls.answer(numberIn(request));
     if (!payload) throw Unserved(404, "the history has no answer of this call");
     sendBytes(response, "answer-" + request.matches[1].str() + ".bin", payload->bytes());
   });
 }
 
-void addStreams(httplib::Server& server, Console& console) {
-  server.Post("/api/streams", [&console](const Request& request, Response& response) {
-    const auto stream = console.device.openStream(orderOf(request, console.device));
+void addStreams(httplib::Server& server, Consoles& consoles) {
+  server.Post("/api/streams", [&consoles](const Request& request, Response& response) {
+    const auto console = consoleOf(request, consoles);
+    const auto stream = console->device.openStream(orderOf(request, console->device));
     if (!stream) {
       answer(response, {{"error", stream.error().text()}, {"cause", word(stream.cause())}}, 409);
     } else {
       answer(response, {{"id", *stream}}, 201);
     }
   });
-  server.Delete(R"(/api/streams/(\d{1,18}))", [&console](const Request& request, Response& response) {
-    if (!console.device.stopStream(numberIn(request))) throw Unserved(404, "there is no such stream, or it has ended");
+  server.Delete(R"(/api/streams/(\d{1,18}))", [&consoles](const Request& request, Response& response) {
+    if (!consoleOf(request, consoles)->device.stopStream(numberIn(request))) {
+      throw Unserved(404, "there is no such stream, or it has ended");
+    }
     response.status = 204;
   });
 }
 
-void addScenario(httplib::Server& server, Console& console) {
-  const auto standIn = [&console]() -> StandIn& {
-    if (!console.hasStandIn()) throw Unserved(409, "only the stand-in device has a scenario");
-    return console.standIn;
+void addScenario(httplib::Server& server, Consoles& consoles) {
+  const auto standInOf = [&consoles](const Request& request) -> StandIn& {
+    const auto console = consoleOf(request, consoles);
+    if (!console->hasStandIn()) throw Unserved(409, "only the stand-in device of this host has a scenario");
+    return console->standIn;  // that of --device, which stays
   };
-  server.Get("/api/scenario", [standIn](const Request&, Response& response) { answer(response, standIn().json()); });
-  server.Post("/api/scenario/check", [standIn](const Request& request, Response& response) {
-    answer(response, {{"mistakes", standIn().check(textIn(request))}});
+  server.Get("/api/scenario",
+             [standInOf](const Request& request, Response& response) { answer(response, standInOf(request).json()); });
+  server.Post("/api/scenario/check", [standInOf](const Request& request, Response& response) {
+    answer(response, {{"mistakes", standInOf(request).check(textIn(request))}});
   });
-  server.Put("/api/scenario", [&console, standIn](const Request& request, Response& response) {
+  server.Put("/api/scenario", [&consoles, standInOf](const Request& request, Response& response) {
     const std::string text = textIn(request);
-    const Json mistakes = standIn().apply(text);
+    const Json mistakes = standInOf(request).apply(text);
     if (!mistakes.empty()) return answer(response, {{"mistakes", mistakes}}, 422);
-    console.device.connect();
+    consoleOf(request, consoles)->device.connect();
+    response.status = 204;
+  });
+}
+
+void addFleet(httplib::Server& server, Consoles& consoles, const std::shared_ptr<EventStreams>& streams) {
+  server.Get("/api/fleet", [&consoles](const Request&, Response& response) {
+    answer(response, consoles.site() != nullptr ? consoles.site()->json() : Json{{"uri", nullptr}});
+  });
+  const auto siteOf = [&consoles]() -> Fleet& {
+    if (consoles.site() == nullptr) throw Unserved(409, "this console shows one device, and no site");
+    return *consoles.site();
+  };
+  server.Get("/api/fleet/events", [siteOf, streams](const Request&, Response& response) {
+    Fleet& site = siteOf();
+    streams->begin(response, site.journal, [&site] { return site.json(); }, site.look());
+  });
+  static constexpr char kReservation[] = "/api/fleet/reservations/([A-Za-z0-9_-]{1,64})";
+  server.Put(kReservation, [&consoles, siteOf](const Request& request, Response& response) {
+    siteOf();
+    if (const auto reserved = consoles.reserve(request.matches[1]); !reserved) {
+      const Error& error = reserved.error();
+      const std::string text =
+          error.cause == Cause::reserved ? "it is reserved for " + error.subject : error.subject;
+      return answer(response, {{"error", text}, {"cause", word(error.cause)}}, 409);
+    }
+    response.status = 204;
+  });
+  server.Delete(kReservation, [&consoles, siteOf](const Request& request, Response& response) {
+    siteOf();
+    if (!consoles.release(request.matches[1])) throw Unserved(404, "this console has not reserved this device");
     response.status = 204;
   });
 }
 
 }  // namespace
 
-void addRoutes(httplib::Server& server, Console& console, const Guard& guard) {
+void addRoutes(httplib::Server& server, Consoles& consoles, const Guard& guard) {
+  const auto streams = std::make_shared<EventStreams>();
   addGuard(server, guard);
   addPage(server);
-  addEvents(server, console);
-  addTasks(server, console);
-  addStreams(server, console);
-  addScenario(server, console);
+  addTasks(server, consoles, streams);
+  addStreams(server, consoles);
+  addScenario(server, consoles);
+  addFleet(server, consoles, streams);
 }
 
 }  // namespace kel::console

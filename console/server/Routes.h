@@ -2,7 +2,7 @@
 // What the console answers to which request; docs/console.md has the table.
 #pragma once
 
-#include "Console.h"
+#include "Consoles.h"
 #include "Guard.h"
 
 namespace httplib {
@@ -11,7 +11,7 @@ class Server;
 
 namespace kel::console {
 
-/// The console and the guard must outlive the server.
-void addRoutes(httplib::Server& server, Console& console, const Guard& guard);
+/// The consoles and the guard must outlive the server.
+void addRoutes(httplib::Server& server, Consoles& consoles, const Guard& guard);
 
 }  // namespace kel::console

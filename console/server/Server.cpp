@@ -39,7 +39,7 @@ struct Server::Inside {
   std::atomic<bool> hasEnded{false};
 };
 
-Server::Server(Console& console, const Listening& listening) : mConsole(console), mInside(std::make_unique<Inside>()) {
+Server::Server(Consoles& consoles, const Listening& listening) : mConsoles(consoles), mInside(std::make_unique<Inside>()) {
   mInside->server = make(listening);
   httplib::Server& server = *mInside->server;
   server.new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
@@ -65,7 +65,7 @@ Server::Server(Console& console, const Listening& listening) : mConsole(console)
   const std::vector<std::string> names = namesOf(listening);
   mUrl = (isSecure ? "https://" : "http://") + names.front() + ':' + std::to_string(port) + '/';
   mInside->guard = std::make_unique<Guard>(isSecure, names, port, listening.token);
-  addRoutes(server, console, *mInside->guard);
+  addRoutes(server, consoles, *mInside->guard);
 }
 
 Server::~Server() = default;
@@ -76,7 +76,7 @@ void Server::run() {
 }
 
 void Server::stop() {
-  mConsole.journal.close();
+  mConsoles.end();  // requests wait for calls and for events
   // A server that has not begun yet would not hear of it.
   while (!mInside->server->is_running() && !mInside->hasEnded) std::this_thread::yield();
   mInside->server->stop();

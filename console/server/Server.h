@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "Console.h"
+#include "Consoles.h"
 
 namespace kel::console {
 
@@ -26,7 +26,7 @@ inline constexpr int kMostEventStreams = 16;
 class Server {
  public:
   /// Throws std::runtime_error if the address cannot be had, or the certificate not be read.
-  Server(Console& console, const Listening& listening);
+  Server(Consoles& consoles, const Listening& listening);
   ~Server();
 
   /// "http://127.0.0.1:8421/"
@@ -34,13 +34,13 @@ class Server {
 
   /// Serves until stop().
   void run();
-  /// Ends what is being served. Called by another thread, once run() was called or will be.
+  /// Ends what is being served, the consoles too. Called by another thread, once run() was called or will be.
   void stop();
 
  private:
   struct Inside;
 
-  Console& mConsole;
+  Consoles& mConsoles;
   std::string mUrl;
   std::unique_ptr<Inside> mInside;
 };

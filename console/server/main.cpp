@@ -5,8 +5,7 @@
 #include <iostream>
 #include <thread>
 
-#include "Addresses.h"
-#include "Console.h"
+#include "Consoles.h"
 #include "Server.h"
 #include "host.h"
 
@@ -19,13 +18,18 @@ constexpr std::size_t kShortestToken = 16;
 
 struct Arguments {
   Device::Settings device;
+  std::string site;  ///< empty: the device of the settings
   Listening listening;
   std::string tokenFile;
   double timeout = 10;
 };
 
 void addOptions(CLI::App& app, Arguments& arguments) {
-  app.add_option("--device", arguments.device.uri, "The device: \"kel:\" is this host's own")->capture_default_str();
+  auto* const device = app.add_option("--device", arguments.device.uri,
+                                      "The device: \"kel:\" is this host's own, nats://HOST/SITE/DEVICE another host's")
+                           ->capture_default_str();
+  app.add_option("--fleet", arguments.site, "All devices of a site in its place: nats://HOST[,HOST]/SITE")
+      ->excludes(device);
   app.add_option("--table", arguments.device.table, "A task table in place of the one that the settings name");
   app.add_option("--heartbeat", arguments.device.heartbeat,
                  "A task that the device answers at once: it is sent while nothing else comes, to watch the link");
@@ -47,10 +51,25 @@ void addOptions(CLI::App& app, Arguments& arguments) {
   key->needs(certificate);
 }
 
+void addAccess(CLI::App& app, fleet::Access& access) {
+  app.add_option("--user", access.user, "For NATS: the user");
+  app.add_option("--password-file", access.passwordFile, "For NATS: a file whose first line is the user's password")
+      ->check(CLI::ExistingFile);
+  app.add_option("--nkey", access.nkeyFile, "For NATS: a file with the seed of an nkey; FILE.pub has its public part")
+      ->check(CLI::ExistingFile);
+  app.add_option("--credentials", access.credentialsFile, "For NATS: a file with a JWT and its seed")
+      ->check(CLI::ExistingFile);
+  app.add_option("--ca", access.caFile, "For NATS: certificates that the servers' must be signed by; turns TLS on")
+      ->check(CLI::ExistingFile);
+  app.add_option("--client-certificate", access.certificateFile, "For NATS: the console's own certificate")
+      ->check(CLI::ExistingFile);
+  app.add_option("--client-key", access.keyFile, "For NATS: its key")->check(CLI::ExistingFile);
+}
+
 /// Throws std::runtime_error with what is wrong.
 void check(Arguments& arguments) {
-  if (const auto address = checkAddress(arguments.device.uri); !address) {
-    throw std::runtime_error(address.error().subject);
+  if (const auto address = fleet::addressOf(arguments.device.uri); !address) {
+    throw std::runtime_error("--device " + arguments.device.uri + ": " + address.error().subject);
   }
   arguments.device.timeout = Milliseconds(static_cast<std::int64_t>(arguments.timeout * 1000));
   Listening& listening = arguments.listening;
@@ -69,12 +88,20 @@ void check(Arguments& arguments) {
   }
 }
 
+std::unique_ptr<Consoles> open(const Arguments& arguments) {
+  if (arguments.site.empty()) return std::make_unique<Consoles>(arguments.device);
+  auto site = fleet::Site::open(arguments.site, arguments.device.access);
+  if (!site) throw std::runtime_error("--fleet " + arguments.site + ": " + site.error().subject);
+  return std::make_unique<Consoles>(arguments.device, *std::move(site), arguments.site);
+}
+
 int run(int argc, char** argv) {
   CLI::App app{"Show a device in the browser", "kelconsole"};
   app.set_version_flag("--version", "kelconsole " KELCONSOLE_VERSION);
   Arguments arguments;
-  arguments.device.uri = kThisHost;
+  arguments.device.uri = "kel:";
   addOptions(app, arguments);
+  addAccess(app, arguments.device.access);
   try {
     app.parse(argc, argv);
     check(arguments);
@@ -88,13 +115,12 @@ int run(int argc, char** argv) {
   keepSignals();
   setDefault("KELHANDLER_RELEASE_BLOCKS", "1");
   try {
-    Console console(arguments.device);
-    Server server(console, arguments.listening);
-    console.device.connect();
+    const std::unique_ptr<Consoles> consoles = open(arguments);
+    Server server(*consoles, arguments.listening);
+    if (arguments.site.empty()) consoles->find("").value();
     std::cout << "The console is at " << server.url() << "\nCtrl-C ends it." << std::endl;
     std::thread serving([&server] { server.run(); });
     awaitEnd();
-    console.device.disconnect();  // calls that requests wait for end by it
     server.stop();
     serving.join();
   } catch (const std::exception& error) {

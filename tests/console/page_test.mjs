@@ -6,7 +6,7 @@ import { readFileSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { after, before, test } from 'node:test';
 import { accessibilityFaults, launch } from './browser.mjs';
-import { Console } from './console.mjs';
+import { Console, entryIn } from './console.mjs';
 
 const debug = 'TASK_ID_APPLICATION_DEBUG_VAL';
 const text = 'TASK_ID_APPLICATION_DEBUG_REF';
@@ -63,8 +63,10 @@ test('A task is found, filled in and sent by the keyboard alone', async () => {
   await page.keyboard.press('Enter');
   await newest().getByText('answered').waitFor();
   await newest().getByText('7 16 0').first().waitFor();
-  await page.keyboard.press('Alt+4');
-  await page.getByRole('heading', { name: 'Traffic' }).waitFor();
+  for (const [i, title] of ['Tasks', 'Streams', 'Broadcasts', 'Traffic', 'Scenario', 'About'].entries()) {
+    await page.keyboard.press(`Alt+${i + 1}`);
+    await page.getByRole('link', { name: title, exact: true }).and(page.locator('[aria-current=page]')).waitFor();
+  }
   await go('Tasks');
 });
 
@@ -93,6 +95,9 @@ test('Bytes are sent as text, as digits and from a file, and shown', async () =>
   await newest().getByText('"from a file"').first().waitFor();
   await newest().locator('summary').click();
   await newest().getByText('66 72 6f 6d').first().waitFor();
+  const saved = page.waitForEvent('download');
+  await newest().getByRole('link', { name: 'Save the answer' }).click();
+  assert.equal(readFileSync(await (await saved).path(), 'utf8'), 'from a file');
 });
 
 test('A task is sent again by one click', async () => {
@@ -122,11 +127,34 @@ test('A stream is plotted, paused, zoomed, exported and stopped', async () => {
   await go('Streams');
   const stream = page.getByRole('region', { name: streamer });
   await stream.locator('canvas').waitFor();
-  for (const name of ['Pause', 'Go on', 'Zoom in', 'Later', 'Zoom out', 'Whole']) {
-    await stream.getByRole('button', { name, exact: true }).click();
+  const press = (name) => stream.getByRole('button', { name, exact: true }).click();
+  const picture = () => stream.locator('canvas').evaluate((canvas) => canvas.toDataURL());
+  const until = async (isReached) => {
+    while (!isReached(await picture())) await page.waitForTimeout(50);
+  };
+  await press('Pause');
+  await stream.getByRole('button', { name: 'Go on' }).waitFor();
+  const facts = await stream.locator('.facts').first().textContent();
+  const held = await picture();
+  await stream.getByText(facts, { exact: true }).waitFor({ state: 'detached' });
+  assert.equal(await picture(), held, 'a pause holds the picture');
+  let before = held;
+  for (const name of ['Zoom in', 'Later', 'Earlier', 'Zoom out']) {
+    await press(name);
+    await until((now) => now !== before);
+    before = await picture();
   }
+  await press('Whole');
+  await until((now) => now === held);
+  await press('Go on');
+  await until((now) => now !== held);
+  await press('Pause');
+  before = await picture();
   await stream.getByText('Seconds').click();
+  await until((now) => now !== before);
+  before = await picture();
   await stream.getByLabel('Second value').uncheck();
+  await until((now) => now !== before);
   const saved = page.waitForEvent('download');
   await stream.getByRole('button', { name: 'Export CSV' }).click();
   const rows = readFileSync(await (await saved).path(), 'utf8').trim().split('\n');
@@ -139,8 +167,16 @@ test('A stream is plotted, paused, zoomed, exported and stopped', async () => {
 test('Broadcasts come by themselves, and can be held', async () => {
   await go('Broadcasts');
   await page.getByRole('cell', { name: '"alive"' }).first().waitFor();
+  const first = () => page.locator('tbody tr').first().textContent();
   await page.getByRole('button', { name: 'Pause' }).click();
+  await page.getByRole('button', { name: 'Go on' }).waitFor();
+  const held = await first();
+  const events = device.events();
+  for (let i = 0; i < 3; ++i) await entryIn(events, (entry) => entry.kind === 'broadcast');
+  await events.return();
+  assert.equal(await first(), held);
   await page.getByRole('button', { name: 'Go on' }).click();
+  while ((await first()) === held) await page.waitForTimeout(50);
   await page.getByLabel('Name').fill('no such name');
   await page.getByText('No broadcast of this name').waitFor();
 });
@@ -159,6 +195,17 @@ test('The traffic has each request with its answer', async () => {
   await matched.nth(1).waitFor();
   assert.match(await matched.nth(1).textContent(), /request/);
   assert.match(await matched.nth(0).textContent(), /answer/);
+});
+
+test('What came too fast for the page is told', async () => {
+  const own = await context.newPage();
+  const { json } = await device.ask('GET', '/api/device');
+  const events = `event: snapshot\ndata: ${JSON.stringify(json)}\n\nevent: missed\ndata: {"count":7}\n\n`;
+  await own.route('**/api/events', (route) => route.fulfill({ contentType: 'text/event-stream', body: events }), { times: 1 });
+  await own.goto(`${device.url}#traffic`);
+  await own.getByText('7 events came faster than this page takes them').waitFor();
+  await own.getByText('gap').waitFor(); // among the rows
+  await own.close();
 });
 
 test('A scenario with a mistake is not applied, and one without is', async () => {
@@ -201,6 +248,8 @@ for (const [width, height] of [[1440, 900], [390, 844]]) {
   for (const colorScheme of ['light', 'dark']) {
     test(`Every page is accessible and as wide as the window at ${width} pixels, ${colorScheme}`, async () => {
       await open({ width, height, colorScheme });
+      const [red] = await page.evaluate(() => getComputedStyle(document.body).backgroundColor.match(/\d+/g).map(Number));
+      assert.ok(colorScheme === 'dark' ? red < 64 : red > 192, 'the background is of the scheme');
       await choose(debug);
       await send();
       await newest().getByText('answered').waitFor();

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 // The console's server as an HTTP client meets it: each route, and each refusal.
 import assert from 'node:assert/strict';
-import { writeFileSync } from 'node:fs';
-import http from 'node:http';
-import https from 'node:https';
+import { once } from 'node:events';
+import { readdirSync, writeFileSync } from 'node:fs';
+import net from 'node:net';
 import { join } from 'node:path';
 import { execFileSync, spawnSync } from 'node:child_process';
 import { after, before, test } from 'node:test';
-import { Console } from './console.mjs';
+import { Console, entryIn } from './console.mjs';
 
 const debug = 'TASK_ID_APPLICATION_DEBUG_VAL';
 const streamer = 'TASK_ID_APPLICATION_DEBUG_STREAMER';
@@ -16,50 +16,8 @@ let shared;
 before(async () => (shared = await new Console().start()));
 after(() => shared.stop());
 
-/** One request. `headers` stand beside what a good request has. */
-function ask(method, path, body, { headers = {}, of = shared, agent } = {}) {
-  const url = new URL(path, of.url);
-  const options = { method, agent, headers: { Connection: 'close', 'Content-Type': 'application/json', ...headers },
-                    rejectUnauthorized: false };
-  return new Promise((resolve, reject) => {
-    const request = (url.protocol === 'https:' ? https : http).request(url, options, (response) => {
-      const chunks = [];
-      response.on('data', (chunk) => chunks.push(chunk));
-      response.on('end', () => {
-        const bytes = Buffer.concat(chunks);
-        const isJson = response.headers['content-type'] === 'application/json';
-        resolve({ status: response.statusCode, headers: response.headers, bytes, json: isJson ? JSON.parse(bytes) : null });
-      });
-    });
-    request.on('error', reject);
-    request.end(body === undefined ? undefined : typeof body === 'string' ? body : JSON.stringify(body));
-  });
-}
-
-/** The server's events, one after the other. */
-async function* eventsOf(of) {
-  const response = await fetch(new URL('/api/events', of.url));
-  assert.equal(response.status, 200);
-  let text = '';
-  const decoder = new TextDecoder();
-  for await (const chunk of response.body) {
-    text += decoder.decode(chunk, { stream: true });
-    for (let end = text.indexOf('\n\n'); end >= 0; end = text.indexOf('\n\n')) {
-      const found = /^event: (\w+)\ndata: (.*)$/.exec(text.slice(0, end));
-      text = text.slice(end + 2);
-      if (found) yield { name: found[1], data: JSON.parse(found[2]) };
-    }
-  }
-}
-
-/** The first entry that is looked for. */
-async function entryIn(events, isWanted) {
-  for await (const event of { [Symbol.asyncIterator]: () => ({ next: () => events.next() }) }) {
-    const found = event.name === 'entries' ? event.data.find(isWanted) : undefined;
-    if (found) return found;
-  }
-  throw new Error('the events have ended');
-}
+const ask = (method, path, body, { of = shared, ...options } = {}) => of.ask(method, path, body, options);
+const eventsOf = (of) => of.events();
 
 async function callThatEnded(id, of = shared) {
   for (;;) {
@@ -165,6 +123,51 @@ test('A stream that cannot be opened tells why', async () => {
   assert.equal(reply.json.cause, 'unknown-task');
 });
 
+test('Of tasks the last 500 are kept, and of streams that have ended 50', async () => {
+  const of = await new Console().start();
+  for (let i = 0; i < 501; ++i) await ask('POST', '/api/calls', { task: debug, wantsAnswer: false }, { of });
+  for (let i = 0; i < 52; ++i) {
+    const { json } = await ask('POST', '/api/streams', { task: streamer, values: [1000000, 100, 0] }, { of });
+    assert.equal((await ask('DELETE', `/api/streams/${json.id}`, undefined, { of })).status, 204);
+  }
+  const { json } = await ask('GET', '/api/device', undefined, { of });
+  assert.deepEqual([json.calls.length, json.calls[0].id], [500, 2]);
+  assert.deepEqual([json.streams.length, json.streams[0].id], [50, 3]);
+  assert.equal((await ask('POST', '/api/calls/1/again', {}, { of })).status, 404);
+  await of.stop();
+});
+
+test('A page that takes no events is given up, and holds nobody up', async () => {
+  const of = await new Console().start({ scenario: { rules: [{ task: streamer, stream: { count: 150000, interval: 0 } }] } });
+  const { host, port } = new URL(of.url);
+  const stuck = net.connect(Number(port), '127.0.0.1');
+  stuck.write(`GET /api/events HTTP/1.1\r\nHost: ${host}\r\n\r\n`);
+  const [begin] = await once(stuck, 'data');
+  assert.match(String(begin), /^HTTP\/1.1 200/);
+  stuck.pause();
+  const others = Array.from({ length: 15 }, () => eventsOf(of));
+  for (const events of others) await events.next();
+  assert.equal((await fetch(new URL('/api/events', of.url))).status, 503);
+  const { json } = await ask('POST', '/api/streams', { task: streamer, values: [0, 0, 0] }, { of });
+  let stream;
+  do {
+    const { json: device } = await ask('GET', '/api/device', undefined, { of });
+    stream = device.streams.find((one) => one.id === json.id);
+  } while (stream.state === 'open');
+  assert.equal(stream.state, 'finished');
+  assert.equal(stream.messages + stream.dropped, 150000);
+  const statusOfOneMore = async () => {
+    const response = await fetch(new URL('/api/events', of.url));
+    await response.body.cancel();
+    return response.status;
+  };
+  while ((await statusOfOneMore()) === 503) await new Promise((resolve) => setTimeout(resolve, 100));
+  stuck.resume();
+  await once(stuck, 'close'); // by the console
+  await Promise.allSettled(others.map((events) => events.return()));
+  assert.equal(await of.stop(), 0);
+});
+
 test('The versions and counts are told', async () => {
   const { json } = await ask('GET', '/api/about');
   assert.match(json.library, /^4\.1\.0\.21$/);
@@ -208,6 +211,7 @@ test('A scenario is shown, checked and applied', async () => {
   assert.equal((await ask('PUT', '/api/scenario', { text }, { of })).status, 204);
   const sent = await ask('POST', '/api/calls', { task: debug }, { of });
   assert.equal((await callThatEnded(sent.json.id, of)).answer.hex, '040000000500000006000000');
+  assert.deepEqual(readdirSync(of.folder), ['SluiceHub.json']);
   await of.stop();
 });
 
@@ -267,7 +271,7 @@ test('Wrong options are told', () => {
     assert.equal(status, 2, String(stderr));
     return String(stderr);
   };
-  assert.match(faultOf('--device', 'ftp://x'), /no device can be reached by "ftp:/);
+  assert.match(faultOf('--device', 'ftp://x'), /--device ftp:\/\/x: ./);
   assert.match(faultOf('--listen', '0.0.0.0'), /needs --token-file, --certificate and --key/);
   assert.match(faultOf('--certificate', 'a.pem'), /--key/);
   assert.match(faultOf('--token-file', '/dev/null'), /no token of at least 16 characters/);

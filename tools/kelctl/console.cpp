@@ -28,9 +28,9 @@ int console(const ConsoleOptions& options, Output& /*output*/) {
 void addConsole(CLI::App& app, Plan& plan) {
   const auto options = std::make_shared<ConsoleOptions>();
   CLI::App& verb = addVerb<ConsoleOptions>(app, plan, "console",
-                                           "Show the device in the browser\n"
+                                           "Show a device, or those of a site, in the browser\n"
                                            "What follows is for the console: `kelconsole --help` tells what.",
-                                           "kelctl console\nkelctl console --port 8500\n", console, options)
+                                           "kelctl console\nkelctl console --port 8500\nkelctl console --fleet nats://server1,server2/lab\n", console, options)
                        .first;
   verb.prefix_command();
   verb.parse_complete_callback([&verb, options] { options->words = verb.remaining(); });

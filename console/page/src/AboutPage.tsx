@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Versions, settings, counts, keys.
 import { useEffect, useState } from 'preact/hooks';
-import { ask } from './api';
+import { ask, deviceName } from './api';
 import { pages } from './pages';
 
 const counts: [string, string][] = [
@@ -38,7 +38,7 @@ export function AboutPage() {
           <dt>Device</dt><dd class="mono">{about.uri}</dd>
           <dt>Task table</dt><dd>{about.table || 'as the settings say, else the built-in one'}</dd>
           <dt>Heartbeat</dt>
-          <dd>{about.heartbeat || 'none: a lost link is noticed when tasks fail. Start the console with --heartbeat to watch it'}</dd>
+          <dd>{about.heartbeat || (about.uri === 'kel:' ? 'none: a lost link is noticed when tasks fail. Start the console with --heartbeat to watch it' : "none of the console's own: the device's keld watches its link")}</dd>
           <dt>Time for an answer</dt><dd>{about.timeout / 1000} s</dd>
         </dl>
         <h3>Brel.ini</h3>
@@ -60,6 +60,7 @@ export function AboutPage() {
           <dt><kbd>/</kbd></dt><dd>Search a task</dd>
           <dt><kbd>↓</kbd> <kbd>↑</kbd></dt><dd>Through the list of tasks; Enter chooses one</dd>
           <dt><kbd>Enter</kbd></dt><dd>Sends the form</dd>
+          {deviceName !== null && <><dt><kbd>Alt</kbd> <kbd>0</kbd></dt><dd>All devices</dd></>}
           {pages.map((page, i) => <><dt><kbd>Alt</kbd> <kbd>{i + 1}</kbd></dt><dd>{page.title}</dd></>)}
         </dl>
       </section>

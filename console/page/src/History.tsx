@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What was sent, with its answers.
-import { ask } from './api';
+import { ask, pathOf } from './api';
 import { Call, useModel } from './model';
 import { brief } from './payload';
 import { durationText, Empty, Mark, Name, PayloadView, timeText } from './parts';
@@ -17,7 +17,7 @@ const advice: Record<string, string> = {
   'not-connected': 'Connect first, then send it again.',
   closed: 'Connect, then send it again.',
   busy: 'Wait for a moment, then send it again.',
-  reserved: 'Wait until the device is released, or reserve it yourself.',
+  reserved: 'Wait until it is released; the page of all devices tells whom it is reserved for.',
 };
 
 export function History() {
@@ -58,7 +58,7 @@ function Row({ call }: { call: Call }) {
         <PayloadView label="Request" payload={call.request} />
         {call.answer && <PayloadView label="Answer" payload={call.answer} />}
         {call.answer && call.answer.size > 0 && (
-          <a href={`/api/calls/${call.id}/answer`} download>Save the answer's bytes</a>
+          <a href={pathOf(`/api/calls/${call.id}/answer`)} download>Save the answer's bytes</a>
         )}
       </details>
       {call.state === 'failed' && (

@@ -90,7 +90,7 @@ export function Plot({ points, axis, shown, isPaused, label, onReady }: Props) {
       },
       whole: () => {
         isWhole = true;
-        plot.setData(data(), true);
+        plot.setData(plot.data, true);
       },
     });
     const timer = setInterval(draw, 100);

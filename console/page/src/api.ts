@@ -8,9 +8,17 @@ export interface Reply {
   json: any;
 }
 
+/** The device of a site that this page shows; null for a site itself, and for a device without one. */
+export const deviceName = new URLSearchParams(location.search).get('device');
+
+/** A request's path, with the device that it is about. */
+export function pathOf(path: string): string {
+  return deviceName === null ? path : `${path}?device=${encodeURIComponent(deviceName)}`;
+}
+
 export async function ask(method: string, path: string, body?: unknown): Promise<Reply> {
   try {
-    const response = await fetch(path, {
+    const response = await fetch(pathOf(path), {
       method,
       ...(body === undefined ? {} : { headers: { 'Content-Type': 'application/json' }, body: JSON.stringify(body) }),
     });
@@ -25,24 +33,28 @@ export async function ask(method: string, path: string, body?: unknown): Promise
   }
 }
 
-/** Listens for good: a connection that ends is opened again. */
-export function listen(): void {
-  const source = new EventSource('/api/events');
-  const data = (event: Event) => JSON.parse((event as MessageEvent<string>).data);
-  source.addEventListener('snapshot', (event) => model.begin(data(event)));
-  source.addEventListener('entries', (event) => model.take(data(event)));
-  source.addEventListener('missed', (event) => model.miss(data(event).count));
+/** Listens for good, with a taker for each event: a connection that ends is opened again. */
+export function listen(path: string, takers: Record<string, (data: any) => void>): void {
+  const source = new EventSource(pathOf(path));
+  for (const [name, take] of Object.entries(takers)) {
+    source.addEventListener(name, (event) => take(JSON.parse((event as MessageEvent<string>).data)));
+  }
   source.onerror = () => {
     source.close();
-    void tellWhy().then(() => {
-      if (model.server !== 'locked') setTimeout(listen, 2000);
+    void whatIsShown().then((reply) => {
+      if (reply.ok) model.server = 'full';
+      model.changed();
+      if (model.server !== 'locked') setTimeout(() => listen(path, takers), 2000);
     });
   };
 }
 
-async function tellWhy(): Promise<void> {
-  const reply = await ask('GET', '/api/about');
-  if (reply.status === 401) return;
-  model.server = reply.ok ? 'full' : 'gone';
-  model.changed();
+/** Asks which site the console shows. Its silence is told. */
+export async function whatIsShown(): Promise<Reply> {
+  const reply = await ask('GET', '/api/fleet');
+  if (!reply.ok && reply.status !== 401) {
+    model.server = 'gone';
+    model.changed();
+  }
+  return reply;
 }

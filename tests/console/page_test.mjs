@@ -269,6 +269,7 @@ for (const [width, height] of [[1440, 900], [390, 844]]) {
         await ready().waitFor();
         assert.deepEqual(await accessibilityFaults(page), [], title);
         assert.equal(await page.evaluate(() => document.documentElement.scrollWidth), width, title);
+        assert.ok((await page.getByRole('navigation').boundingBox()).height < 50, 'the navigation is one line');
         await page.screenshot({ path: join(process.env.KELCONSOLE_PICTURES, `${title.toLowerCase()}-${width}-${colorScheme}.png`) });
       }
       await go('Streams');

@@ -76,11 +76,11 @@ function App() {
       <header>
         <div class="head-row">
           <h1>KELHandler <span>console</span></h1>
+          {deviceName !== null && <a class="back" href="/">All devices</a>}
           {shown === 'site' ? <SiteBar /> : <LinkBar />}
         </div>
         {shown === 'device' && (
           <nav aria-label="Pages">
-            {deviceName !== null && <a href="/">All devices</a>}
             {pages.map(({ word, title }) => (
               <a key={word} href={`#${word}`} aria-current={word === page ? 'page' : undefined}>
                 {title}

@@ -86,6 +86,17 @@ URI. Has keld, a unit of systemd for each device, a configuration for NATS
 servers, and the library that programs are linked with.")
 endif()
 
+if(TARGET kelconsole)
+  list(APPEND CPACK_COMPONENTS_ALL Console)
+  set(CPACK_DEBIAN_CONSOLE_PACKAGE_NAME kelhandler-console)
+  set(CPACK_DEBIAN_CONSOLE_PACKAGE_SECTION net)
+  set(CPACK_DEBIAN_CONSOLE_PACKAGE_RECOMMENDS kelhandler-tools)
+  set(CPACK_COMPONENT_CONSOLE_DEPENDS Runtime)
+  set(CPACK_COMPONENT_CONSOLE_DESCRIPTION "communications devices in the browser
+kelctl console shows a device, or all of a site: links, tasks, streams as
+plots, broadcasts, and what was sent and answered.")
+endif()
+
 # What each package has about itself. An install by hand has it in another place.
 if(CPACK_GENERATOR STREQUAL DEB)
   set(changelog "${PROJECT_BINARY_DIR}/changelog")

@@ -14,7 +14,7 @@ config=$build/CPackConfig.cmake
 if grep -q 'CPACK_GENERATOR "DEB"' "$config"; then
   cmake -G Ninja -S "$(setting CMAKE_HOME_DIRECTORY)" -B "$build/debian" -D CMAKE_INSTALL_PREFIX=/usr \
     -D CMAKE_BUILD_TYPE="$(setting CMAKE_BUILD_TYPE)" -D CPACK_PACKAGE_CONTACT="$(setting CPACK_PACKAGE_CONTACT)" \
-    -D BUILD_TESTING=OFF -D KEL_OUTPUT="$(realpath "$build")"
+    -D BUILD_TESTING=OFF -D KEL_CONSOLE="$(setting KEL_CONSOLE)" -D KEL_OUTPUT="$(realpath "$build")"
   config=$build/debian/CPackConfig.cmake
 fi
 cpack --config "$config" -B "$folder"

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""Compares the packages of a folder with contents.txt: contents.py FOLDER"""
+"""Compares the packages of a folder with contents.txt: contents.py FOLDER [PACKAGE...], but for packages not built"""
 
 import fnmatch
 import pathlib
@@ -33,7 +33,8 @@ for line in pathlib.Path(__file__).with_name("contents.txt").read_text(encoding=
     if not line.startswith("#"):
         expected.append(tuple(line.split()))
 is_zip = any(name == "zip" for name, _ in found)
-expected = [(name, pattern) for name, pattern in expected if (name == "zip") == is_zip]
+left_out = sys.argv[2:]
+expected = [(name, pattern) for name, pattern in expected if (name == "zip") == is_zip and name not in left_out]
 
 
 def fits(entry, line):

@@ -19,7 +19,7 @@ struct ConsoleOptions {
 int console(const ConsoleOptions& options, Output& /*output*/) {
   becomeProgramBeside("kelconsole", options.words);
   std::cerr << "kelctl: the console is not installed: there is no program kelconsole beside kelctl.\n"
-               "On Linux, `./run console` in the sources builds it and starts it.\n";
+               "On Debian the package kelhandler-console has it; `./run console` in the sources builds it and starts it.\n";
   return kRefused;
 }
 

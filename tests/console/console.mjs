@@ -29,6 +29,7 @@ export function said(program, pattern) {
         if (found) resolve(found);
       });
     }
+    program.on('error', reject);
     program.on('exit', () => reject(new Error(`${program.spawnfile} has ended: ${text}`)));
   });
 }

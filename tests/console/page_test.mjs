@@ -67,7 +67,9 @@ test('A task is found, filled in and sent by the keyboard alone', async () => {
     await page.keyboard.press(`Alt+${i + 1}`);
     await page.getByRole('link', { name: title, exact: true }).and(page.locator('[aria-current=page]')).waitFor();
   }
-  await go('Tasks');
+  await page.keyboard.press('/');
+  await page.getByLabel(/^Search/).and(page.locator(':focus')).waitFor();
+  assert.equal(new URL(page.url()).hash, '#tasks');
 });
 
 test('A value that is no number is told before anything is sent', async () => {

@@ -60,9 +60,11 @@ test('Of a long answer the history shows the beginning, and gives the whole', as
   assert.equal((await ask('GET', `/api/calls/${sent.json.id}/answer`)).bytes.toString('hex'), hex);
 });
 
-test('A task that wants no answer is sent', async () => {
-  const sent = await ask('POST', '/api/calls', { task: debug, wantsAnswer: false });
-  assert.equal((await callThatEnded(sent.json.id)).state, 'sent');
+test('A task that wants no answer is sent, and not waited for', async () => {
+  const of = await new Console().start({ scenario: { rules: [{ task: debug, drop: true }] } });
+  const sent = await ask('POST', '/api/calls', { task: debug, wantsAnswer: false, timeout: 3600000 }, { of });
+  assert.equal((await callThatEnded(sent.json.id, of)).state, 'sent');
+  await of.stop();
 });
 
 test('A failed task tells its cause', async () => {
@@ -255,6 +257,18 @@ test('Ctrl-C ends it at once, with events and tasks under way', async () => {
   await events.next();
   await ask('POST', '/api/calls', { task: debug }, { of });
   assert.equal(await of.stop(), 0);
+  await events.return().catch(() => {});
+});
+
+test('Ctrl-C ends it at once, with a page that nothing happens for', async () => {
+  const of = await new Console().start();
+  const events = eventsOf(of);
+  await events.next();
+  await ask('PUT', '/api/link', { connected: false }, { of });
+  await entryIn(events, (entry) => entry.kind === 'link' && entry.link.state === 'closed');
+  const begin = Date.now();
+  assert.equal(await of.stop(), 0);
+  assert.ok(Date.now() - begin < 4000); // by itself it looks after 5 seconds
   await events.return().catch(() => {});
 });
 

@@ -34,8 +34,10 @@ function takeKey(event: KeyboardEvent, shown: Shown): void {
   const isTyping = target.matches('textarea, select, input:not([type=radio]):not([type=checkbox])');
   if (event.key === '/' && !isTyping) {
     event.preventDefault();
-    if (shown === 'device') location.hash = 'tasks';
-    setTimeout(() => document.getElementById('search')?.focus(), 50);
+    const focus = () => document.getElementById('search')?.focus();
+    if (shown === 'site' || pageInAddress() === 'tasks') return focus();
+    location.hash = 'tasks';
+    addEventListener('hashchange', () => setTimeout(focus), { once: true }); // once the page has changed
   }
   if (shown !== 'device') return;
   if (event.altKey && event.key === '0' && deviceName !== null) location.href = '/';

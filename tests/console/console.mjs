@@ -38,9 +38,9 @@ export function said(program, pattern) {
 export class Console {
   folder = mkdtempSync(join(tmpdir(), 'kelconsole-'));
 
-  async start({ scenario, args = [], environment = {} } = {}) {
+  async start({ scenario, port = 0, args = [], environment = {} } = {}) {
     if (scenario) writeFileSync(join(this.folder, 'SluiceHub.json'), JSON.stringify(scenario, null, 2));
-    this.process = start(process.env.KELCONSOLE, ['--port', '0', '--timeout', '60', ...args], {
+    this.process = start(process.env.KELCONSOLE, ['--port', String(port), '--timeout', '60', ...args], {
       cwd: this.folder, env: { ...process.env, ...environment }, stdio: ['ignore', 'pipe', 'inherit'],
     });
     this.ended = new Promise((resolve) => this.process.on('exit', resolve));

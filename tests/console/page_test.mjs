@@ -304,7 +304,7 @@ test('A console that has ended is missed, and found again', async () => {
   const { port } = new URL(of.url);
   await of.stop();
   await page.getByText('The console does not answer.').waitFor();
-  const next = await new Console().start({ args: ['--port', port] });
+  const next = await new Console().start({ port });
   await page.getByText('The console does not answer.').waitFor({ state: 'detached' });
   await next.stop();
 });

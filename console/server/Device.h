@@ -37,7 +37,8 @@ class Device {
   Device(Settings settings, Journal& journal, Calls& calls);
   ~Device() { disconnect(); }
 
-  /// Begins to connect, which is the first thing to do; a link that is there is closed first. Does not wait for the device.
+  /// Begins to connect, which is the first thing to do; a link that is there is closed first. Does not wait for the
+  /// device.
   void connect();
   /// Closes the link and waits for that. All that is under way ends.
   void disconnect();

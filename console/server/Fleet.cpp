@@ -11,10 +11,18 @@ namespace {
 constexpr std::chrono::seconds kBetweenLooks{1};
 
 Json presenceOf(const fleet::Device& device, bool isMine) {
-  return {{"name", device.name},         {"model", device.model},       {"tags", device.tags},
-          {"host", device.host},         {"version", device.version},   {"state", device.state},
-          {"inFlight", device.inFlight}, {"queued", device.queued},     {"tasks", device.tasks},
-          {"holder", device.holder},     {"heldSince", device.heldSince}, {"waiting", device.waiting},
+  return {{"name", device.name},
+          {"model", device.model},
+          {"tags", device.tags},
+          {"host", device.host},
+          {"version", device.version},
+          {"state", device.state},
+          {"inFlight", device.inFlight},
+          {"queued", device.queued},
+          {"tasks", device.tasks},
+          {"holder", device.holder},
+          {"heldSince", device.heldSince},
+          {"waiting", device.waiting},
           {"isMine", isMine}};
 }
 

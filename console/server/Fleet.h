@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-// The devices of a site: which there are and how they are, for the pages that look, and those that this console reserves.
+// The devices of a site: which there are and how they are, for the pages that look, and those that this console
+// reserves.
 #pragma once
 
 #include <condition_variable>

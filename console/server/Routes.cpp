@@ -184,7 +184,8 @@ class EventStreams {
 void addTasks(httplib::Server& server, Consoles& consoles, const std::shared_ptr<EventStreams>& streams) {
   server.Get("/api/events", [&consoles, streams](const Request& request, Response& response) {
     const auto console = consoleOf(request, consoles);
-    streams->begin(response, console->journal, [console] { return console->snapshot(); }, nullptr);
+    streams->begin(
+        response, console->journal, [console] { return console->snapshot(); }, nullptr);
   });
   server.Get("/api/device", [&consoles](const Request& request, Response& response) {
     answer(response, consoleOf(request, consoles)->snapshot());
@@ -270,15 +271,15 @@ void addFleet(httplib::Server& server, Consoles& consoles, const std::shared_ptr
   };
   server.Get("/api/fleet/events", [siteOf, streams](const Request&, Response& response) {
     Fleet& site = siteOf();
-    streams->begin(response, site.journal, [&site] { return site.json(); }, site.look());
+    streams->begin(
+        response, site.journal, [&site] { return site.json(); }, site.look());
   });
   static constexpr char kReservation[] = "/api/fleet/reservations/([A-Za-z0-9_-]{1,64})";
   server.Put(kReservation, [&consoles, siteOf](const Request& request, Response& response) {
     siteOf();
     if (const auto reserved = consoles.reserve(request.matches[1]); !reserved) {
       const Error& error = reserved.error();
-      const std::string text =
-          error.cause == Cause::reserved ? "it is reserved for " + error.subject : error.subject;
+      const std::string text = error.cause == Cause::reserved ? "it is reserved for " + error.subject : error.subject;
       return answer(response, {{"error", text}, {"cause", word(error.cause)}}, 409);
     }
     response.status = 204;

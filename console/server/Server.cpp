@@ -39,7 +39,8 @@ struct Server::Inside {
   std::atomic<bool> hasEnded{false};
 };
 
-Server::Server(Consoles& consoles, const Listening& listening) : mConsoles(consoles), mInside(std::make_unique<Inside>()) {
+Server::Server(Consoles& consoles, const Listening& listening)
+    : mConsoles(consoles), mInside(std::make_unique<Inside>()) {
   mInside->server = make(listening);
   httplib::Server& server = *mInside->server;
   server.new_task_queue = [] { return new httplib::ThreadPool(kThreads); };

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// In place of the road to devices on other hosts, where what it takes was not there at build time: this host's device is
-// reached as ever, and the others are refused with what is missing.
+// In place of the road to devices on other hosts, where what it takes was not there at build time: this host's device
+// is reached as ever, and the others are refused with what is missing.
 #include <cstdlib>
 
 #include "kel/fleet.hpp"
@@ -10,8 +10,9 @@ namespace kel::fleet {
 namespace {
 
 Error missing() {
-  return {Cause::notConnected, 0,
-          "this console was built without the road to other hosts: it takes Debian's libnats-dev and prometheus-cpp-dev"};
+  return {
+      Cause::notConnected, 0,
+      "this console was built without the road to other hosts: it takes Debian's libnats-dev and prometheus-cpp-dev"};
 }
 
 }  // namespace

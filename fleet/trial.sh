@@ -33,6 +33,7 @@ cat <<TEXT
 Their names are quiet-1 to quiet-3, and so on for busy, slow, loses-every-tenth and drops-the-link.
 
   in programs:  kel::fleet::connect("nats://$all/trial/quiet-1")
+  in a browser: ./run console --fleet nats://$all/trial
   by NATS:      subjects below kel.v1.trial.quiet-1; docs/fleet.md has the table
 
 Ctrl-C ends all of it.

@@ -70,7 +70,7 @@ foreach(file IN LISTS files)
          "^src/platform/|^include/kel/detail/|^python/|^fleet/keld/posix/|^(tests|tools|console)/.*/(posix|win32)/"
          knows_system "${file}")
   set(includes_system "${knows_system}")
-  if(file MATCHES "^include/kel/" AND NOT file STREQUAL "include/kel/detail/windows.hpp")
+  if(file MATCHES "^include/kel/" AND NOT file MATCHES "^include/kel/detail/(windows|fleet_library)\\.hpp$")
     set(includes_system "")
   endif()
   string(REGEX REPLACE "^src/([^/]+)/.*" "\\1" folder "${file}")

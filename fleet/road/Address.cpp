@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Where a device is, from its URI or its name.
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -21,13 +22,22 @@ std::string configFile() {
   return std::string(home != nullptr ? home : ".") + "/.config/kelhandler/fleet.json";
 }
 
+/// What the configuration holds; null if there is none.
+Result<nlohmann::json> readConfig(const std::string& path) {
+  std::ifstream file(path);
+  if (!file) return nlohmann::json();
+  nlohmann::json json = nlohmann::json::parse(file, nullptr, false);
+  if (!json.is_object()) return notAnAddress(path + " holds no JSON object");
+  return json;
+}
+
 /// The URI that the configuration has for a name.
 Result<std::string> resolved(const std::string& name) {
   const std::string path = configFile();
-  std::ifstream file(path);
-  if (!file) return notAnAddress(name + " is no URI, and there is no file " + path);
-  const nlohmann::json json = nlohmann::json::parse(file, nullptr, false);
-  if (!json.is_object()) return notAnAddress(path + " holds no JSON object");
+  const Result<nlohmann::json> config = readConfig(path);
+  if (!config) return config.error();
+  const nlohmann::json& json = *config;
+  if (json.is_null()) return notAnAddress(name + " is no URI, and there is no file " + path);
   const auto devices = json.find("devices");
   if (devices == json.end() || !devices->is_object()) return notAnAddress(path + " has no object \"devices\"");
   const auto uri = devices->find(name);
@@ -59,7 +69,35 @@ Result<Address> readNats(std::string_view rest) {
   return address;
 }
 
+struct AccessKey {
+  const char* name;
+  std::string Access::*member;
+};
+
+constexpr AccessKey kAccessKeys[] = {{"user", &Access::user},         {"passwordFile", &Access::passwordFile},
+                                     {"nkeyFile", &Access::nkeyFile}, {"credentialsFile", &Access::credentialsFile},
+                                     {"caFile", &Access::caFile},     {"certificateFile", &Access::certificateFile},
+                                     {"keyFile", &Access::keyFile}};
+
 }  // namespace
+
+Result<Access> configuredAccess() {
+  const std::string path = configFile();
+  const Result<nlohmann::json> config = readConfig(path);
+  if (!config) return config.error();
+  Access access;
+  if (config->is_null() || !config->contains("access")) return access;
+  const nlohmann::json& object = config->at("access");
+  if (!object.is_object()) return notAnAddress("\"access\" in " + path + " is no object");
+  for (const auto& [name, value] : object.items()) {
+    const auto key = std::find_if(std::begin(kAccessKeys), std::end(kAccessKeys),
+                                  [&name = name](const AccessKey& known) { return name == known.name; });
+    if (key == std::end(kAccessKeys)) return notAnAddress("\"access\" in " + path + " has an unknown key " + name);
+    if (!value.is_string()) return notAnAddress("\"" + name + "\" in " + path + " is no text");
+    access.*key->member = value.get<std::string>();
+  }
+  return access;
+}
 
 Result<Address> addressOf(const std::string& uri) {
   if (uri == "kel:") return Address();

@@ -284,15 +284,11 @@ void NatsRoad::takeBroadcast(natsMsg& message) {
 
 // ---- Clients ----
 
-namespace {
-
 std::unique_ptr<detail::Road> roadTo(const Address& address, Identity identity) {
   if (address.servers.empty()) return std::make_unique<detail::ProcessRoad>();
   identity.access.servers.insert(identity.access.servers.begin(), address.servers.begin(), address.servers.end());
   return std::make_unique<NatsRoad>(DeviceName{address.site, address.device}, std::move(identity));
 }
-
-}  // namespace
 
 Result<Client> connect(const std::string& uri, Options options, Identity identity) {
   const Result<Address> address = addressOf(uri);

@@ -90,4 +90,7 @@ class NatsRoad final : public detail::Road {
   std::uint64_t mNextBroadcast = 0;
 };
 
+/// The road to a device, not opened yet.
+std::unique_ptr<detail::Road> roadTo(const Address& address, Identity identity);
+
 }  // namespace kel::fleet

@@ -12,8 +12,13 @@ from kelhandler._types import StateChange
 
 @dataclasses.dataclass(frozen=True, kw_only=True)
 class Options:
-    """The keyword arguments of ``kelhandler.connect`` and ``kelhandler.aio.connect``. All times are in seconds."""
+    """The arguments of ``kelhandler.connect`` and ``kelhandler.aio.connect``. All times are in seconds."""
 
+    device: str = dataclasses.field(default="kel:", kw_only=False)
+    """Which device: ``kel:`` is the one of this host, ``nats://HOST[,HOST]/SITE/DEVICE`` one of another host, and any
+    other word is a name that ``~/.config/kelhandler/fleet.json`` has such a URI for. See docs/fleet.md."""
+    reservation: str = ""
+    """The id of a reservation of the device, under which everything is sent."""
     table: str | os.PathLike[str] = ""
     """Path of a task table in place of the one that the settings name."""
     timeout: float = 10.0

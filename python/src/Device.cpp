@@ -3,6 +3,7 @@
 
 #include <pybind11/stl.h>
 
+#include <optional>
 #include <utility>
 
 namespace kel::python {
@@ -146,11 +147,20 @@ class Device {
       : mTeller(std::make_shared<StateTeller>(std::move(onState), std::move(mailbox), addressee)) {
     checkMayConnect();
     Options own = optionsOf(options);
+    const auto uri = options.attr("device").cast<std::string>();
+    const auto reservation = options.attr("reservation").cast<std::string>();
     own.onState = [teller = mTeller](const StateChange& change) { teller->tell(change); };
+    std::optional<Error> failure;
     {
       const Waiting waiting;
-      *mClient = std::make_shared<Client>(Client::begin(std::move(own)));
+      Result<Client> client = kel::begin(uri, std::move(own), reservation);
+      if (client) {
+        *mClient = std::make_shared<Client>(std::move(*client));
+      } else {
+        failure = client.error();
+      }
     }
+    if (failure) raise(*failure);
     registerClient(*mClient);
   }
 

@@ -13,6 +13,7 @@
 #include "Mailbox.h"
 #include "Payloads.h"
 #include "kel/client.hpp"
+#include "kel/uri.hpp"
 
 namespace kel::python {
 

@@ -30,6 +30,7 @@ constexpr std::chrono::milliseconds kFrame{250};
 constexpr std::chrono::seconds kLine{1};
 
 struct MonitorOptions {
+  WhichDevice device;
   std::string task;
   std::string table;
   PayloadOptions payload;
@@ -253,7 +254,7 @@ int monitorDevice(const MonitorOptions& given, Output& output) {
   how.supervision.heartbeat = options.task;
   how.supervision.reconnect = true;
   how.onState = [&record](const kel::StateChange& change) { record.changed(change, Clock::now()); };
-  kel::Client client = kel::Client::begin(std::move(how));
+  kel::Client client = beginClient(options.device, std::move(how));
   const kel::Subscription broadcasts =
       client.broadcasts([&record](const kel::Broadcast& broadcast) { record.broadcast(broadcast, Clock::now()); });
   std::vector<std::unique_ptr<StreamReader>> streams;
@@ -263,7 +264,7 @@ int monitorDevice(const MonitorOptions& given, Output& output) {
   Loop loop(client, record, sender,
             options.seconds ? start + toMilliseconds(*options.seconds) : Clock::time_point::max());
   if (output.screen()) {
-    loop.onScreen(output, {"kel:", options.task});
+    loop.onScreen(output, {options.device.uri, options.task});
   } else {
     loop.inLines(output);
   }
@@ -289,6 +290,7 @@ void addMonitor(CLI::App& app, Plan& plan) {
                               "kelctl monitor --for 10 --json\n",
                               monitorDevice);
   addOptionalTask(verb, options.task, "Task to send again and again");
+  addDevice(verb, options.device);
   addTable(verb, options.table);
   addNumber(verb, "--rate", "N", options.rate, "Send it N times a second (1)", 1, kHighestRate);
   addTasks(verb, "--stream", options.streams, "Read the stream of this task too; may be given again");

@@ -81,7 +81,21 @@ CLI::App& addFamily(CLI::App& parent, const std::string& name, const std::string
   return verb;
 }
 
+void addDevice(CLI::App& verb, WhichDevice& device) {
+  verb.add_option("--device", device.uri,
+                  "The device: nats://HOST[,HOST]/SITE/DEVICE, a name that ~/.config/kelhandler/fleet.json has such a "
+                  "URI for, or kel: for the one of this host (kel:, or what KELHANDLER_DEVICE says)")
+      ->envname("KELHANDLER_DEVICE")
+      ->type_name("URI")
+      ->group("Link");
+  verb.add_option("--reservation", device.reservation, "Send under the reservation with this id, if it is reserved")
+      ->envname("KELHANDLER_RESERVATION")
+      ->type_name("ID")
+      ->group("Link");
+}
+
 void addLink(CLI::App& verb, LinkOptions& link) {
+  addDevice(verb, link.device);
   addTable(verb, link.table);
   CLI::Option* const options[] = {
       addSeconds(verb, "--timeout", link.timeout,

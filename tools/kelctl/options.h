@@ -54,8 +54,18 @@ CLI::App& addFamily(CLI::App& parent, const std::string& name, const std::string
 
 // File names: empty for none. Where a verb says so, "-" stands for a standard stream.
 
+/// Which device a verb works with.
+struct WhichDevice {
+  std::string uri = "kel:";  ///< as of kel/uri.hpp
+  std::string reservation;   ///< the id of one; empty for none
+
+  bool isElsewhere() const { return uri != "kel:"; }
+  bool operator==(const WhichDevice&) const = default;
+};
+
 /// How a verb reaches its device.
 struct LinkOptions {
+  WhichDevice device;
   std::string table;              ///< a task table in place of the library's choice
   std::optional<double> timeout;  ///< seconds; none: as the settings say
   std::string watch;              ///< TASK[:SECONDS], "none", or empty for the choice that is made by itself
@@ -65,6 +75,7 @@ struct LinkOptions {
 };
 
 void addLink(CLI::App& verb, LinkOptions& link);
+void addDevice(CLI::App& verb, WhichDevice& device);
 
 /// At most one of these is there. None: the task's empty payload.
 struct PayloadOptions {

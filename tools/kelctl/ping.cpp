@@ -224,7 +224,7 @@ class Pings {
 };
 
 int ping(const PingOptions& options, Output& output) {
-  const TaskNames names(options.link.table);
+  const TaskNames names(options.link);
   const std::string task = names.find(options.task.empty() ? echoTask(options) : options.task);
   const Bytes payload = question(options);
   names.check(task, options.payload, payload);

@@ -58,7 +58,7 @@ int sendAtOnce(const SendOptions& options, const std::string& task, const Bytes&
 }
 
 int send(const SendOptions& options, Output& output) {
-  const TaskNames names(options.link.table);
+  const TaskNames names(options.link);
   const std::string task = names.find(options.task);
   const Bytes payload = payloadOf(options.payload);
   names.check(task, options.payload, payload);

@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "files.h"
+#include "kel/uri.hpp"
 #include "platform/libraries.h"
 #include "settings.h"
 #include "task_names.h"
@@ -56,6 +57,12 @@ Fault faultOf(const kel::Error& error) {
   return {meaning.status, error.text() + ".\n" + meaning.hint, kel::word(error.cause)};
 }
 
+kel::Client beginClient(const WhichDevice& device, kel::Options options) {
+  kel::Result<kel::Client> client = kel::begin(device.uri, std::move(options), device.reservation);
+  if (!client) throw faultOf(client.error());
+  return std::move(*client);
+}
+
 kel::Milliseconds toMilliseconds(double seconds) {
   return kel::Milliseconds(static_cast<kel::Milliseconds::rep>(std::ceil(seconds * 1e3)));
 }
@@ -68,14 +75,15 @@ Bytes toBytes(const kel::Payload& payload) {
 Device::Device(const LinkOptions& options, bool checksForm)
     : mReconnects(options.reconnect),
       mWatch(watchOf(options)),
-      mClient((catchInterrupt(), kel::Client::begin(clientOptions(options, checksForm)))),
+      mClient((catchInterrupt(), beginClient(options.device, clientOptions(options, checksForm)))),
+      mIsElsewhere(options.device.isElsewhere()),
       mGuard([this] { keepGuard(); }) {
   bool isConnected = mClient.waitFor(kel::State::connected, kConnectTime);
   while (!isConnected && mReconnects && mClient.state() != kel::State::closed && !interrupted()) {
     isConnected = mClient.waitFor(kel::State::connected, kConnectTime);
   }
   if (isConnected) return;
-  const Fault why = fault({kel::Cause::notConnected, 0, ""});
+  const Fault why = fault({kel::Cause::notConnected, 0, mClient.state() == kel::State::closed ? mClient.reason() : ""});
   end();
   throw why;
 }
@@ -93,7 +101,9 @@ void Device::end() {
 
 void Device::announce(const std::string& activity) const {
   std::string text = "kelctl: " + activity + "; ";
-  if (mWatch.task.empty()) {
+  if (mIsElsewhere && mWatch.task.empty()) {
+    text += "its keld tells when the link is lost";
+  } else if (mWatch.task.empty()) {
     text += "nothing is sent to watch the link, so its loss goes unnoticed (--watch TASK)";
   } else {
     text += mWatch.task + " is sent each " + timeText(mWatch.interval) + " of silence to watch the link";
@@ -129,9 +139,10 @@ std::optional<Fault> Device::loss() const {
 }
 
 Device::Watch Device::watchOf(const LinkOptions& options) {
-  const TaskNames names(options.table);
+  const TaskNames names(options);
   Watch watch;
   if (options.watch.empty()) {
+    if (options.device.isElsewhere()) return watch;
     const std::string task = kel::tasks::TASK_ID_VERSIONS_GET_UIDS.name;
     (void)kel::Library::version();  // its first call loads the library
     if (isStandIn() && names.has(task)) watch.task = task;
@@ -145,8 +156,10 @@ Device::Watch Device::watchOf(const LinkOptions& options) {
 
 kel::Options Device::clientOptions(const LinkOptions& options, bool checksForm) {
   kel::Options client;
-  client.table = libraryFile(tableOf(options.table));
-  client.timeout = options.timeout ? toMilliseconds(*options.timeout) : waitLimit();
+  const bool hasOwnSettings = !options.device.isElsewhere();
+  if (hasOwnSettings || !options.table.empty()) client.table = libraryFile(tableOf(options.table));
+  if (hasOwnSettings) client.timeout = waitLimit();
+  if (options.timeout) client.timeout = toMilliseconds(*options.timeout);
   client.maxInFlight = kMaxInFlight;
   client.checksForm = checksForm;
   client.supervision.heartbeat = mWatch.task;
@@ -201,8 +214,8 @@ Kept gKept;
 
 std::shared_ptr<Device> deviceFor(const LinkOptions& options, bool checksForm) {
   if (!gKeeps) return std::make_shared<Device>(options, checksForm);
-  const bool serves = gKept.device && gKept.device->isUsable() && gKept.options == options &&
-                      gKept.checksForm == checksForm;
+  const bool serves =
+      gKept.device && gKept.device->isUsable() && gKept.options == options && gKept.checksForm == checksForm;
   if (!serves) {
     gKept = {};  // ahead of the next, so that a program has one connection at a time
     gKept = {options, checksForm, std::make_shared<Device>(options, checksForm)};

@@ -30,6 +30,9 @@ kel::Milliseconds toMilliseconds(double seconds);
 Bytes toBytes(const kel::Payload& payload);
 inline bool isRef(const kel::Payload& payload) { return payload.form() == kel::Form::ref; }
 
+/// A client that begins to connect to a device, wherever it is. Throws Fault.
+kel::Client beginClient(const WhichDevice& device, kel::Options options);
+
 /// A connection, for the life of the object. Ctrl-C is caught from here on. It closes the client, which ends whatever
 /// is waited for; so does the loss of the link, unless the client is to come back.
 class Device {
@@ -81,6 +84,7 @@ class Device {
   std::optional<std::string> mLoss;  // likewise: why the link is gone for good
 
   kel::Client mClient;
+  const bool mIsElsewhere;  ///< the device is another host's
   std::thread mGuard;
 };
 

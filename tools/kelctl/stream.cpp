@@ -86,7 +86,7 @@ Fault silence(double idle, const std::string& task) {
 }
 
 int stream(const StreamOptions& options, Output& output) {
-  const TaskNames names(options.link.table);
+  const TaskNames names(options.link);
   const std::string task = names.find(options.task);
   const Bytes payload = requestOf(options);
   names.check(task, options.payload, payload);

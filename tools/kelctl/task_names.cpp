@@ -18,8 +18,9 @@ std::string_view withoutPrefix(std::string_view name) {
 
 }  // namespace
 
-TaskNames::TaskNames(const std::string& tableFile) : mTable(kel::TaskTable::inForce(libraryFile(tableOf(tableFile)))) {
-  if (mTable.size() != 0) return;
+TaskNames::TaskNames(const std::string& tableFile, bool knowsAll)
+    : mTable(kel::TaskTable::inForce(libraryFile(tableOf(tableFile)))), mKnowsAll(knowsAll) {
+  if (mTable.size() != 0 || !knowsAll) return;
   throw Fault(kRefused, (tableFile.empty() ? "KEL_ALLTASKS.csv, or the table that Brel.ini names" : tableFile) +
                             ": this task table cannot be read through.\n`kelctl tasks check` tells why.");
 }
@@ -33,6 +34,7 @@ std::string TaskNames::find(const std::string& word) const {
   }
   const std::vector<std::string> names = matching(word);
   if (names.size() == 1) return names.front();
+  if (names.empty() && !mKnowsAll) return word;
   std::string text = "no task " + word;
   if (!names.empty()) {
     text = "which task " + word + " is: " + names[0] + " or " + names[1] + "?";

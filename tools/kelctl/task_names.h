@@ -14,7 +14,11 @@ namespace kelctl {
 class TaskNames {
  public:
   /// An empty name is the library's choice. Throws Fault for a table that cannot be read through.
-  explicit TaskNames(const std::string& tableFile);
+  explicit TaskNames(const std::string& tableFile) : TaskNames(tableFile, true) {}
+  /// Those of a device. One elsewhere may have other tasks, unless a table is named: then names that are not known here
+  /// are for the device to know.
+  explicit TaskNames(const LinkOptions& link)
+      : TaskNames(link.table, !link.device.isElsewhere() || !link.table.empty()) {}
 
   /// The task that a word stands for: its name, in any case, or without TASK_ID_ if no other task ends so; or its TUI,
   /// decimal or with 0x. Throws Fault.
@@ -26,9 +30,11 @@ class TaskNames {
   void check(const std::string& task, const PayloadOptions& options, const Bytes& payload) const;
 
  private:
+  TaskNames(const std::string& tableFile, bool knowsAll);
   std::vector<std::string> matching(const std::string& word) const;
 
   const kel::TaskTable mTable;
+  const bool mKnowsAll;
 };
 
 }  // namespace kelctl

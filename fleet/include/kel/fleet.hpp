@@ -46,6 +46,13 @@ struct Address {
  */
 Result<Address> addressOf(const std::string& uri);
 
+/**
+ * What the object "access" of the same file says: {"access": {"user": "ann", "passwordFile": "/home/ann/nats.password"}}
+ * and the other names of Access, servers excepted, which stand in URIs. Nothing if it is not there. kel/uri.hpp and
+ * kelctl go by it. Errors: notConnected, with the reason as the subject.
+ */
+Result<Access> configuredAccess();
+
 /** Connects to a device wherever it is; see Client::connect. */
 Result<Client> connect(const std::string& uri, Options options = {}, Identity identity = {});
 /** Begins to; see Client::begin. Errors: notConnected for what is no address. */

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: MIT
+// The library that reaches devices of other hosts, loaded at need: a program that stays on this host needs nothing of
+// it.
+#pragma once
+
+#ifndef _WIN32
+#include <dlfcn.h>
+#endif
+
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "kel/detail/process_road.hpp"
+#include "kel/detail/road.hpp"
+#include "kel/result.hpp"
+#include "kel/version.hpp"
+
+namespace kel {
+inline namespace v1 {
+namespace detail {
+
+/// The one function that it is loaded for, and the version of this interface, which changes with Road and Sink.
+constexpr char kFleetLibrary[] = "libKELHandler_fleet.so.1";
+constexpr char kOpenFleetRoad[] = "KELHandler_fleet_openRoad";
+constexpr int kLayerVersion =
+    (KEL_CLIENT_VERSION_MAJOR * 1000 + KEL_CLIENT_VERSION_MINOR) * 1000 + KEL_CLIENT_VERSION_PATCH;
+
+/// Does not connect. Null, with the reason, if the URI leads nowhere or the caller is of another version; without a
+/// reason for a name that leads to the device of this host.
+using OpenFleetRoad = Road*(int layerVersion, const std::string& uri, const std::string& holder, std::string& reason);
+
+/// Without the URI: somebody may have put a secret into it.
+inline Error notReached(std::string why) { return {Cause::notConnected, 0, std::move(why)}; }
+
+inline Result<std::unique_ptr<Road>> roadTo(const std::string& uri, const std::string& holder) {
+  if (uri == "kel:") return std::unique_ptr<Road>(std::make_unique<ProcessRoad>());
+#ifdef _WIN32
+  (void)holder;
+  return notReached("devices of other hosts are reached from Linux only");
+#else
+  void* const library = dlopen(kFleetLibrary, RTLD_NOW);
+  if (library == nullptr) {
+    return notReached(std::string("devices of other hosts need the package kelhandler-fleet (") + dlerror() + ")");
+  }
+  const auto open = reinterpret_cast<OpenFleetRoad*>(dlsym(library, kOpenFleetRoad));
+  if (open == nullptr) return notReached(std::string(kFleetLibrary) + " is of another version");
+  std::string reason;
+  std::unique_ptr<Road> road(open(kLayerVersion, uri, holder, reason));
+  if (!road && !reason.empty()) return notReached(reason);
+  if (!road) road = std::make_unique<ProcessRoad>();
+  return road;
+#endif
+}
+
+}  // namespace detail
+}  // namespace v1
+}  // namespace kel

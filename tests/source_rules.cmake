@@ -67,7 +67,7 @@ foreach(file IN LISTS files)
   # Platforms are known to the platform's own code, to what the client layer, a tool, keld and the console ask beyond it,
   # to what is for Linux alone, and to tests that are about one of them.
   string(REGEX MATCH
-         "^src/platform/|^include/kel/detail/|^python/|^fleet/keld/posix/|^(tests|tools|console)/.*/(posix|win32)/"
+         "^src/platform/|^include/kel/detail/|^python/|^fleet/.*/posix/|^(tests|tools|console)/.*/(posix|win32)/"
          knows_system "${file}")
   set(includes_system "${knows_system}")
   if(file MATCHES "^include/kel/" AND NOT file MATCHES "^include/kel/detail/(windows|fleet_library)\\.hpp$")

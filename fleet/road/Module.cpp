@@ -9,7 +9,7 @@ extern "C" [[gnu::visibility("default")]] kel::detail::OpenFleetRoad KELHandler_
 extern "C" kel::detail::Road* KELHandler_fleet_openRoad(int layerVersion, const std::string& uri,
                                                         const std::string& holder, std::string& reason) {
   if (layerVersion != kel::detail::kLayerVersion) {
-    reason = std::string(kel::detail::kFleetLibrary) + " and the program are of different versions";
+    reason = "the package kelhandler-fleet and the program are of different versions";
     return nullptr;
   }
   const kel::Result<kel::fleet::Address> address = kel::fleet::addressOf(uri);

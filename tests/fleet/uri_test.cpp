@@ -107,13 +107,13 @@ TEST_F(UriTest, AnAccessThatMakesNoSenseIsTold) {
 }
 
 TEST_F(UriTest, AProgramOfAnotherVersionIsRefused) {
-  void* const library = dlopen(detail::kFleetLibrary, RTLD_NOW);
+  void* const library = detail::loadFleetLibrary();
   ASSERT_NE(library, nullptr) << dlerror();
   const auto open = reinterpret_cast<detail::OpenFleetRoad*>(dlsym(library, detail::kOpenFleetRoad));
   ASSERT_NE(open, nullptr);
   std::string reason;
   EXPECT_EQ(open(detail::kLayerVersion + 1, "nats://127.0.0.1/lab/bench", "", reason), nullptr);
-  EXPECT_EQ(reason, "libKELHandler_fleet.so.1 and the program are of different versions");
+  EXPECT_EQ(reason, "the package kelhandler-fleet and the program are of different versions");
 }
 
 TEST_F(UriTest, KelctlTakesADeviceOfAnotherHost) {

@@ -202,8 +202,8 @@ class Chaos {
 
   int print() {
     const auto number = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
-    // A call that ends passes through three threads at the most.
-    const double mayBeLate = static_cast<double>(kGrace.count()) + 3 * mMachineLate.milliseconds();
+    // A call that ends passes through three threads at the most, each of which has to be woken and then to run.
+    const double mayBeLate = static_cast<double>(kGrace.count()) + 6 * mMachineLate.milliseconds();
     bool passed = mEnded == mStarted && mTwice == 0 && mLatest.milliseconds() <= mayBeLate &&
                   mConnectionsTold == mStatistics.connections && mLossesTold == mStatistics.losses &&
                   mStatistics.answered > 0 && mStreams > 0 && mBroadcasts > 0;

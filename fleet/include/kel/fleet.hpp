@@ -11,8 +11,9 @@
  *  - A task is refused with Cause::busy where the device has as many calls as it takes, and with Cause::reserved while
  *    somebody else has reserved it.
  *  - post() ends when the device's side has taken the task or refused it.
- *  - The link counts as lost when the connection to the servers is lost, when nobody offers the device any more, and
- * when the device's own link is lost. Without a heartbeat of the client's own: the device's keld watches its link.
+ *  - The link counts as lost when the connection to the servers is lost, or that of the device's keld, when nobody
+ *    offers the device any more, and when the device's own link is lost. Without a heartbeat of the client's own: the
+ *    device's keld watches its link.
  *  - Messages that were lost on the way are counted as dropped, by the stream, the subscription and the statistics.
  */
 #pragma once

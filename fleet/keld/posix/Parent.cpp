@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <optional>
 
 #include "keld/Log.h"
@@ -35,12 +36,19 @@ struct Child {
   std::optional<steady_clock::time_point> again;  // when it is to be started
 };
 
+/// This program's file, by its name, which the workers have in lists of processes as well.
+const std::string& ownFile() {
+  static const std::string file = std::filesystem::read_symlink("/proc/self/exe").string();
+  return file;
+}
+
 void start(Child& child) {
   std::vector<char*> arguments;
   for (std::string& word : child.command) arguments.push_back(word.data());
   arguments.push_back(nullptr);
   child.again.reset();
   child.started = steady_clock::now();
+  const std::string& file = ownFile();
   child.process = fork();
   if (child.process == 0) {
     // A parent that was killed takes its workers along.
@@ -48,7 +56,7 @@ void start(Child& child) {
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    execv("/proc/self/exe", arguments.data());
+    execv(file.c_str(), arguments.data());
     _exit(127);
   }
 }

@@ -95,7 +95,7 @@ bool lookAtLibraries(Report& report) {
 void lookAtSettings(Report& report) {
   report.section("Settings");
   const Settings settings = readSettings();
-  report.fact("Brel.ini", settings.file.empty() ? "none in the working directory: the defaults hold" : settings.file);
+  report.fact("Brel.ini", settings.file.empty() ? "none here: the defaults hold" : settings.file);
   for (const Setting& setting : settings.values) {
     const std::string value = (setting.value.empty() ? "none" : setting.value) + "  (" + setting.source + ')';
     if (setting.fault.empty()) {
@@ -114,7 +114,7 @@ void lookAtTable(Report& report, const std::string& table) {
   report.section("Task table");
   const std::string file = table.empty() ? tableOfSettings() : table;
   if (!std::filesystem::is_regular_file(file)) {
-    report.fact("table", "the built-in one; " + file + " is not there");
+    report.fact("table", "built in; there is no " + file);
     report.fact("tasks", std::to_string(readTable("").size()));
     return;
   }

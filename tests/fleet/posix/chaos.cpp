@@ -5,10 +5,7 @@
 //     kel_fleet_chaos --seconds N [--seed S]
 #include "client/chaos.h"
 
-#include <netinet/in.h>
 #include <signal.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <memory>
@@ -22,25 +19,13 @@ namespace {
 
 constexpr std::size_t kServers = 3;
 
-int FreePort() {
-  const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  socklen_t length = sizeof address;
-  getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length);
-  close(socket);
-  return ntohs(address.sin_port);
-}
-
 class FleetsWeather final : public Weather {
  public:
   explicit FleetsWeather(const std::filesystem::path& folder) {
     std::string listeners[kServers];
     std::string routes;
     for (std::string& listener : listeners) {
-      listener = "127.0.0.1:" + std::to_string(FreePort());
+      listener = "127.0.0.1:" + std::to_string(freePort());
       routes += (routes.empty() ? "" : ", ") + ("\"nats://" + listener + "\"");
     }
     for (std::size_t i = 0; i < kServers; ++i) {

@@ -108,6 +108,17 @@ inline bool Deliver(std::uint32_t handle, std::uint32_t TUI, std::uint32_t seque
   return BrelEngineCallback(BrelGetDorvHandle(handle), record.data(), static_cast<std::uint32_t>(record.size())) == 1;
 }
 
+/// Whether the system gives the value of a closed handle to the next object, so that nobody can tell it from a stale
+/// one: what waits for closed handles, as a thread does whose priority could not be raised, may then take away another
+/// object's signal.
+inline bool HandleValuesComeAgain() {
+  const platform::Handle first = platform::createEvent(false, false);
+  platform::closeHandle(first);
+  const platform::Handle second = platform::createEvent(false, false);
+  platform::closeHandle(second);
+  return first == second;
+}
+
 /// One engine, whose device takes requests and leaves the answers to the test.
 class AsyncTest : public EngineTest {
  protected:

@@ -211,6 +211,7 @@ TEST_F(SendingTest, WithoutAThreadTheRequestIsNotSent) {
 }
 
 TEST_F(SendingTest, AThreadWithoutItsPriorityCountsAsNotStarted) {
+  if (HandleValuesComeAgain()) GTEST_SKIP() << "a closed handle's value is the next object's on this system";
   {
     const FailingCall noPriority(PlatformCall::kSetThreadPriority);
     EXPECT_EQ(InvokeAsync(handle, kDebugRef, OnTask).status, kStatusFailed);

@@ -41,6 +41,7 @@ TEST_F(ShortWaitTest, EachTaskIsToldThatNoAnswerCame) {
 }
 
 TEST_F(ShortWaitTest, AThreadThatIsGivenUpAtItsStartDeliversNothing) {
+  if (HandleValuesComeAgain()) GTEST_SKIP() << "a closed handle's value is the next object's on this system";
   for (int i = 0; i < 100; ++i) {
     const FailingCall noPriority(PlatformCall::kSetThreadPriority);
     EXPECT_EQ(InvokeAsync(handle, kDebugRef, OnTask).status, kStatusFailed);

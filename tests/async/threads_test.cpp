@@ -61,16 +61,6 @@ Transcript NotFreed(const char* function, std::uint32_t seqNum) {
   return ProblemOf(function, seqNum, "could not free sequence number", "could not free sequence number");
 }
 
-/// Whether the system gives the value of a closed handle to the next object, so that nobody can tell it from a stale
-/// one.
-bool HandleValuesComeAgain() {
-  const platform::Handle first = platform::createEvent(false, false);
-  platform::closeHandle(first);
-  const platform::Handle second = platform::createEvent(false, false);
-  platform::closeHandle(second);
-  return first == second;
-}
-
 /// While one lives, no listener becomes ready.
 class FailingInit {
  public:

@@ -94,6 +94,7 @@ TEST_F(ReleasedBlocks, OfAThreadThatDoesNotStart) {
 }
 
 TEST_F(ReleasedBlocks, OfAThreadWhosePriorityCannotBeRaisedAreItsOwn) {
+  if (HandleValuesComeAgain()) GTEST_SKIP() << "a closed handle's value is the next object's on this system";
   const std::uint32_t connected = connect();
   const FailingCall fails(PlatformCall::kSetThreadPriority);
   EXPECT_EQ(InvokeAsync(connected, kDebugVal, OnTask).status, kStatusFailed);

@@ -7,6 +7,8 @@
 #include <mutex>
 #include <new>
 #include <random>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 namespace kel::fleet {
@@ -31,6 +33,7 @@ constexpr int kPendingBytes = 256 << 20;
 struct DestroyOptions {
   void operator()(natsOptions* options) const { natsOptions_Destroy(options); }
 };
+using OptionsPtr = std::unique_ptr<natsOptions, DestroyOptions>;
 
 std::string firstLineOf(const std::string& file) {
   std::ifstream in(file);
@@ -125,16 +128,65 @@ void Subscription::end() {
 struct Connection::Watch {
   std::function<void(bool)> onChange;
   std::function<void(const std::string&)> onForbidden;
-  std::atomic<bool> isEnding{false};
+  /// From the return of open() to the begin of the connection's end; what happens outside of that is not told.
+  std::atomic<bool> isInUse{false};
   std::mutex mutex;
   std::condition_variable closed;
   bool isClosed = false;
+
+  /// Returns when no thread of the connection's own uses this any more.
+  void end(natsConnection* connection) {
+    natsConnection_Close(connection);
+    {
+      std::unique_lock<std::mutex> lock(mutex);
+      closed.wait(lock, [this] { return isClosed; });
+    }
+    natsConnection_Destroy(connection);
+  }
+};
+
+/// A connection that is being made. libnats waits without limit for the last word of a server that has greeted it, and
+/// cannot be told to stop. So that is done on a thread of its own; if it takes too long, the thread is left behind with
+/// this and ends when the server goes on or is gone.
+struct Connection::Attempt {
+  OptionsPtr settings;
+  std::shared_ptr<Watch> watch;
+  std::mutex mutex;
+  std::condition_variable over;
+  bool isOver = false;
+  bool isGivenUp = false;
+  natsStatus status = NATS_TIMEOUT;
+  natsConnection* connection = nullptr;
+
+  void make() {
+    natsConnection* made = nullptr;
+    const natsStatus result = natsConnection_Connect(&made, settings.get());
+    {
+      const std::lock_guard<std::mutex> lock(mutex);
+      isOver = true;
+      if (!isGivenUp) {
+        status = result;
+        connection = made;
+        over.notify_all();
+        return;
+      }
+    }
+    if (result == NATS_OK) watch->end(made);
+  }
+
+  /// Null, with the reason in `status`, if nothing came of it in time.
+  natsConnection* await(std::chrono::milliseconds limit) {
+    std::unique_lock<std::mutex> lock(mutex);
+    isGivenUp = !over.wait_for(lock, limit, [this] { return isOver; });
+    return connection;
+  }
 };
 
 std::unique_ptr<Connection> Connection::open(const Access& access, ConnectionOptions options, std::string& why) {
   natsOptions* raw = nullptr;
   if (natsOptions_Create(&raw) != NATS_OK) throw std::bad_alloc();
-  const std::unique_ptr<natsOptions, DestroyOptions> settings(raw);
+  const auto attempt = std::make_shared<Attempt>();
+  attempt->settings.reset(raw);
 
   const bool isSecure = !access.caFile.empty();
   std::vector<std::string> urls;
@@ -143,7 +195,7 @@ std::unique_ptr<Connection> Connection::open(const Access& access, ConnectionOpt
   for (const std::string& url : urls) servers.push_back(url.c_str());
 
   std::unique_ptr<Connection> connection(new Connection);
-  connection->mWatch = std::make_unique<Watch>();
+  connection->mWatch = attempt->watch = std::make_shared<Watch>();
   connection->mWatch->onChange = std::move(options.onChange);
   connection->mWatch->onForbidden = std::move(options.onForbidden);
   Watch* const watch = connection->mWatch.get();
@@ -196,10 +248,10 @@ std::unique_ptr<Connection> Connection::open(const Access& access, ConnectionOpt
   const auto tell = [](bool isConnected) {
     return isConnected ? [](natsConnection*, void* closure) {
       auto& self = *static_cast<Watch*>(closure);
-      if (self.onChange) self.onChange(true);
+      if (self.onChange && self.isInUse.load()) self.onChange(true);
     } : [](natsConnection*, void* closure) {
       auto& self = *static_cast<Watch*>(closure);
-      if (self.onChange && !self.isEnding.load()) self.onChange(false);
+      if (self.onChange && self.isInUse.load()) self.onChange(false);
     };
   };
   set(natsOptions_SetDisconnectedCB(raw, tell(false), watch));
@@ -210,27 +262,37 @@ std::unique_ptr<Connection> Connection::open(const Access& access, ConnectionOpt
       [](natsConnection* nats, natsSubscription*, natsStatus error, void* closure) {
         auto& self = *static_cast<Watch*>(closure);
         const char* what = nullptr;
-        if (error != NATS_NOT_PERMITTED || !self.onForbidden) return;
+        if (error != NATS_NOT_PERMITTED || !self.onForbidden || !self.isInUse.load()) return;
         natsConnection_GetLastError(nats, &what);
         if (what != nullptr) self.onForbidden(what);
       },
       watch));
 
-  if (status == NATS_OK) status = natsConnection_Connect(&connection->mConnection, raw);
-  if (status == NATS_OK) return connection;
+  if (status == NATS_OK) {
+    try {
+      std::thread([attempt] { attempt->make(); }).detach();
+    } catch (const std::system_error&) {
+      why = "the system gives no thread";
+      return nullptr;
+    }
+    // Each server may take its time twice: until it is reached, and until it has said who it is.
+    const auto limit = options.connectTimeout * static_cast<int>(2 * urls.size() + 1);
+    connection->mConnection = attempt->await(limit);
+    status = attempt->status;
+  }
+  if (connection->mConnection != nullptr) {
+    watch->isInUse.store(true);
+    if (options.reconnects || connection->isConnected()) return connection;
+    status = NATS_CONNECTION_DISCONNECTED;  // before there was somebody to be told
+  }
   why = natsStatus_GetText(status);
   return nullptr;
 }
 
 Connection::~Connection() {
   if (mConnection == nullptr) return;
-  mWatch->isEnding.store(true);
-  natsConnection_Close(mConnection);
-  {
-    std::unique_lock<std::mutex> lock(mWatch->mutex);
-    mWatch->closed.wait(lock, [this] { return mWatch->isClosed; });
-  }
-  natsConnection_Destroy(mConnection);
+  mWatch->isInUse.store(false);
+  mWatch->end(mConnection);
 }
 
 bool Connection::isConnected() const { return natsConnection_Status(mConnection) == NATS_CONN_STATUS_CONNECTED; }

@@ -61,7 +61,8 @@ struct ConnectionOptions {
   std::string name;
   /// Come back by itself, for ever; else the first loss is the end of it.
   bool reconnects = false;
-  /// For how long the connection is tried, where it does not come back.
+  /// How long a server may take until it is reached, and as long until it has said who it is. An attempt ends after
+  /// twice that for each server, and once more.
   std::chrono::milliseconds connectTimeout{2000};
   /// Told of each change: true for connected. On a thread of the connection's own; it must not end the connection.
   std::function<void(bool isConnected)> onChange;
@@ -72,7 +73,7 @@ struct ConnectionOptions {
 
 class Connection {
  public:
-  /// Null, with the reason in `why`, if no server can be reached or none lets us in.
+  /// Null, with the reason in `why`, if no server can be reached in time or none lets us in.
   static std::unique_ptr<Connection> open(const Access& access, ConnectionOptions options, std::string& why);
   ~Connection();
   Connection(const Connection&) = delete;
@@ -100,7 +101,8 @@ class Connection {
   Connection() = default;
 
   struct Watch;
-  std::unique_ptr<Watch> mWatch;
+  struct Attempt;
+  std::shared_ptr<Watch> mWatch;
   std::string mInboxes;
   natsConnection* mConnection = nullptr;
 };

@@ -159,6 +159,20 @@ test('Devices that nobody looks at give way to others', async () => {
   assert.equal(await of.stop(), 0);
 });
 
+test('Ctrl-C ends it soon, although the site does not answer and a device is reserved', async () => {
+  const own = await new Fleet().start();
+  await own.offer('held');
+  const of = await new Console().start({ args: ['--fleet', own.uri] });
+  await connected(of, '?device=held');
+  assert.equal((await of.ask('PUT', '/api/fleet/reservations/held', {})).status, 204);
+  own.server.process.kill('SIGSTOP');
+  const begin = Date.now();
+  assert.equal(await of.stop(), 0);
+  assert.ok(Date.now() - begin < 30000); // the servers are waited for, which takes some seconds
+  own.server.process.kill('SIGCONT');
+  await own.stop();
+});
+
 test('What is no site, and a site that cannot be reached, is told', () => {
   const ended = (...args) => spawnSync(process.env.KELCONSOLE, args, { encoding: 'utf8' });
   const nowhere = ended('--port', '0', '--fleet', 'nats://127.0.0.1:1/lab');

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "fleet/fleet_test.h"
+#include "fleet/posix/greeter.h"
 #include "nats/Nats.h"
 #include "protocol/Wire.h"
 
@@ -146,6 +147,28 @@ TEST_F(FaultsTest, AFrozenServerIsALoss) {
   CallOptions repeatable = within(kLong);
   repeatable.repeatable = true;
   EXPECT_TRUE(client.task(kEcho, {}, repeatable).ok());
+}
+
+TEST_F(FaultsTest, AServerThatGreetsAndSaysNoMoreIsGivenUp) {
+  Greeter greeter;
+  fleet::Access access;
+  access.servers = {greeter.address()};
+  fleet::ConnectionOptions options;
+  options.connectTimeout = Milliseconds(100);
+  std::string why;
+  EXPECT_FALSE(fleet::Connection::open(access, options, why));
+  EXPECT_EQ(why, "Timeout");
+}
+
+TEST_F(FaultsTest, AClientIsClosedWhileAServerThatGreetsSaysNoMore) {
+  Greeter greeter;
+  const Clock::time_point start = Clock::now();
+  {
+    const Result<Client> client = fleet::begin("nats://" + greeter.address() + "/lab/bench", coming());
+    ASSERT_TRUE(client);
+    greeter.waitForGuest();
+  }
+  EXPECT_LT(Clock::now() - start, kLong);
 }
 
 TEST_F(FaultsTest, AMessageAboveTheLimitIsTheWrongForm) {

@@ -1,0 +1,32 @@
+/* SPDX-License-Identifier: MIT */
+// A NATS server that greets whoever comes and says no more, as one that is frozen in that moment.
+#pragma once
+
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace kel::test {
+
+class Greeter {
+ public:
+  Greeter();
+  /// Drops whoever came.
+  ~Greeter();
+  Greeter(const Greeter&) = delete;
+  Greeter& operator=(const Greeter&) = delete;
+
+  /// "127.0.0.1:PORT"
+  std::string address() const { return "127.0.0.1:" + std::to_string(mPort); }
+  /// Returns when the first one has been greeted.
+  void waitForGuest() { mGreeted.get_future().wait(); }
+
+ private:
+  int mListener = -1;
+  int mPort = 0;
+  std::promise<void> mGreeted;
+  std::thread mThread;
+};
+
+}  // namespace kel::test

@@ -37,6 +37,9 @@ void CheckScenario(const sim::Scenario& scenario) {
     Promise(plan.count == 1 || plan.everyMs != 0, "broadcasts that repeat have time in between");
     CheckPayload(plan.payload, plan.payloadSize);
   }
+  for (const sim::PlannedControlStatus& planned : scenario.controlStatus) {
+    Promise(planned.atMs <= kOneDay, "the control status changes in a day");
+  }
   for (const sim::PlannedLoss& loss : scenario.linkLosses) Promise(loss.atMs <= kOneDay, "a link is lost in a day");
   for (const sim::SocketRefusal& no : scenario.socketRefusals) {
     Promise(no.fromMs < no.untilMs, "a refusal holds at some time");

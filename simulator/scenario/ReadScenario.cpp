@@ -27,6 +27,9 @@ class Reader {
     for (const Json& plan : fields.List("broadcasts")) scenario.broadcasts.push_back(ReadBroadcasts(plan));
     for (const Json& loss : fields.List("linkLosses")) scenario.linkLosses.push_back(ReadLoss(loss));
     for (const Json& no : fields.List("socketRefusals")) scenario.socketRefusals.push_back(ReadSocketRefusal(no));
+    for (const Json& status : fields.List("controlStatus")) scenario.controlStatus.push_back(ReadControlStatus(status));
+    std::stable_sort(scenario.controlStatus.begin(), scenario.controlStatus.end(),
+                     [](const PlannedControlStatus& a, const PlannedControlStatus& b) { return a.atMs < b.atMs; });
     fields.End();
   }
 
@@ -161,6 +164,16 @@ class Reader {
     fields.Read("replyID", refusal.replyID, 1);
     fields.End();
     return refusal;
+  }
+
+  PlannedControlStatus ReadControlStatus(const Json& value) {
+    PlannedControlStatus planned;
+    Fields fields(value, "a control status", mMistakes);
+    fields.Read("at", planned.atMs, 0, kOneDay);
+    fields.Read("status", planned.status);
+    fields.Want("status");
+    fields.End();
+    return planned;
   }
 
   void ReadTurns(Fields& fields, Turns& turns) {

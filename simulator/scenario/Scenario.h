@@ -80,6 +80,12 @@ struct SocketRefusal {
   std::uint32_t replyID = 0;
 };
 
+/// A change of the control status. Times count from the first look at it, or the first wish to be told of it.
+struct PlannedControlStatus {
+  std::uint32_t atMs = 0;
+  std::uint32_t status = 0;
+};
+
 struct Scenario {
   std::uint32_t seed = 1;
   std::string capture;  ///< file name, or empty
@@ -87,6 +93,7 @@ struct Scenario {
   std::vector<PlannedBroadcasts> broadcasts;
   std::vector<PlannedLoss> linkLosses;
   std::vector<SocketRefusal> socketRefusals;
+  std::vector<PlannedControlStatus> controlStatus;  ///< by time
 };
 
 /// One thing that is wrong, in words for "FILE:LINE: found; expected so-and-so".

@@ -63,8 +63,10 @@ ScenarioOfProgram ReadScenarioOfProgram(const char* fileName) {
 
 void SetScenario(ScenarioOfProgram scenario) { delete std::exchange(gSet, new ScenarioOfProgram(std::move(scenario))); }
 
+const Reading& ScenarioInForce() { return gSet != nullptr ? gSet->reading : TheScenario(); }
+
 bool RunningScenario::Begin(Hub& hub) {
-  const Reading& reading = gSet != nullptr ? gSet->reading : TheScenario();
+  const Reading& reading = ScenarioInForce();
   if (mBegun) return reading.mistakes.empty();
   mBegun = true;
   if (!reading.mistakes.empty()) {

@@ -25,6 +25,9 @@ ScenarioOfProgram ReadScenarioOfProgram(const char* fileName);
 /// From now on it is the scenario of this process. Under the hub's lock.
 void SetScenario(ScenarioOfProgram scenario);
 
+/// The one of the program, or else of the process. Under the hub's lock, as long as it is used.
+const Reading& ScenarioInForce();
+
 /// Guarded by the hub's lock.
 class RunningScenario {
  public:

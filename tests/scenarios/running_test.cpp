@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <condition_variable>
+#include <mutex>
+
 #include "simulator/Client.h"
 #include "support/scratch_directory.h"
 
@@ -210,6 +213,59 @@ TEST_F(RunningTest, SocketsAreRefusedByTime) {
   while (client.AcquireSocket() == kNoSocket) std::this_thread::yield();
 }
 
+TEST_F(RunningTest, TheControlStatusChangesByTime) {
+  Put(R"({"controlStatus": [{"at": 20, "status": 5}, {"status": 2}]})");
+  EXPECT_EQ(SLUICE_HUB_GetCtrlStatus(), 2u);
+  const auto seen = steady_clock::now();
+  while (SLUICE_HUB_GetCtrlStatus() == 2) std::this_thread::yield();
+  EXPECT_EQ(SLUICE_HUB_GetCtrlStatus(), 5u);
+  EXPECT_LE(steady_clock::now() - seen, std::chrono::seconds(10));
+}
+
+/// What a callback was told of the control status.
+struct Told {
+  std::mutex mutex;
+  std::condition_variable more;
+  std::vector<std::uint32_t> statuses;
+
+  std::vector<std::uint32_t> await(std::size_t count) {
+    std::unique_lock lock(mutex);
+    more.wait_for(lock, std::chrono::seconds(10), [&] { return statuses.size() >= count; });
+    return statuses;
+  }
+};
+
+Told gTold;
+
+void NoteStatus(std::uint32_t status) {
+  const std::lock_guard lock(gTold.mutex);
+  gTold.statuses.push_back(status);
+  gTold.more.notify_all();
+}
+
+TEST_F(RunningTest, ChangesOfTheControlStatusAreToldToWhoWishesIt) {
+  Put(R"({"controlStatus": [{"status": 2}, {"at": 50, "status": 5}, {"at": 60, "status": 6}]})");
+  const auto callback = reinterpret_cast<KEL_CtrlStatusCallback>(&NoteStatus);
+  EXPECT_EQ(SLUICE_HUB_RegisterCtrlStatusUpdatesCB(callback), 0u);
+  EXPECT_THAT(gTold.await(2), ElementsAre(5, 6)) << "what it is already is no change";
+  EXPECT_EQ(SLUICE_HUB_GetCtrlStatus(), 6u);
+  EXPECT_EQ(SLUICE_HUB_UnregisterCtrlStatusUpdatesCB(callback), 0u);
+
+  SluiceHubSim_Reset();
+  while (SLUICE_HUB_GetCtrlStatus() != 6) std::this_thread::yield();
+  EXPECT_THAT(gTold.await(0), ElementsAre(5, 6)) << "nobody wishes it";
+
+  SluiceHubSim_Reset();
+  EXPECT_EQ(SLUICE_HUB_RegisterCtrlStatusUpdatesCB(callback), 0u);
+  EXPECT_THAT(gTold.await(4), ElementsAre(5, 6, 5, 6)) << "all begins again";
+  EXPECT_EQ(SLUICE_HUB_UnregisterCtrlStatusUpdatesCB(callback), 0u);
+}
+
+TEST_F(RunningTest, AScenarioWithMistakesLeavesTheControlStatusAlone) {
+  Put(R"({"controlStatus": [{"status": 2}, {"status": -1}]})");
+  EXPECT_EQ(SLUICE_HUB_GetCtrlStatus(), 0u);
+}
+
 TEST_F(RunningTest, AScenarioWithMistakesConnectsNothingAndIsToldOnce) {
   Put("{\"sede\": 1,\n\"rules\": 5}");
   testing::internal::CaptureStderr();
@@ -217,7 +273,7 @@ TEST_F(RunningTest, AScenarioWithMistakesConnectsNothingAndIsToldOnce) {
   EXPECT_EQ(ConnectStatus(), SLUICEHUBSIM_STATUS_BAD_SCENARIO);
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "SluiceHub.json:1: a scenario has no key \"sede\"; expected one of $schema, seed, capture, rules, "
-            "broadcasts, linkLosses, socketRefusals\n"
+            "broadcasts, linkLosses, socketRefusals, controlStatus\n"
             "SluiceHub.json:2: \"rules\" is 5; expected a list, [ ... ]\n"
             "SluiceHub: nothing is connected until this scenario is mended. It was found\n"
             "in the working directory.\n");

@@ -15,7 +15,7 @@ std::chrono::milliseconds toMilliseconds(double seconds) {
 
 CLI::App& addVerb(CLI::App& app, const char* name, const char* help, SiteOptions& site) {
   CLI::App& verb = *app.add_subcommand(name, help);
-  verb.add_option("--site", site.uri, "nats://HOST[:PORT][,HOST...]/SITE (what KELHANDLER_SITE says)")
+  verb.add_option("--site", site.uri, "nats://HOST[:PORT][,HOST...]/SITE\n(what KELHANDLER_SITE says)")
       ->envname("KELHANDLER_SITE")
       ->required();
   return verb;
@@ -51,22 +51,22 @@ int main(int argc, char** argv) {
   ReserveOptions which;
   std::vector<std::string> command;
 
-  CLI::App& devices = addVerb(app, "devices", "list the site's devices, their links, load and holders", site);
+  CLI::App& devices = addVerb(app, "devices", "list the site's devices, links, load and holders", site);
   devices.add_flag("--json", site.json, "print JSON, one object a line");
-  addTags(devices, "--tag", "only those with this tag, or this model; may be given again", tags);
+  addTags(devices, "--tag", "only with this tag, or model; may be given again", tags);
 
   CLI::App& broadcasts = addVerb(app, "broadcasts", "list the broadcasts of a device that were kept", site);
   broadcasts.add_flag("--json", site.json, "print JSON, one object a line");
   broadcasts.add_option("DEVICE", device, "the device")->required();
   broadcasts.add_option("--since", since, "so many seconds ago, and later (600)")->check(CLI::Range(0.0, 1e9));
 
-  CLI::App& reserving = addVerb(app, "reserve", "reserve a device, run a command with it, and give it back", site);
+  CLI::App& reserving = addVerb(app, "reserve", "reserve a device, run a command, and give it back", site);
   CLI::Option* const named = reserving.add_option("--device", which.device, "this device");
-  addTags(reserving, "--any", "any that has this tag, or this model; may be given again", tags);
+  addTags(reserving, "--any", "any with this tag, or model; may be given again", tags);
   reserving.get_option("--any")->excludes(named);
   reserving.add_option("--wait", wait, "wait in its line for so many seconds (0)")->check(CLI::Range(0.0, 1e9));
   reserving.add_option("--holder", which.holder, "who holds it, for people (your user's name)");
-  reserving.add_option("COMMAND", command, "behind --: the command, which finds the device in KELHANDLER_DEVICE")
+  reserving.add_option("COMMAND", command, "behind --: the command, which finds the device\nin KELHANDLER_DEVICE")
       ->required();
 
   try {

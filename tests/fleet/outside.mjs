@@ -3,41 +3,15 @@
 // broadcasts, and reserves it, by subjects and headers alone. Starts its own server and keld, on free ports of loopback.
 //   outside.mjs KELD PACKAGES
 import assert from "node:assert/strict";
-import { spawn } from "node:child_process";
-import { mkdtempSync, rmSync, writeFileSync } from "node:fs";
+import { writeFileSync } from "node:fs";
 import { createRequire } from "node:module";
-import { tmpdir } from "node:os";
 import { join } from "node:path";
 import { after, test } from "node:test";
 
+import { endAll, folder, start, startServer } from "./programs.mjs";
+
 const [keld, packages] = process.argv.slice(2);
 const { connect, createInbox, headers } = createRequire(join(packages, "package.json"))("@nats-io/transport-node");
-
-const folder = mkdtempSync(join(tmpdir(), "outside-"));
-const programs = [];
-const endAll = () => programs.forEach((program) => program.kill("SIGKILL"));
-process.on("exit", () => {
-  endAll();
-  rmSync(folder, { recursive: true });
-});
-
-/** Starts a program and waits for a line of its output that fits; returns the match. */
-function start(command, args, fits) {
-  const program = spawn(command, args, { cwd: folder });
-  programs.push(program);
-  return new Promise((resolve, reject) => {
-    let output = "";
-    const take = (data) => {
-      output += data;
-      const match = fits.exec(output);
-      if (match) resolve(match);
-    };
-    program.stdout.on("data", take);
-    program.stderr.on("data", take);
-    program.on("error", reject);
-    program.on("exit", () => reject(new Error(`${command} has ended: ${output}`)));
-  });
-}
 
 const HEAD = "kel.v1.lab.bench7";
 const LONG = { timeout: 30_000 };
@@ -49,8 +23,7 @@ function told(facts) {
 }
 
 writeFileSync(join(folder, "nats.conf"), `host: 127.0.0.1\nport: -1\njetstream { store_dir: "${folder}/store" }\n`);
-const [, port] = await start("nats-server", ["-c", "nats.conf"], /client connections on 127\.0\.0\.1:(\d+)[^]*is ready/);
-const server = `127.0.0.1:${port}`;
+const server = await startServer("nats.conf");
 await start(keld, ["run", "--server", server, "--site", "lab", "--device", "bench7"], /"state":"connected"/);
 const nats = await connect({ servers: server });
 

@@ -45,11 +45,16 @@ std::string noVerb(const CLI::App& app, const std::string& word) {
 
 std::string usageFault(const CLI::App* app, const CLI::Error& error) {
   const CLI::App& verb = reached(*app);
+  const std::vector<std::string> names = optionNames(verb);
+  std::vector<std::string> words = verb.remaining();
+  if (words.empty()) words = app->remaining();
+  const auto early = std::find_first_of(words.begin(), words.end(), names.begin(), names.end());
+  const auto option = std::find_if(words.begin(), words.end(), isOption);
   std::string fault = error.what();
-  const std::vector<std::string> words = verb.remaining();
-  const auto option = std::find_if(words.begin(), words.end(), [](const std::string& word) { return isOption(word); });
-  if (option != words.end()) {
-    fault = "there is no option \"" + *option + '"' + suggestion(nearest(*option, optionNames(verb)));
+  if (early != words.end()) {
+    fault = '"' + *early + "\" belongs behind the verb";
+  } else if (option != words.end()) {
+    fault = "there is no option \"" + *option + '"' + suggestion(nearest(*option, names));
   } else if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && verb.get_require_subcommand_min() != 0) {
     fault = words.empty() ? "a verb is missing" : noVerb(verb, words.front());
   } else if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr && !words.empty()) {

@@ -13,6 +13,7 @@
 #include "keld/Metrics.h"
 #include "keld/exit_status.h"
 #include "keld/host.h"
+#include "keld/service_manager.h"
 
 namespace kel::fleet {
 
@@ -26,6 +27,9 @@ constexpr const char* kEcho = "TASK_ID_APPLICATION_DEBUG_VAL";
 /// Members of one queue get each request once, if ever two of one name are up.
 constexpr const char* kQueue = "keld";
 constexpr const char* kServiceVersion = "4.1.0";
+
+/// A worker that does not say for a minute that it is alive is started anew by keld@.service.
+constexpr const char* kAlive = "WATCHDOG=1";
 
 constexpr seconds kStateInterval{1};
 constexpr int kPresenceEach = 5;  // of those
@@ -110,6 +114,7 @@ int Worker::run() {
     lock.unlock();
     publishState();
     if (turn % kPresenceEach == 0) publishPresence();
+    tellServiceManager(kAlive);
     lock.lock();
     mChanged.wait_for(lock, kStateInterval, [this] { return mIsStopping || mTellsState; });
     if (mTellsState) turn = -1;  // a change is told in the presence too
@@ -141,6 +146,7 @@ bool Worker::connect() {
       logLine("error", "the NATS servers forbid it", {{"reason", what}});
     };
     mConnection = Connection::open(mOptions.access, std::move(options), why);
+    tellServiceManager(kAlive);
     lock.lock();
     if (mConnection) return true;
     if (told != why) logLine("warning", "the NATS servers cannot be reached yet", {{"reason", why}});

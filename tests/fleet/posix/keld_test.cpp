@@ -3,12 +3,14 @@
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
 
 #include "fleet/fleet_test.h"
 #include "nats/Nats.h"
+#include "support/environment_variable.h"
 
 namespace kel::test {
 namespace {
@@ -36,6 +38,31 @@ class KeldTest : public FleetTest {
     if (!answer) return 0;
     return nlohmann::json::parse(fleet::payloadOf(*answer)).at("process").get<pid_t>();
   }
+};
+
+/// Waits for what a program tells whoever looks after it.
+class ServiceManager {
+ public:
+  explicit ServiceManager(const std::filesystem::path& file)
+      : mSocket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)), mVariable("NOTIFY_SOCKET", file.c_str()) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    file.string().copy(address.sun_path, sizeof address.sun_path - 1);
+    bind(mSocket, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    const timeval patience{30, 0};
+    setsockopt(mSocket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+  }
+  ~ServiceManager() { close(mSocket); }
+
+  std::string next() {
+    char news[100];
+    const ssize_t size = recv(mSocket, news, sizeof news, 0);
+    return size > 0 ? std::string(news, static_cast<std::size_t>(size)) : "";
+  }
+
+ private:
+  const int mSocket;
+  const EnvironmentVariable mVariable;
 };
 
 std::string fetch(int port) {
@@ -126,6 +153,19 @@ TEST_F(KeldTest, ItsCountsAreThereForPrometheus) {
   EXPECT_NE(page.find("kel_tasks_total{site=\"lab\",device=\"bench\"} 2"), std::string::npos) << page;
   EXPECT_NE(page.find("cause=\"unknown-task\"} 1"), std::string::npos);
   EXPECT_NE(page.find("kel_connected{site=\"lab\",device=\"bench\"} 1"), std::string::npos);
+}
+
+TEST_F(KeldTest, TellsWhoLooksAfterItThatItIsAlive) {
+  ServiceManager manager(folder.path() / "notify");
+  Program worker(keld({"run", "--site", "lab", "--device", "bench"}), "the device is offered");
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(manager.next(), "WATCHDOG=1");
+}
+
+TEST_F(KeldTest, TellsThatItIsAliveWhileNoServerIsThere) {
+  ServiceManager manager(folder.path() / "notify");
+  server->kill();
+  Program worker(keld({"run", "--site", "lab", "--device", "bench"}), "cannot be reached yet");
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(manager.next(), "WATCHDOG=1");
 }
 
 }  // namespace

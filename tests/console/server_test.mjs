@@ -147,12 +147,16 @@ test('A page that takes no events is given up, and holds nobody up', async () =>
   const [begin] = await once(stuck, 'data');
   assert.match(String(begin), /^HTTP\/1.1 200/);
   stuck.pause();
-  const { json } = await ask('POST', '/api/streams', { task: streamer, values: [0, 0, 0] }, { of });
-  let stream;
-  do {
-    const { json: device } = await ask('GET', '/api/device', undefined, { of });
-    stream = device.streams.find((one) => one.id === json.id);
-  } while (stream.state === 'open');
+  const pour = async () => {
+    const { json } = await ask('POST', '/api/streams', { task: streamer, values: [0, 0, 0] }, { of });
+    let stream;
+    do {
+      const { json: device } = await ask('GET', '/api/device', undefined, { of });
+      stream = device.streams.find((one) => one.id === json.id);
+    } while (stream.state === 'open');
+    return stream;
+  };
+  const stream = await pour();
   assert.equal(stream.state, 'finished');
   assert.ok(stream.messages + stream.dropped >= 150000);
   const others = Array.from({ length: 15 }, () => eventsOf(of));
@@ -162,7 +166,8 @@ test('A page that takes no events is given up, and holds nobody up', async () =>
     await response.body.cancel();
     return response.status;
   };
-  while ((await statusOfOneMore()) === 503) await new Promise((resolve) => setTimeout(resolve, 100));
+  // What fits into the buffers on the way is taken, so there is more until it does not.
+  while ((await statusOfOneMore()) === 503) await pour();
   stuck.resume();
   await once(stuck, 'close'); // by the console
   await Promise.allSettled(others.map((events) => events.return()));

@@ -25,14 +25,15 @@ struct Arguments {
 };
 
 void addOptions(CLI::App& app, Arguments& arguments) {
-  auto* const device = app.add_option("--device", arguments.device.uri,
-                                      "The device: \"kel:\" is this host's own, nats://HOST/SITE/DEVICE another host's")
-                           ->capture_default_str();
-  app.add_option("--fleet", arguments.site, "All devices of a site in its place: nats://HOST[,HOST]/SITE")
+  auto* const device =
+      app.add_option("--device", arguments.device.uri,
+                     "The device: \"kel:\" is this host's own,\nnats://HOST/SITE/DEVICE another host's")
+          ->capture_default_str();
+  app.add_option("--fleet", arguments.site, "All devices of a site in its place:\nnats://HOST[,HOST]/SITE")
       ->excludes(device);
-  app.add_option("--table", arguments.device.table, "A task table in place of the one that the settings name");
+  app.add_option("--table", arguments.device.table, "A task table in place of the one that the\nsettings name");
   app.add_option("--heartbeat", arguments.device.heartbeat,
-                 "A task that the device answers at once: it is sent while nothing else comes, to watch the link");
+                 "A task that the device answers at once: it is\nsent while nothing else comes, to watch the link");
   app.add_option("--timeout", arguments.timeout, "Seconds that a task waits for its answer")
       ->check(CLI::Range(0.001, 3600.0))
       ->capture_default_str();
@@ -40,10 +41,11 @@ void addOptions(CLI::App& app, Arguments& arguments) {
       ->check(CLI::Range(0, 65535))
       ->capture_default_str();
   app.add_option("--listen", arguments.listening.address,
-                 "The address. One that other hosts can reach needs a token and TLS")
+                 "The address. One that other hosts can reach\nneeds a token and TLS")
       ->capture_default_str();
-  app.add_option("--name", arguments.listening.names, "A name by which browsers ask for that address; may be repeated");
-  app.add_option("--token-file", arguments.tokenFile, "The first line of this file is asked for in the browser");
+  app.add_option("--name", arguments.listening.names,
+                 "A name by which browsers ask for that address;\nmay be repeated");
+  app.add_option("--token-file", arguments.tokenFile, "The first line of this file is asked for in\nthe browser");
   auto* const certificate =
       app.add_option("--certificate", arguments.listening.certificateFile, "For TLS: the certificate, with its chain");
   auto* const key = app.add_option("--key", arguments.listening.keyFile, "For TLS: its key");
@@ -53,13 +55,13 @@ void addOptions(CLI::App& app, Arguments& arguments) {
 
 void addAccess(CLI::App& app, fleet::Access& access) {
   app.add_option("--user", access.user, "For NATS: the user");
-  app.add_option("--password-file", access.passwordFile, "For NATS: a file whose first line is the user's password")
+  app.add_option("--password-file", access.passwordFile, "For NATS: a file whose first line is the\nuser's password")
       ->check(CLI::ExistingFile);
-  app.add_option("--nkey", access.nkeyFile, "For NATS: a file with the seed of an nkey; FILE.pub has its public part")
+  app.add_option("--nkey", access.nkeyFile, "For NATS: a file with the seed of an nkey;\nFILE.pub has its public part")
       ->check(CLI::ExistingFile);
   app.add_option("--credentials", access.credentialsFile, "For NATS: a file with a JWT and its seed")
       ->check(CLI::ExistingFile);
-  app.add_option("--ca", access.caFile, "For NATS: certificates that the servers' must be signed by; turns TLS on")
+  app.add_option("--ca", access.caFile, "For NATS: certificates that the servers' must\nbe signed by; turns TLS on")
       ->check(CLI::ExistingFile);
   app.add_option("--client-certificate", access.certificateFile, "For NATS: the console's own certificate")
       ->check(CLI::ExistingFile);

@@ -28,7 +28,7 @@ constexpr const char* kEcho = "TASK_ID_APPLICATION_DEBUG_VAL";
 constexpr const char* kQueue = "keld";
 constexpr const char* kServiceVersion = "4.1.0";
 
-/// A worker that does not say for a minute that it is alive is started anew by keld@.service.
+/// A worker that does not say for two minutes that it is alive is started anew by keld@.service.
 constexpr const char* kAlive = "WATCHDOG=1";
 
 constexpr seconds kStateInterval{1};

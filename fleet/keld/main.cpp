@@ -59,18 +59,19 @@ void addOptions(CLI::App& app, Arguments& arguments) {
   app.add_option("--tag", arguments.tags, "KEY=VALUE, likewise; may be given again");
   app.add_option("--directory", arguments.directory, "working directory, with Brel.ini")->check(CLI::ExistingDirectory);
   app.add_option("--metrics", worker.metrics, "HOST:PORT to serve metrics for Prometheus at");
-  app.add_option("--replicas", worker.replicas, "copies of the site's bucket, if it is made now, and of broadcasts")
+  app.add_option("--replicas", worker.replicas, "copies of the site's bucket, if it is made\nnow, and of broadcasts")
       ->check(CLI::Range(1, 5));
-  app.add_option("--keep-broadcasts", arguments.keptMinutes, "MINUTES for which JetStream keeps them; else it does not")
+  app.add_option("--keep-broadcasts", arguments.keptMinutes,
+                 "MINUTES for which JetStream keeps them;\nelse it does not")
       ->check(CLI::Range(1, 10080));
   app.add_option("--server", access.servers, "NATS servers, HOST or HOST:PORT")->delimiter(',')->required();
   app.add_option("--user", access.user, "user of the NATS servers");
   app.add_option("--password-file", access.passwordFile, "file whose first line is the user's password")
       ->check(CLI::ExistingFile);
-  app.add_option("--nkey", access.nkeyFile, "file with the seed of an nkey; FILE.pub has its public part")
+  app.add_option("--nkey", access.nkeyFile, "file with the seed of an nkey; FILE.pub has\nits public part")
       ->check(CLI::ExistingFile);
   app.add_option("--credentials", access.credentialsFile, "file with a JWT and its seed")->check(CLI::ExistingFile);
-  app.add_option("--ca", access.caFile, "certificates that the servers' must be signed by; turns TLS on")
+  app.add_option("--ca", access.caFile, "certificates that the servers' must be\nsigned by; turns TLS on")
       ->check(CLI::ExistingFile);
   app.add_option("--certificate", access.certificateFile, "certificate of this client")->check(CLI::ExistingFile);
   app.add_option("--key", access.keyFile, "key of that certificate")->check(CLI::ExistingFile);
@@ -124,7 +125,7 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   Arguments arguments;
   CLI::App& run = *app.add_subcommand("run", "offer a device until stopped");
-  run.add_option("--devices", arguments.devices, "so many devices, each in a process of its own, for trials")
+  run.add_option("--devices", arguments.devices, "so many devices, each in a process of its\nown, for trials")
       ->check(CLI::Range(1, 1000));
   addOptions(run, arguments);
   CLI::App& check = *app.add_subcommand("check", "tell what would keep a worker from its work");

@@ -74,7 +74,7 @@ struct ConnectionOptions {
 class Connection {
  public:
   /// Null, with the reason in `why`, if no server can be reached in time or none lets us in. Blocks no longer than the
-  /// options say; a thread may stay behind that waits for a server to go on.
+  /// options say; a thread may stay behind that waits for a server to go on, at most eight of them in a process.
   static std::unique_ptr<Connection> open(const Access& access, ConnectionOptions options, std::string& why);
   ~Connection();
   Connection(const Connection&) = delete;

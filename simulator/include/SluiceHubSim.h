@@ -87,7 +87,8 @@ SLUICEHUBSIM_API void SluiceHubSim_Reset(void);
 
 /**
  * Puts another scenario in the place of the process's own, for good, and does what SluiceHubSim_Reset does. Its file is
- * read now, and it begins with the next connect. A capture that it asks for is begun only if there was none before.
+ * read now, and it begins with the next connect, its control status with the next look at that. A capture that it asks
+ * for is begun only if there was none before.
  *
  * fileName    Its file, in UTF-8. Null: a scenario without anything.
  *

@@ -80,9 +80,9 @@ std::unique_lock<std::mutex> Planned(ControlStatus& control) {
   lock.unlock();
   std::vector<PlannedControlStatus> plan;
   {
-    const std::lock_guard hub(TheHub().mutex);
-    const Reading& reading = ScenarioInForce();
-    if (reading.mistakes.empty()) plan = reading.scenario.controlStatus;
+    Hub& hub = TheHub();
+    const std::lock_guard hubLock(hub.mutex);
+    if (const Scenario* const scenario = hub.scenario.Good()) plan = scenario->controlStatus;
   }
   lock.lock();
   if (!control.hasPlan) {
@@ -94,6 +94,19 @@ std::unique_lock<std::mutex> Planned(ControlStatus& control) {
 }
 
 }  // namespace
+
+void HaltControlStatus() {
+  ControlStatus& control = Control();
+  // Not for ever: in a copy of the process the lock, or the thread, may be that of one that is not there.
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    if (const std::unique_lock lock(control.mutex, std::try_to_lock); lock.owns_lock()) {
+      control.callbacks.clear();
+      control.changed.notify_all();
+      if (!control.isTelling) return;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
 
 void ResetControlStatus() {
   ControlStatus& control = Control();
@@ -123,15 +136,20 @@ SLUICE_HUB_EXPORT std::uint32_t SLUICE_HUB_RegisterCtrlStatusUpdatesCB(KEL_CtrlS
   if (const auto forced = EnterFunction(SLUICEHUBSIM_REGISTER_CTRL_STATUS)) return *forced;
   if (callback == nullptr) return SLUICEHUBSIM_STATUS_BAD_ARGUMENT;
   auto& control = Control();
-  const auto lock = Planned(control);
-  control.KeepToPlan();
-  auto& callbacks = control.callbacks;
-  if (std::find(callbacks.begin(), callbacks.end(), callback) == callbacks.end()) callbacks.push_back(callback);
-  if (!control.isTelling && control.HasMore()) {
-    std::thread([&control] { TellInTime(control); }).detach();
-    control.isTelling = true;
+  try {
+    const auto lock = Planned(control);
+    control.KeepToPlan();
+    if (!control.isTelling && control.HasMore()) {
+      // It looks at the callbacks when it gets the lock.
+      std::thread([&control] { TellInTime(control); }).detach();
+      control.isTelling = true;
+    }
+    auto& callbacks = control.callbacks;
+    if (std::find(callbacks.begin(), callbacks.end(), callback) == callbacks.end()) callbacks.push_back(callback);
+    return 0;
+  } catch (const std::exception&) {  // no memory, or no thread
+    return SLUICEHUBSIM_STATUS_NO_RESOURCES;
   }
-  return 0;
 }
 
 SLUICE_HUB_EXPORT std::uint32_t SLUICE_HUB_UnregisterCtrlStatusUpdatesCB(KEL_CtrlStatusCallback callback) {
@@ -165,6 +183,7 @@ SLUICE_HUB_EXPORT void SluiceHubSim_SetCtrlStatus(uint32_t status) {
   kel::sim::Callbacks callbacks;
   {
     const std::lock_guard lock(control.mutex);
+    control.KeepToPlan();
     control.status = status;
     callbacks = control.callbacks;
   }

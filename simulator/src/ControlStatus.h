@@ -5,5 +5,7 @@
 namespace kel::sim {
 
 void ResetControlStatus();
+/// At the end of the process, or of this library, nobody is told any more.
+void HaltControlStatus();
 
 }  // namespace kel::sim

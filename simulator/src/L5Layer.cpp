@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "Agents.h"
+#include "ControlStatus.h"
 #include "Export.h"
 #include "Hub.h"
 #include "Results.h"
@@ -199,6 +200,7 @@ tL5DispatcherFunctions gDispatcherFunctions = {Unused, L5Connect, L5Disconnect, 
 /// leaves the capture to the process that began it.
 struct HaltAtExit {
   ~HaltAtExit() {
+    HaltControlStatus();
     Hub& hub = TheHub();
     if (hub.process != platform::processNumber()) return;
     bool ended = false;

@@ -63,23 +63,25 @@ ScenarioOfProgram ReadScenarioOfProgram(const char* fileName) {
 
 void SetScenario(ScenarioOfProgram scenario) { delete std::exchange(gSet, new ScenarioOfProgram(std::move(scenario))); }
 
-const Reading& ScenarioInForce() { return gSet != nullptr ? gSet->reading : TheScenario(); }
+const Scenario* RunningScenario::Good() {
+  const Reading& reading = gSet != nullptr ? gSet->reading : TheScenario();
+  if (reading.mistakes.empty()) return &reading.scenario;
+  if (std::exchange(mTold, true)) return nullptr;
+  if (gSet != nullptr) {
+    Tell(gSet->name, reading.mistakes, "by the program, in SluiceHubSim_SetScenario");
+  } else {
+    Tell(ScenarioName(), reading.mistakes,
+         NamedByEnvironment() != nullptr ? "by the environment variable SLUICEHUB_SCENARIO"
+                                         : "in the working directory");
+  }
+  return nullptr;
+}
 
 bool RunningScenario::Begin(Hub& hub) {
-  const Reading& reading = ScenarioInForce();
-  if (mBegun) return reading.mistakes.empty();
+  const Scenario* const scenario = Good();
+  if (scenario == nullptr || mBegun) return scenario != nullptr;
   mBegun = true;
-  if (!reading.mistakes.empty()) {
-    if (gSet != nullptr) {
-      Tell(gSet->name, reading.mistakes, "by the program, in SluiceHubSim_SetScenario");
-    } else {
-      Tell(ScenarioName(), reading.mistakes,
-           NamedByEnvironment() != nullptr ? "by the environment variable SLUICEHUB_SCENARIO"
-                                           : "in the working directory");
-    }
-    return false;
-  }
-  mScenario = reading.scenario;
+  mScenario = *scenario;
   mStart = Clock::now();
   for (const RuleTerms& terms : mScenario.rules) hub.rules.Add(terms);
   hub.rules.Seed(mScenario.seed);

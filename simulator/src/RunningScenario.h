@@ -25,14 +25,12 @@ ScenarioOfProgram ReadScenarioOfProgram(const char* fileName);
 /// From now on it is the scenario of this process. Under the hub's lock.
 void SetScenario(ScenarioOfProgram scenario);
 
-/// The one of the program, or else of the process. Under the hub's lock, as long as it is used.
-const Reading& ScenarioInForce();
-
 /// Guarded by the hub's lock.
 class RunningScenario {
  public:
-  /// Puts the scenario in force, if it is not yet. False if it has mistakes, which are written to standard error once:
-  /// nothing is to be connected then.
+  /// The scenario in force, or null if it has mistakes, which are written to standard error once.
+  const Scenario* Good();
+  /// Puts the scenario in force, if it is not yet. False if it has mistakes: nothing is to be connected then.
   bool Begin(Hub& hub);
   /// How a connection that asks for a socket now is refused one; null if it is not.
   const SocketRefusal* RefuseSocket();
@@ -40,6 +38,7 @@ class RunningScenario {
   void PlanFor(Hub& hub, Connection& connection);
 
  private:
+  bool mTold = false;  ///< its mistakes
   bool mBegun = false;
   Clock::time_point mStart;
   Scenario mScenario;  ///< counts what has happened

@@ -281,6 +281,7 @@ TEST_F(ThreadsTest, DisposalFailsWithoutAThread) {
 }
 
 TEST_F(ThreadsTest, DisposalFailsWhenTheStopEventCannotBeSet) {
+  if (HandleValuesComeAgain()) GTEST_SKIP() << "a closed handle's value is the next object's on this system";
   const std::uint32_t seqNum = open();
   platform::closeHandle(inside().element(seqNum).stopEvent);
   EXPECT_EQ(EngineSays([&] { EXPECT_FALSE(inside().dispose(seqNum)); }),

@@ -127,7 +127,9 @@ test('What one console has reserved another one neither uses nor reserves', asyn
   assert.equal((await outcome(other, '?device=bench9', { task: debug })).state, 'answered');
   assert.equal((await other.ask('DELETE', '/api/fleet/reservations/bench9')).status, 204);
   await entryIn(events, isDevice('bench9', (device) => device.holder === ''));
-  assert.equal((await outcome(shown, '?device=bench9', { task: debug })).state, 'answered');
+  let last; // keld hears of it in its own time
+  do last = await outcome(shown, '?device=bench9', { task: debug }); while (last.cause === 'reserved');
+  assert.equal(last.state, 'answered');
   await events.return();
   assert.equal(await other.stop(), 0);
 });

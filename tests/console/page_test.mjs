@@ -132,8 +132,13 @@ test('A stream is plotted, paused, zoomed, exported and stopped', async () => {
   const press = (name) => stream.getByRole('button', { name, exact: true }).click();
   const picture = () => stream.locator('canvas').evaluate((canvas) => canvas.toDataURL());
   const until = async (isReached) => {
-    while (!isReached(await picture())) await page.waitForTimeout(50);
+    const end = Date.now() + 60000;
+    while (!isReached(await picture())) {
+      assert.ok(Date.now() < end);
+      await page.waitForTimeout(50);
+    }
   };
+  await stream.getByText(/^\d{3,} messages/).first().waitFor(); // enough to zoom into
   await press('Pause');
   await stream.getByRole('button', { name: 'Go on' }).waitFor();
   const facts = await stream.locator('.facts').first().textContent();

@@ -28,6 +28,17 @@ inline constexpr auto kBroadcaster = tasks::TASK_ID_APPLICATION_DEBUG_BROADCASTE
 /// Longer than anything here takes unless something is wrong.
 inline constexpr Milliseconds kLong{30'000};
 
+/// Waits until it holds. False if it never does.
+template <class Holds>
+bool soon(Holds holds) {
+  const Clock::time_point until = Clock::now() + kLong;
+  while (!holds()) {
+    if (Clock::now() >= until) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
 inline Cause CauseOf(const Result<Payload>& result) { return result.ok() ? Cause{} : result.cause(); }
 
 inline SluiceHubSimRule RuleFor(std::uint32_t tui) {

@@ -24,7 +24,7 @@ function told(facts) {
 
 writeFileSync(join(folder, "nats.conf"), `host: 127.0.0.1\nport: -1\njetstream { store_dir: "${folder}/store" }\n`);
 const server = await startServer("nats.conf");
-await start(keld, ["run", "--server", server, "--site", "lab", "--device", "bench7"], /"state":"connected"/);
+await start(keld, ["run", "--server", server, "--site", "lab", "--device", "bench7"], /^(?=[^]*"state":"connected")[^]*the device is offered/);
 const nats = await connect({ servers: server });
 
 test("the device says hello with its presence", async () => {

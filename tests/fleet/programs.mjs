@@ -10,7 +10,7 @@ const programs = [];
 export const endAll = () => programs.forEach((program) => program.kill("SIGKILL"));
 process.on("exit", () => {
   endAll();
-  rmSync(folder, { recursive: true });
+  rmSync(folder, { recursive: true, force: true, maxRetries: 20, retryDelay: 100 }); // a server may be writing yet
 });
 
 /** Starts a program and waits for a line of its output that fits; returns the match. */

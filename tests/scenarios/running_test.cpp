@@ -263,7 +263,15 @@ TEST_F(RunningTest, ChangesOfTheControlStatusAreToldToWhoWishesIt) {
 
 TEST_F(RunningTest, AScenarioWithMistakesLeavesTheControlStatusAlone) {
   Put(R"({"controlStatus": [{"status": 2}, {"status": -1}]})");
+  testing::internal::CaptureStderr();
   EXPECT_EQ(SLUICE_HUB_GetCtrlStatus(), 0u);
+  EXPECT_EQ(SLUICE_HUB_GetCtrlStatus(), 0u);
+  EXPECT_EQ(ConnectStatus(), SLUICEHUBSIM_STATUS_BAD_SCENARIO);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "SluiceHub.json:1: \"status\" is -1; expected a whole number from 0 to 4294967295\n"
+            "SluiceHub: nothing is connected until this scenario is mended. It was found\n"
+            "in the working directory.\n")
+      << "once";
 }
 
 TEST_F(RunningTest, AScenarioWithMistakesConnectsNothingAndIsToldOnce) {

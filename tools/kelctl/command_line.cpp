@@ -47,7 +47,7 @@ std::string usageFault(const CLI::App* app, const CLI::Error& error) {
   const CLI::App& verb = reached(*app);
   const std::vector<std::string> names = optionNames(verb);
   std::vector<std::string> words = verb.remaining();
-  if (words.empty()) words = app->remaining();
+  if (words.empty()) words = app->remaining(true);
   const auto early = std::find_first_of(words.begin(), words.end(), names.begin(), names.end());
   const auto option = std::find_if(words.begin(), words.end(), isOption);
   std::string fault = error.what();
@@ -58,7 +58,7 @@ std::string usageFault(const CLI::App* app, const CLI::Error& error) {
   } else if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && verb.get_require_subcommand_min() != 0) {
     fault = words.empty() ? "a verb is missing" : noVerb(verb, words.front());
   } else if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr && !words.empty()) {
-    fault = '"' + words.front() + "\" is one word too many";
+    fault = verbsOf(verb).empty() ? '"' + words.front() + "\" is one word too many" : noVerb(verb, words.front());
   }
   return "kelctl: " + fault + "\nRun `" + nameOf(verb) + " --help` for its usage.\n";
 }

@@ -12,6 +12,7 @@
 #include "bare_calls.h"
 #include "diagnosis.h"
 #include "files.h"
+#include "help.h"
 #include "interrupt.h"
 #include "kel/tasks.hpp"
 #include "platform/libraries.h"
@@ -65,7 +66,8 @@ class Report {
     }
     text += "\nWhat to do\n";
     if (good()) text += "    " + output.good("nothing: all is well") + '\n';
-    for (std::size_t i = 0; i < mAdvice.size(); ++i) text += "  " + std::to_string(i + 1) + ". " + mAdvice[i] + '\n';
+    for (std::size_t i = 0; i < mAdvice.size(); ++i)
+      text += hanging("  " + std::to_string(i + 1) + ". ", mAdvice[i], 5);
     output.text(text);
   }
 
@@ -105,8 +107,9 @@ void lookAtSettings(Report& report) {
     }
   }
   for (const IniFault& fault : settings.faults) {
-    report.fault("line " + std::to_string(fault.line), fault.text,
-                 settings.file + ':' + std::to_string(fault.line) + ": " + fault.text + '.');
+    report.fault(
+        "line " + std::to_string(fault.line), fault.text,
+        settings.file + ':' + std::to_string(fault.line) + ": " + fault.text + (fault.text.back() == '?' ? "" : "."));
   }
 }
 

@@ -14,20 +14,7 @@ constexpr std::size_t kColumn = 24;
 
 /// A name and, in a column of its own, what it is for.
 std::string entry(const std::string& name, const std::string& help) {
-  std::string lines, line = "  " + name;
-  line.resize(std::max(line.size() + 2, kColumn), ' ');
-  std::istringstream words(help);
-  bool first = true;
-  for (std::string word; words >> word; first = false) {
-    if (!first && line.size() + 1 + word.size() >= kWidth) {
-      lines += line + '\n';
-      line.assign(kColumn, ' ');
-    } else if (!first) {
-      line += ' ';
-    }
-    line += word;
-  }
-  return lines + line + '\n';
+  return hanging("  " + name + "  ", help, kColumn);
 }
 
 std::string entryOf(const CLI::Option& option) {
@@ -48,6 +35,23 @@ std::string usage(const CLI::App& app, const std::string& name) {
 }
 
 }  // namespace
+
+std::string hanging(const std::string& head, const std::string& text, std::size_t column) {
+  std::string lines, line = head;
+  line.resize(std::max(line.size(), column), ' ');
+  std::istringstream words(text);
+  bool first = true;
+  for (std::string word; words >> word; first = false) {
+    if (!first && line.size() + 1 + word.size() >= kWidth) {
+      lines += line + '\n';
+      line.assign(column, ' ');
+    } else if (!first) {
+      line += ' ';
+    }
+    line += word;
+  }
+  return lines + line + '\n';
+}
 
 std::vector<const CLI::App*> verbsOf(const CLI::App& app) {
   return app.get_subcommands([](const CLI::App* verb) { return !verb->get_name().empty(); });

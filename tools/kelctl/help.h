@@ -12,6 +12,9 @@ namespace kelctl {
 /// `name` is the verb with those above it: "kelctl tasks find".
 std::string helpOf(const CLI::App* app, const std::string& name);
 
+/// A head, and behind it a text whose lines begin in a column of their own and fit a terminal.
+std::string hanging(const std::string& head, const std::string& text, std::size_t column);
+
 // The tree as it is shown, here and in the completions.
 std::vector<const CLI::App*> verbsOf(const CLI::App& app);
 /// The first line of a verb's description; the others are for its own help.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The library's log files as one log. Its lines bear no time: the files of a day are shown one behind the other, and
 // followed side by side, in the order in which lines come.
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <filesystem>
@@ -175,7 +176,8 @@ void addLog(CLI::App& app, Plan& plan) {
                           "kelctl log --module BrelEngine --function connect --json\n",
                           log);
   addFolder(verb, "--folder", options.folder, "Folder of the files (the registry's LogPath, or the working directory)");
-  addText(verb, "--level", "LEVEL", options.level, "Only info, warn or error");
+  addText(verb, "--level", "LEVEL", options.level, "Only info, warn or error")
+      ->check(CLI::IsMember({"info", "warn", "err", "error"}, CLI::ignore_case).description(""));
   addText(verb, "--module", "NAME", options.module, "Only modules with NAME in their name, in any case");
   addText(verb, "--function", "NAME", options.function, "Only functions with NAME in their name");
   addText(verb, "--text", "TEXT", options.text, "Only lines with TEXT in what they say");

@@ -37,7 +37,9 @@ Meaning meaningOf(kel::Cause cause) {
     case kel::Cause::closed:
       return {kNoLink, "See that the device is there."};
     case kel::Cause::notConnected:
-      return {kNoLink, "See that the device is there; `kelctl doctor` tells what else may be wrong."};
+      return {kNoLink,
+              "See that the device is there. For this host's own `kelctl doctor` tells what else may\n"
+              "be wrong, for one behind NATS `keld check` on its host."};
     case kel::Cause::noNumber:
       return {kBusy, "Fewer tasks at once may pass."};
     case kel::Cause::busy:

@@ -74,7 +74,7 @@ Setting settingOf(const std::string& file, const Key& key) {
   const char* const environment = std::getenv(kReleaseBlocks);
   if (setting.name == "ReleaseBlocks" && environment != nullptr && isNumber(environment)) {
     setting.value = environment;
-    setting.source = "environment";
+    setting.source = "environment; kelctl sets 1 where nobody has";
   }
   return setting;
 }

@@ -20,7 +20,7 @@ std::string tableOf(const std::string& table);
 struct Setting {
   std::string name;
   std::string value;
-  std::string source;  ///< "Brel.ini", "default", "registry", "environment"
+  std::string source;  ///< "Brel.ini", "default", "registry", "environment", ...
   std::string fault;   ///< what to do about a value that is not what it should be; as a rule empty
 };
 

@@ -19,6 +19,9 @@ int validate(const ValidateOptions& options, Output& output) {
   Session session(options.link);
   const kel::Result<bool> verdict =
       session.client().validateVersion(options.file, {content.data(), content.size()}, libraryFile(options.vectors));
+  if (!verdict && verdict.error().cause == kel::Cause::refused && options.link.device.isElsewhere()) {
+    throw Fault(kRefused, "version checks do not go over NATS.\nRun `kelctl validate` on the device's own host.");
+  }
   if (!verdict) throw session.fault(verdict.error());
   const bool valid = *verdict;
   if (output.json()) {

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <string_view>
+#include <utility>
 
 namespace kel::test {
 
@@ -23,9 +24,11 @@ Greeter::Greeter() : mListener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
     constexpr std::string_view kGreeting =
         "INFO {\"server_id\":\"greeter\",\"version\":\"2.9.10\",\"proto\":1,\"headers\":true,\"max_payload\":1048576}\r\n";
     std::vector<int> guests;
+    bool isTold = false;
     for (int guest = 0; (guest = accept(mListener, nullptr, nullptr)) >= 0;) {
       guests.push_back(guest);
-      if (send(guest, kGreeting.data(), kGreeting.size(), MSG_NOSIGNAL) > 0 && guests.size() == 1) mGreeted.set_value();
+      const bool isGreeted = send(guest, kGreeting.data(), kGreeting.size(), MSG_NOSIGNAL) > 0;
+      if (isGreeted && !std::exchange(isTold, true)) mGreeted.set_value();
     }
     for (const int guest : guests) close(guest);
   });

@@ -2,6 +2,7 @@
 // A NATS server that greets whoever comes and says no more, as one that is frozen in that moment.
 #pragma once
 
+#include <chrono>
 #include <future>
 #include <string>
 #include <thread>
@@ -19,8 +20,8 @@ class Greeter {
 
   /// "127.0.0.1:PORT"
   std::string address() const { return "127.0.0.1:" + std::to_string(mPort); }
-  /// Returns when the first one has been greeted.
-  void waitForGuest() { mGreeted.get_future().wait(); }
+  /// Returns when the first one has been greeted. False: nobody came for half a minute.
+  bool waitForGuest() { return mGreeted.get_future().wait_for(std::chrono::seconds(30)) == std::future_status::ready; }
 
  private:
   int mListener = -1;

@@ -158,12 +158,14 @@ class Captures(unittest.TestCase):
     def test_the_profile_tells_packets_apart_by_their_colours(self):
         self.kelctl("demo")
         shutil.copytree(Path(DISSECTOR).parent / "profiles", self.folder / "profiles")
-        rules = self.rows("kel", "frame.coloring_rule.name", more=["-C", "KEL", "--color"])
-        # Whether the demo's last requests are answered before it ends is a matter of time.
-        self.assertEqual({name for name, in rules} - {"Refused or failed", "No answer"},
-                         {"Task", "Answer", "Stream", "Broadcast", "Link lost", "Link and sockets"})
+        colours = lambda: {name for name, in self.rows("kel", "frame.coloring_rule.name", more=["-C", "KEL", "--color"])}
+        # Whether the demo's last requests are answered, and its loss is told, before it ends is a matter of time.
+        self.assertEqual(colours() - {"Refused or failed", "No answer", "Link lost"},
+                         {"Task", "Answer", "Stream", "Broadcast", "Link and sockets"})
         columns = self.tshark("-C", "KEL", "-Y", REQUESTS).splitlines()[0].split()
         self.assertEqual(columns[2:7], ["host", "#1", "→", "L4msgProxy", VAL])
+        self.run_program(CLIENT, "lost_link")
+        self.assertIn("Link lost", colours())
 
     def test_live_packets_are_seen_while_the_program_runs(self):
         # tshark takes no extcaps of root's.

@@ -60,7 +60,10 @@ TEST_F(SecurityTest, AWatcherSeesEverythingAndSendsNothing) {
   ASSERT_TRUE(operate.task(kBroadcaster, {1, 0, 0}).ok());
   EXPECT_TRUE(broadcasts.next(kLong));
   const fleet::Site site = fleet::Site::open("nats://" + server->address() + "/lab", accessOf("watch")).value();
-  while (site.devices().value().empty()) std::this_thread::yield();
+  EXPECT_TRUE(soon([&] {
+    const Result<std::vector<fleet::Device>> devices = site.devices();
+    return devices && !devices->empty();
+  }));
   EXPECT_EQ(site.reserve({"bench", {}, "", Milliseconds(15000), Milliseconds(0), {}}).cause(), Cause::notConnected);
 }
 

@@ -33,9 +33,12 @@ class KelfleetTest : public FleetTest {
     options.tags = {{"room", "7"}};
     offered.emplace(std::move(options));
     Client(connected()).close();  // it is offered by now
-    // Its presence is told a moment later.
+    // Its presence is told a moment later, in a bucket that may have to be made.
     fleet::Site open = fleet::Site::open(site()).value();
-    while (open.devices().value().empty()) std::this_thread::yield();
+    EXPECT_TRUE(soon([&] {
+      const Result<std::vector<fleet::Device>> devices = open.devices();
+      return devices && !devices->empty();
+    }));
   }
 
   /// Returns what it printed, errors included.

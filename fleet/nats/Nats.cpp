@@ -276,8 +276,9 @@ std::unique_ptr<Connection> Connection::open(const Access& access, ConnectionOpt
 
   if (status == NATS_OK && Attempt::behind.load() >= Attempt::kMostBehind) status = NATS_TIMEOUT;
   if (status == NATS_OK) {
+    std::thread thread;
     try {
-      std::thread([attempt] { attempt->make(); }).detach();
+      thread = std::thread([attempt] { attempt->make(); });
     } catch (const std::system_error&) {
       why = "the system gives no thread";
       return nullptr;
@@ -286,6 +287,12 @@ std::unique_ptr<Connection> Connection::open(const Access& access, ConnectionOpt
     const auto limit = options.connectTimeout * static_cast<int>(2 * urls.size() + 1);
     connection->mConnection = attempt->await(limit);
     status = attempt->status;
+    // One that is over is waited for, so that nothing of it is left when the process ends.
+    if (attempt->isGivenUp) {
+      thread.detach();
+    } else {
+      thread.join();
+    }
   }
   if (connection->mConnection != nullptr) {
     watch->isInUse.store(true);

@@ -23,14 +23,11 @@ Greeter::Greeter() : mListener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
   mThread = std::thread([this] {
     constexpr std::string_view kGreeting =
         "INFO {\"server_id\":\"greeter\",\"version\":\"2.9.10\",\"proto\":1,\"headers\":true,\"max_payload\":1048576}\r\n";
-    std::vector<int> guests;
     bool isTold = false;
     for (int guest = 0; (guest = accept(mListener, nullptr, nullptr)) >= 0;) {
-      guests.push_back(guest);
       const bool isGreeted = send(guest, kGreeting.data(), kGreeting.size(), MSG_NOSIGNAL) > 0;
       if (isGreeted && !std::exchange(isTold, true)) mGreeted.set_value();
     }
-    for (const int guest : guests) close(guest);
   });
 }
 

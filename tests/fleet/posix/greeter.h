@@ -6,14 +6,13 @@
 #include <future>
 #include <string>
 #include <thread>
-#include <vector>
 
 namespace kel::test {
 
 class Greeter {
  public:
   Greeter();
-  /// Drops whoever came.
+  /// Whoever came is held until the process ends, as a frozen server does.
   ~Greeter();
   Greeter(const Greeter&) = delete;
   Greeter& operator=(const Greeter&) = delete;
